@@ -1,0 +1,158 @@
+#include "Host.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+
+namespace host {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+constexpr int64_t kNsPerMs = 1000000;
+
+}  // namespace
+
+Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
+           std::vector<HostedProvider> providers, int64_t snapshotEveryNs)
+    : clock_(clock),
+      output_(output),
+      headset_(headset),
+      providers_(std::move(providers)),
+      nextSampleNs_(providers_.size()),
+      snapshotEveryNs_(snapshotEveryNs) {}
+
+void Host::acquireAll() {
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        Vistrel::Provider& p = *providers_[i].provider;
+        Vistrel::NotificationRouter router = [this, i](const std::string& name,
+                                                       const std::string& detail, bool force) {
+            enqueuePush(i, name, detail, force);
+        };
+        const bool ok = p.acquireResources(router, clock_);
+        const auto period = p.sampleRate();
+        json fields = {{"ok", ok}};
+        if (period) {
+            fields["periodMs"] = period->count();
+            nextSampleNs_[i] = clock_.deviceNs() + period->count() * kNsPerMs;
+        } else {
+            fields["periodMs"] = nullptr;
+        }
+        output_.write(clock_.deviceNs(), p.name(), "acquire", fields);
+    }
+}
+
+void Host::releaseAll() {
+    for (auto& hosted : providers_) {
+        const bool ok = hosted.provider->releaseResources();
+        output_.write(clock_.deviceNs(), hosted.provider->name(), "release", json{{"ok", ok}});
+    }
+    providers_.clear();  // destroys every provider through its virtual destructor
+}
+
+void Host::route(const std::string& source, const std::string& event, const std::string& name,
+                 const std::string& detail) {
+    output_.write(clock_.deviceNs(), source, event, json{{"name", name}, {"detail", detail}});
+    for (auto& hosted : providers_) hosted.provider->notify(name, detail, clock_);
+}
+
+void Host::sampleOne(size_t index, int64_t atNs) {
+    HostedProvider& hosted = providers_[index];
+    const auto notification = hosted.provider->sample(clock_);
+    if (notification) {
+        route(hosted.provider->name(), "notification", notification->name, notification->detail);
+        if (hosted.follow) {
+            if (auto fetched = hosted.follow(*notification)) {
+                output_.write(clock_.deviceNs(), hosted.provider->name(), "fetch", *fetched);
+            }
+        }
+    }
+    const auto period = hosted.provider->sampleRate();  // may change after every sample
+    if (period && period->count() > 0) {
+        nextSampleNs_[index] = atNs + period->count() * kNsPerMs;
+    } else {
+        nextSampleNs_[index].reset();
+    }
+}
+
+void Host::snapshotOne(size_t index, bool force) {
+    HostedProvider& hosted = providers_[index];
+    if (!hosted.provider->snapshot(clock_, force)) return;
+    output_.write(clock_.deviceNs(), hosted.provider->name(), "record",
+                  hosted.record ? hosted.record() : json::object());
+}
+
+void Host::snapshotAll() {
+    for (size_t i = 0; i < providers_.size(); ++i) snapshotOne(i, false);
+}
+
+void Host::enqueuePush(size_t provider, const std::string& name, const std::string& detail,
+                       bool force) {
+    {
+        std::lock_guard<std::mutex> lock(pushMutex_);
+        pushes_.push_back({provider, name, detail, force});
+    }
+    pushArrived_.notify_one();
+}
+
+void Host::drainPushes() {
+    for (;;) {
+        Push push;
+        {
+            std::lock_guard<std::mutex> lock(pushMutex_);
+            if (pushes_.empty()) return;
+            push = std::move(pushes_.front());
+            pushes_.pop_front();
+        }
+        route(providers_[push.provider].provider->name(), push.force ? "push (force)" : "push",
+              push.name, push.detail);
+        if (push.force) snapshotOne(push.provider, true);
+    }
+}
+
+bool Host::waitUntil(int64_t ns) {
+    if (clock_.mode() == HostClock::Mode::Simulated) {
+        clock_.advanceTo(ns);
+        return true;
+    }
+    const auto remaining = std::chrono::nanoseconds(std::max<int64_t>(0, ns - clock_.deviceNs()));
+    std::unique_lock<std::mutex> lock(pushMutex_);
+    const bool pushed = pushArrived_.wait_for(lock, remaining, [this] { return !pushes_.empty(); });
+    return !pushed && clock_.deviceNs() >= ns;
+}
+
+int Host::run(int64_t durationNs) {
+    acquireAll();
+    const int64_t endNs = clock_.deviceNs() + durationNs;
+    int64_t nextSnapshotNs = clock_.deviceNs() + snapshotEveryNs_;
+    std::optional<sim::HostEvent> nextEvent = headset_.nextEventAfter(clock_.deviceNs());
+
+    for (;;) {
+        drainPushes();
+        int64_t next = std::min(endNs, nextSnapshotNs);
+        if (nextEvent) next = std::min(next, nextEvent->atNs);
+        for (const auto& due : nextSampleNs_) {
+            if (due) next = std::min(next, *due);
+        }
+        if (!waitUntil(next)) continue;  // a push arrived first, or woke early: re-plan
+
+        // Everything due at `next`, in a fixed order: host events, samples, snapshots.
+        if (nextEvent && nextEvent->atNs == next) {
+            route("host", "host-event", nextEvent->name, nextEvent->detail);
+            nextEvent = headset_.nextEventAfter(next);
+        }
+        for (size_t i = 0; i < providers_.size(); ++i) {
+            if (nextSampleNs_[i] == next) sampleOne(i, next);
+        }
+        if (nextSnapshotNs == next) {
+            snapshotAll();
+            nextSnapshotNs += snapshotEveryNs_;
+        }
+        if (next >= endNs) break;
+    }
+    drainPushes();
+    releaseAll();
+    return 0;
+}
+
+}  // namespace host

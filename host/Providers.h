@@ -1,0 +1,42 @@
+// The providers the reference host runs, and how the host reads each one's record.
+// To host a new provider: add its options (if any) to ProviderOptions, then one entry to the
+// table in Providers.cc that constructs it and renders its record fields as JSON.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "Provider.h"
+
+namespace host {
+
+struct ProviderOptions {
+    // SystemStateStats: bits per state, states per batch, sampling period.
+    uint32_t donBitsPerState = 1;
+    int32_t donStatesPerAggregate = 60;
+    int64_t donSamplePeriodMs = 60000;
+};
+
+struct HostedProvider {
+    std::unique_ptr<Vistrel::Provider> provider;
+    // The provider's record as the host reads it after a successful snapshot.
+    std::function<nlohmann::ordered_json()> record;
+    // What the host fetches after routing one of the provider's own notifications (for
+    // example the packed don states after "AggregatedDonStates"); empty when nothing.
+    std::function<std::optional<nlohmann::ordered_json>(const Vistrel::Notification&)> follow;
+};
+
+// Every provider the host knows, by class name, in the order the host drives them.
+const std::vector<std::string>& providerNames();
+
+// Constructs the named providers (all when `names` is empty). Unknown names are the caller's
+// to reject beforehand (see providerNames()).
+std::vector<HostedProvider> makeProviders(const ProviderOptions& options,
+                                          const std::vector<std::string>& names);
+
+}  // namespace host

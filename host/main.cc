@@ -1,0 +1,176 @@
+// vistrel-host: the reference host program. Constructs the library's providers, drives them as
+// the device's host service does against the simulated headset, and prints a timeline.
+//
+//   vistrel-host                      4 hours of simulated device time, readable timeline
+//   vistrel-host --simulate 2h --json JSON lines
+//   vistrel-host --real 30s           real time
+//
+// Command-line errors print a message and exit with status 2.
+#include <android/log.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+#include "Duration.h"
+#include "Headset.h"
+#include "Host.h"
+#include "HostClock.h"
+#include "Output.h"
+#include "Providers.h"
+#include "hostplatform/FsRoot.h"
+#include "hostplatform/Properties.h"
+
+namespace {
+
+constexpr const char kDefaultSimulate[] = "4h";
+constexpr const char kPropertyEnvPrefix[] = "VISTREL_PROP_";
+
+struct Options {
+    std::string simulate;
+    std::string real;
+    bool json = false;
+    std::string snapshotEvery = "15m";
+    std::vector<std::string> properties;
+    std::string root;
+    std::string providers;
+    std::string interactive = sim::kDefaultInteractiveScript;
+    uint32_t donBits = 1;
+    int32_t donStates = 60;
+    std::string donPeriod = "1m";
+    std::string logLevel = "info";
+};
+
+int usageError(const std::string& message) {
+    std::cerr << "vistrel-host: " << message << "\nRun with --help for more information.\n";
+    return 2;
+}
+
+// The library logs through liblog; the host shows those lines in its timeline at device time.
+host::Output* g_output = nullptr;
+host::HostClock* g_clock = nullptr;
+
+void timelineLogger(const struct __android_logger_data* data, const char* message) {
+    static const char kLetters[] = "??VDIWEFS";
+    const int priority = data->priority;
+    const char letter = priority >= 0 && priority <= 8 ? kLetters[priority] : 'F';
+    g_output->write(g_clock->deviceNs(), data->tag ? data->tag : "", "log",
+                    nlohmann::ordered_json{{"priority", std::string(1, letter)}, {"text", message}});
+}
+
+std::optional<int> logPriority(const std::string& level) {
+    static const std::pair<const char*, int> kLevels[] = {
+        {"verbose", ANDROID_LOG_VERBOSE}, {"debug", ANDROID_LOG_DEBUG}, {"info", ANDROID_LOG_INFO},
+        {"warn", ANDROID_LOG_WARN},       {"error", ANDROID_LOG_ERROR}, {"silent", ANDROID_LOG_SILENT},
+    };
+    for (const auto& [name, priority] : kLevels) {
+        if (level == name) return priority;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> applyProperty(const std::string& assignment) {
+    const auto eq = assignment.find('=');
+    if (eq == std::string::npos) return "property '" + assignment + "' is not NAME=VALUE";
+    const std::string name = assignment.substr(0, eq), value = assignment.substr(eq + 1);
+    if (auto problem = hostplatform::checkProperty(name, value)) return problem;
+    hostplatform::setProperty(name, value);
+    return std::nullopt;
+}
+
+std::vector<std::string> splitList(const std::string& text) {
+    std::vector<std::string> items;
+    std::stringstream in(text);
+    for (std::string item; std::getline(in, item, ',');) {
+        if (!item.empty()) items.push_back(item);
+    }
+    return items;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    CLI::App app{"Reference host for libvistrelprovider: drives every provider against a "
+                 "simulated headset and prints a timeline."};
+    auto* simulate = app.add_option("--simulate", o.simulate,
+                                    "Run this much simulated device time as fast as possible "
+                                    "(default 4h), e.g. 90s, 15m, 2h, 1h30m");
+    auto* real = app.add_option("--real", o.real, "Run in real time for this long instead");
+    simulate->excludes(real);
+    app.add_flag("--json", o.json, "Print JSON lines instead of a readable timeline");
+    app.add_option("--snapshot-every", o.snapshotEvery, "Snapshot period of the host (default 15m)");
+    app.add_option("--prop", o.properties,
+                   "Set a system property NAME=VALUE (repeatable); environment variables " +
+                       std::string(kPropertyEnvPrefix) + "NAME do the same");
+    app.add_option("--root", o.root, "Resolve every path the library opens under this directory");
+    app.add_option("--providers", o.providers, "Comma-separated provider class names (default all)");
+    app.add_option("--interactive", o.interactive,
+                   "Cyclic interactive-state script of the simulated headset (default \"" +
+                       std::string(sim::kDefaultInteractiveScript) + "\")");
+    app.add_option("--don-bits", o.donBits, "SystemStateStats bits per state (default 1)");
+    app.add_option("--don-states", o.donStates, "SystemStateStats states per batch (default 60)");
+    app.add_option("--don-period", o.donPeriod, "SystemStateStats sampling period (default 1m)");
+    app.add_option("--log-level", o.logLevel,
+                   "Lowest library log priority shown: verbose, debug, info, warn, error, silent");
+    CLI11_PARSE(app, argc, argv);
+
+    const bool realTime = !o.real.empty();
+    const std::string span = realTime ? o.real : (o.simulate.empty() ? kDefaultSimulate : o.simulate);
+    const auto duration = sim::parseDuration(span);
+    if (!duration) return usageError("bad duration '" + span + "'");
+    const auto snapshotEvery = sim::parseDuration(o.snapshotEvery);
+    if (!snapshotEvery) return usageError("bad duration '" + o.snapshotEvery + "'");
+    const auto donPeriod = sim::parseDuration(o.donPeriod);
+    if (!donPeriod || *donPeriod < 1000000) return usageError("bad duration '" + o.donPeriod + "'");
+    if (o.donStates <= 0) return usageError("--don-states must be at least 1");
+    const auto priority = logPriority(o.logLevel);
+    if (!priority) return usageError("bad log level '" + o.logLevel + "'");
+    std::string scriptError;
+    const auto script = sim::InteractiveScript::parse(o.interactive, &scriptError);
+    if (!script) return usageError(scriptError);
+
+    for (char** env = environ; *env != nullptr; ++env) {
+        if (strncmp(*env, kPropertyEnvPrefix, strlen(kPropertyEnvPrefix)) != 0) continue;
+        if (auto problem = applyProperty(*env + strlen(kPropertyEnvPrefix))) return usageError(*problem);
+    }
+    for (const auto& assignment : o.properties) {
+        if (auto problem = applyProperty(assignment)) return usageError(*problem);
+    }
+
+    const auto names = splitList(o.providers);
+    for (const auto& name : names) {
+        const auto& known = host::providerNames();
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            return usageError("unknown provider '" + name + "'");
+        }
+    }
+    if (!o.root.empty()) hostplatform::setFsRoot(o.root);
+
+    host::HostClock clock(realTime ? host::HostClock::Mode::Real : host::HostClock::Mode::Simulated);
+    host::Output output(stdout, o.json);
+    g_output = &output;
+    g_clock = &clock;
+    __android_log_set_minimum_priority(*priority);
+    __android_log_set_logger(timelineLogger);
+
+    sim::HeadsetConfig config;
+    config.interactive = *script;
+    sim::Headset headset(config, [&clock] { return clock.deviceNs(); });
+
+    host::ProviderOptions providerOptions;
+    providerOptions.donBitsPerState = o.donBits;
+    providerOptions.donStatesPerAggregate = o.donStates;
+    providerOptions.donSamplePeriodMs = *donPeriod / 1000000;
+
+    host::Host host(clock, output, headset, host::makeProviders(providerOptions, names),
+                    *snapshotEvery);
+    const int status = host.run(*duration);
+    __android_log_set_logger(__android_log_stderr_logger);
+    return status;
+}

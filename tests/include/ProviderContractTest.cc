@@ -1,0 +1,77 @@
+#include "Provider.h"
+
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "FakeClock.h"
+#include "SystemStateStats.h"
+
+namespace {
+
+using Vistrel::Provider;
+
+// The least a provider must define: name() and snapshot().
+class MinimalProvider : public Provider {
+public:
+    const char* name() const override { return "Minimal"; }
+    bool snapshot(Vistrel::IClockReader&, bool) override { return true; }
+};
+
+TEST(ProviderContract, BaseBehaviours) {
+    MinimalProvider p;
+    testing_support::FakeClock clock;
+    bool routed = false;
+    EXPECT_TRUE(p.acquireResources([&](const std::string&, const std::string&, bool) { routed = true; },
+                                   clock));
+    EXPECT_FALSE(p.sample(clock).has_value());
+    EXPECT_FALSE(p.sampleRate().has_value());
+    p.notify("PowerConnected", "", clock);
+    EXPECT_TRUE(p.releaseResources());
+    EXPECT_FALSE(routed) << "the base acquireResources must not call the router";
+}
+
+#if defined(__x86_64__)
+// Itanium C++ ABI: a pointer to a virtual member function holds 1 + the byte offset of its
+// vtable slot, and the destructor pair occupies slots 0 and 1. Providers built against the host
+// library depend on this order.
+template <typename F>
+ptrdiff_t slotOf(F member) {
+    struct Representation {
+        uintptr_t ptr;
+        ptrdiff_t adj;
+    } r;
+    static_assert(sizeof(member) == sizeof(r));
+    memcpy(&r, &member, sizeof(r));
+    return static_cast<ptrdiff_t>((r.ptr - 1) / sizeof(void*));
+}
+
+TEST(ProviderContract, VirtualOperationsKeepTheirSlots) {
+    EXPECT_EQ(slotOf(&Provider::name), 2);
+    EXPECT_EQ(slotOf(&Provider::acquireResources), 3);
+    EXPECT_EQ(slotOf(&Provider::releaseResources), 4);
+    EXPECT_EQ(slotOf(&Provider::snapshot), 5);
+    EXPECT_EQ(slotOf(&Provider::sample), 6);
+    EXPECT_EQ(slotOf(&Provider::notify), 7);
+    EXPECT_EQ(slotOf(&Provider::sampleRate), 8);
+    EXPECT_EQ(slotOf(&Vistrel::SystemStateStats::setPowerManager), 9);
+    EXPECT_EQ(slotOf(&Vistrel::PowerManager::getIsInteractive), 0);
+}
+#endif
+
+TEST(ProviderContract, NotificationHoldsNameThenDetail) {
+    const Vistrel::Notification n{"ZramHeartbeat", "15 minutes"};
+    EXPECT_EQ(n.name, "ZramHeartbeat");
+    EXPECT_EQ(n.detail, "15 minutes");
+    static_assert(offsetof(Vistrel::Notification, name) < offsetof(Vistrel::Notification, detail));
+}
+
+TEST(ProviderContract, SamplePeriodIsSigned64BitMilliseconds) {
+    static_assert(std::is_same_v<Vistrel::SamplePeriod::value_type::rep, int64_t> ||
+                  sizeof(Vistrel::SamplePeriod::value_type::rep) == 8);
+    static_assert(std::is_same_v<Vistrel::SamplePeriod::value_type::period, std::milli>);
+    const Vistrel::SamplePeriod period = std::chrono::milliseconds(900000);
+    EXPECT_EQ(period->count(), 900000);
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+#include "SystemStateStats.h"
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include "FakeClock.h"
+#include "LogCapture.h"
+
+namespace {
+
+using Vistrel::SystemStateStats;
+using testing_support::FakeClock;
+
+// A power manager that answers a scripted sequence and reports its own destruction.
+class ScriptedPowerManager : public Vistrel::PowerManager {
+public:
+    explicit ScriptedPowerManager(std::vector<bool> answers, int* destroyed = nullptr)
+        : answers_(std::move(answers)), destroyed_(destroyed) {}
+    ~ScriptedPowerManager() override {
+        if (destroyed_) ++*destroyed_;
+    }
+    bool getIsInteractive() override { return answers_[next_++ % answers_.size()]; }
+
+private:
+    std::vector<bool> answers_;
+    size_t next_ = 0;
+    int* destroyed_;
+};
+
+// Samples `states` in order and returns the packed words of the resulting batch.
+std::vector<int64_t> pack(uint32_t bits, const std::vector<bool>& states) {
+    SystemStateStats stats(bits, static_cast<int32_t>(states.size()), 1000);
+    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(states));
+    FakeClock clock;
+    for (size_t i = 0; i < states.size(); ++i) stats.sample(clock);
+    return stats.getDonStates();
+}
+
+std::vector<bool> repeat(bool value, size_t n) { return std::vector<bool>(n, value); }
+
+std::vector<bool> concat(std::vector<bool> a, const std::vector<bool>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+TEST(SystemStateStatsPacking, WidthsThatDivide32) {
+    EXPECT_EQ(pack(8, {1, 0, 1, 1}), (std::vector<int64_t>{0xffff00ff}));
+    EXPECT_EQ(pack(1, repeat(true, 40)), (std::vector<int64_t>{0xffffffff, 0xff}));
+    EXPECT_EQ(pack(1, concat(repeat(false, 32), {1})), (std::vector<int64_t>{0, 1}));
+    EXPECT_EQ(pack(2, {0, 1, 0, 1}), (std::vector<int64_t>{0xcc}));
+    EXPECT_EQ(pack(16, {1, 1, 1}), (std::vector<int64_t>{0xffffffff, 0xffff}));
+}
+
+TEST(SystemStateStatsPacking, WidthsThatDoNotDivide32OverlapTheFirstSlot) {
+    // b = 3: ten slots per word, but the word closes only at 33 bits, so the 11th state lands in
+    // slot 0 of the same word and the 12th starts the next word in slot 1.
+    EXPECT_EQ(pack(3, concat(repeat(false, 10), {1, 0, 1})), (std::vector<int64_t>{0x7, 0x1c0}));
+    EXPECT_EQ(pack(3, repeat(true, 12)), (std::vector<int64_t>{0x3fffffff, 0x38}));
+    // b = 5: six slots, a word closes after seven states (35 bits).
+    EXPECT_EQ(pack(5, concat(repeat(false, 6), {1})), (std::vector<int64_t>{0x1f}));
+}
+
+TEST(SystemStateStatsPacking, Width32HasAnEmptyMaskAndWidth0NeverClosesAWord) {
+    EXPECT_EQ(pack(32, {1, 1}), (std::vector<int64_t>{0, 0}));
+    EXPECT_TRUE(pack(0, {1, 1, 1}).empty());
+    EXPECT_EQ(pack(33, {1, 1}), (std::vector<int64_t>{1, 2})) << "width and shifts taken mod 32";
+}
+
+TEST(SystemStateStatsPacking, EachWordIsLoggedAtInfo) {
+    logcapture::clear();
+    pack(1, repeat(true, 40));
+    EXPECT_EQ(logcapture::entries(),
+              (std::vector<logcapture::Entry>{
+                  {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ffffffff"},
+                  {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ff"}}));
+
+    SystemStateStats empty(1, 4, 1000);
+    logcapture::clear();
+    EXPECT_TRUE(empty.getDonStates().empty());
+    EXPECT_TRUE(logcapture::entries().empty());
+}
+
+TEST(SystemStateStatsBatches, EveryNthSampleNotifiesAndStartsTheNextBatch) {
+    SystemStateStats stats(1, 3, 60000);
+    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1, 0, 1, 0, 0, 1}));
+    FakeClock clock;
+    clock.elapsed = 1999999;
+    EXPECT_FALSE(stats.sample(clock));
+    clock.elapsed = 5000000000;
+    EXPECT_FALSE(stats.sample(clock));
+    const auto done = stats.sample(clock);
+    ASSERT_TRUE(done);
+    EXPECT_EQ(done->name, "SystemStateStats");
+    EXPECT_EQ(done->detail, "AggregatedDonStates");
+    EXPECT_EQ(stats.getEventStartTime(), 1) << "start of the batch, 1999999 ns truncated to ms";
+    EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{0b101}));
+
+    clock.elapsed = 7000000000;
+    EXPECT_FALSE(stats.sample(clock));  // the next batch starts and replaces the states
+    EXPECT_EQ(stats.getEventStartTime(), 7000);
+    EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{0}));
+    EXPECT_FALSE(stats.sample(clock));
+    EXPECT_TRUE(stats.sample(clock));
+    EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{0b100}));
+}
+
+TEST(SystemStateStatsBatches, BatchOfOneNotifiesEverySample) {
+    SystemStateStats stats(1, 1, 1000);
+    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1, 0}));
+    FakeClock clock;
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(stats.sample(clock));
+        EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{i % 2 == 0 ? 1 : 0}));
+    }
+}
+
+TEST(SystemStateStatsBatches, LargeBatchCounterWrapsLikeThe32BitFormula) {
+    // (counter + N + 1) mod N in wrapping 32-bit arithmetic: for N = INT32_MAX the first step
+    // wraps to INT32_MIN, leaving -1, and the second lands on 0, so the batch closes early.
+    // The point is the device's result without signed-overflow undefined behaviour.
+    SystemStateStats stats(1, INT32_MAX, 1000);
+    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}));
+    FakeClock clock;
+    EXPECT_FALSE(stats.sample(clock));
+    EXPECT_TRUE(stats.sample(clock));
+}
+
+TEST(SystemStateStatsSnapshot, ReturnsAndClearsTheReadyFlag) {
+    SystemStateStats stats(1, 2, 1000);
+    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}));
+    FakeClock clock;
+    EXPECT_FALSE(stats.snapshot(clock, false));
+    stats.sample(clock);
+    EXPECT_FALSE(stats.snapshot(clock, false));
+    stats.sample(clock);
+    EXPECT_TRUE(stats.snapshot(clock, false));
+    EXPECT_FALSE(stats.snapshot(clock, false)) << "a second snapshot without a new batch";
+}
+
+TEST(SystemStateStatsSnapshot, ForcedSnapshotThatCompletesABatchReturnsTrue) {
+    SystemStateStats stats(1, 2, 1000);
+    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}));
+    FakeClock clock;
+    stats.sample(clock);
+    EXPECT_TRUE(stats.snapshot(clock, true));  // its own sample completed the batch
+    EXPECT_FALSE(stats.snapshot(clock, true)); // this forced sample starts a new one
+    EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{1}));
+}
+
+TEST(SystemStateStatsPowerManager, AcquireInstallsADefaultThroughTheVirtualSlot) {
+    struct Observed : SystemStateStats {
+        using SystemStateStats::SystemStateStats;
+        void setPowerManager(std::unique_ptr<Vistrel::PowerManager>&& pm) override {
+            seen = pm != nullptr;
+            SystemStateStats::setPowerManager(std::move(pm));
+        }
+        bool seen = false;
+    } stats(1, 1, 1000);
+    FakeClock clock;
+    EXPECT_TRUE(stats.acquireResources(nullptr, clock)) << "the router is never called";
+    EXPECT_TRUE(stats.seen);
+    EXPECT_TRUE(stats.sample(clock)) << "the default manager answers";
+    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(1000)));
+    EXPECT_STREQ(stats.name(), "SystemStateStats");
+}
+
+TEST(SystemStateStatsPowerManager, SetTakesOwnershipAndDestroysThePrevious) {
+    int destroyed = 0;
+    {
+        SystemStateStats stats(1, 1, 1000);
+        auto first = std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}, &destroyed);
+        stats.setPowerManager(std::move(first));
+        EXPECT_EQ(first, nullptr);
+        stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{0}, &destroyed));
+        EXPECT_EQ(destroyed, 1);
+    }
+    EXPECT_EQ(destroyed, 2) << "the owned manager dies with the provider";
+}
+
+}  // namespace
