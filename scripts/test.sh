@@ -20,3 +20,8 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 cmake --preset asan >/dev/null
 cmake --build --preset asan -j "$jobs"
 ctest --preset asan -j "$jobs"
+
+step "ThreadSanitizer (suites with calls from other threads)"
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j "$jobs" --target tsan_tests
+ctest --preset tsan -j "$jobs" -L tsan

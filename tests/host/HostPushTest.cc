@@ -1,0 +1,92 @@
+// Pushes from other threads reach the host's driving thread: queued, routed to every provider,
+// and a forced push snapshots the pusher. Run under ThreadSanitizer by the test script.
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "Headset.h"
+#include "Host.h"
+
+namespace {
+
+// What the provider saw; owned by the test because the host destroys its providers.
+struct Observed {
+    int notified = 0;
+    int forcedSnapshots = 0;
+    int callsOffDrivingThread = 0;
+};
+
+// Pushes `count` forced notifications from its own thread as soon as it is acquired.
+class PushingProvider : public Vistrel::Provider {
+public:
+    PushingProvider(int count, Observed& seen) : count_(count), seen_(seen) {}
+    ~PushingProvider() override { join(); }
+
+    const char* name() const override { return "Pusher"; }
+    bool acquireResources(Vistrel::NotificationRouter router, Vistrel::IClockReader&) override {
+        driver_ = std::this_thread::get_id();
+        thread_ = std::thread([this, router] {
+            for (int i = 0; i < count_; ++i) router("Pushed", std::to_string(i), true);
+        });
+        return true;
+    }
+    bool releaseResources() override {
+        join();
+        return true;
+    }
+    bool snapshot(Vistrel::IClockReader&, bool force) override {
+        check();
+        seen_.forcedSnapshots += force;
+        return true;
+    }
+    void notify(const std::string& name, const std::string&, Vistrel::IClockReader&) override {
+        check();
+        seen_.notified += name == "Pushed";
+    }
+
+private:
+    void check() { seen_.callsOffDrivingThread += std::this_thread::get_id() != driver_; }
+    void join() {
+        if (thread_.joinable()) thread_.join();
+    }
+
+    int count_;
+    Observed& seen_;
+    std::thread thread_;
+    std::thread::id driver_;
+};
+
+size_t occurrences(const std::string& text, const std::string& needle) {
+    size_t n = 0;
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++n;
+    return n;
+}
+
+TEST(HostPush, PushesFromAnotherThreadAreHandledOnTheDrivingThread) {
+    constexpr int kPushes = 200;
+    Observed seen;
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* out = open_memstream(&text, &size);
+    {
+        host::HostClock clock(host::HostClock::Mode::Real);
+        host::Output output(out, true);
+        sim::Headset headset(sim::HeadsetConfig{}, [&clock] { return clock.deviceNs(); });
+        std::vector<host::HostedProvider> providers(1);
+        providers[0].provider = std::make_unique<PushingProvider>(kPushes, seen);
+        providers[0].record = [] { return nlohmann::ordered_json{{"fresh", true}}; };
+        host::Host host(clock, output, headset, std::move(providers), INT64_C(3600000000000));
+        EXPECT_EQ(host.run(INT64_C(300000000)), 0);  // 300 ms of real time
+    }
+    fclose(out);
+    const std::string timeline(text, size);
+    free(text);
+
+    EXPECT_EQ(seen.notified, kPushes);
+    EXPECT_EQ(seen.forcedSnapshots, kPushes) << "each forced push snapshots the pusher";
+    EXPECT_EQ(seen.callsOffDrivingThread, 0);
+    EXPECT_EQ(occurrences(timeline, "\"event\":\"push (force)\""), static_cast<size_t>(kPushes));
+    EXPECT_EQ(occurrences(timeline, "\"event\":\"record\""), static_cast<size_t>(kPushes));
+}
+
+}  // namespace
