@@ -86,6 +86,9 @@ TEST_F(BatteryStatsConnected, ReacquireKeepsTheServiceButRestampsAndLateRegistra
 }
 
 TEST_F(BatteryStatsConnected, FirstSampleOfTheProcessNotifiesThenOnlyChangesDo) {
+    stats.status = 3;
+    stats.health = 2;
+    stats.level = 50;  // nothing differs from the HAL's answer
     EXPECT_TRUE(isHealthInfo(stats.sample(clock)));
     ASSERT_TRUE(stats.snapshot(clock, false));
     EXPECT_FALSE(stats.sample(clock)) << "nothing changed since the snapshot";
@@ -365,6 +368,7 @@ TEST_F(BatteryStatsConnected, StatisticsOfAPartlyFilledRingAndNegativeCurrents) 
     EXPECT_EQ(stats.currentMinMa, -1500.0f);
     EXPECT_FLOAT_EQ(stats.currentAvgMa, -1750.0f / 3.0f);
     EXPECT_EQ(stats.voltageAvgMv, 3900.0f);
+    EXPECT_EQ(stats.voltageMinMv, 3900.0f) << "unwritten entries stay out";
 
     stats.sample(clock);  // the rings are not reset by a snapshot
     ASSERT_TRUE(stats.snapshot(clock, false));
