@@ -1,6 +1,5 @@
 // The HIDL support stand-ins and the health HAL service lookup.
 #include <android/hardware/health/2.1/IHealth.h>
-#include <android/hardware/health/2.1/IHealthInfoCallback.h>
 #include <gtest/gtest.h>
 #include <hidl/HidlSupport.h>
 #include <hidl/Status.h>
@@ -11,52 +10,13 @@
 namespace {
 
 using android::sp;
-using android::hardware::hidl_array;
 using android::hardware::hidl_string;
 using android::hardware::hidl_vec;
 using android::hardware::Return;
 using android::hardware::Status;
-using android::hardware::toString;
 using testing_support::FakeHealth;
 namespace V2_0 = android::hardware::health::V2_0;
 namespace V2_1 = android::hardware::health::V2_1;
-
-TEST(HidlString, ConversionsAndComparisons) {
-    const hidl_string fromNull(static_cast<const char*>(nullptr));
-    EXPECT_TRUE(fromNull.empty());
-    const hidl_string partial("battery", 3);
-    EXPECT_EQ(partial, "bat");
-    EXPECT_TRUE("abc" < hidl_string("abd"));
-    EXPECT_TRUE(hidl_string("b") >= "a");
-    EXPECT_NE(hidl_string("a"), hidl_string("b"));
-    const std::string back = hidl_string(std::string("Li-ion"));
-    EXPECT_EQ(back, "Li-ion");
-    EXPECT_EQ(toString(hidl_string("x")), "\"x\"");
-}
-
-TEST(HidlVec, ConstructionAccessAndText) {
-    hidl_vec<int32_t> sized(3);
-    EXPECT_EQ(sized.size(), 3u);
-    EXPECT_EQ(sized[2], 0) << "value-initialised";
-    hidl_vec<int32_t> listed{4, -1, 7};
-    EXPECT_TRUE(listed.contains(-1));
-    EXPECT_EQ(listed.find(9), listed.end());
-    listed.resize(2);
-    EXPECT_EQ(std::vector<int32_t>(listed), (std::vector<int32_t>{4, -1}));
-    EXPECT_EQ(toString(hidl_vec<int32_t>{1, 2, 3}), "[3]{1, 2, 3}");
-    EXPECT_EQ(toString(hidl_vec<hidl_string>{"a"}), "[1]{\"a\"}");
-    hidl_array<uint8_t, 2> bytes;
-    bytes[1] = 9;
-    EXPECT_EQ(toString(bytes), "[2]{0, 9}");
-}
-
-TEST(HidlEnums, ToStringNamesKnownValuesAndPrintsOthersInHex) {
-    using android::hardware::health::V1_0::BatteryStatus;
-    EXPECT_EQ(toString(BatteryStatus::FULL), "FULL");
-    EXPECT_EQ(toString(static_cast<BatteryStatus>(0)), "0");
-    EXPECT_EQ(toString(static_cast<BatteryStatus>(-1)), "0xffffffff");
-    EXPECT_EQ(toString(static_cast<V2_0::Result>(42)), "0x2a");
-}
 
 TEST(HidlStatus, DescriptionTexts) {
     EXPECT_EQ(Status::ok().description(), "No error");
@@ -130,16 +90,6 @@ TEST(HealthService, RegisterAsServiceServesBothVersionsAndCastsBack) {
     EXPECT_TRUE(v20->ping().isOk());
     EXPECT_FALSE(v20->isRemote());
     hostplatform::clearServices();
-}
-
-TEST(HealthService, CastingARealTwoZeroObjectToTwoOneYieldsNull) {
-    struct Callback20 : V2_0::IHealthInfoCallback {
-        Return<void> healthInfoChanged(const V2_0::HealthInfo&) override {
-            return android::hardware::Void();
-        }
-    };
-    sp<V2_0::IHealthInfoCallback> callback = new Callback20;
-    EXPECT_EQ(V2_1::IHealthInfoCallback::castFrom(callback).withDefault(nullptr), nullptr);
 }
 
 }  // namespace
