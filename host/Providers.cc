@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "BatteryStats.h"
+#include "BatteryStatsStates.h"
 #include "SystemStateStats.h"
 
 namespace host {
@@ -32,6 +34,65 @@ HostedProvider systemState(const ProviderOptions& o) {
     return hosted;
 }
 
+HostedProvider battery(const ProviderOptions&) {
+    auto provider = std::make_unique<Vistrel::BatteryStats>();
+    const Vistrel::BatteryStats* p = provider.get();
+    HostedProvider hosted;
+    hosted.record = [p] {
+        return json{{"isCharging", p->isCharging},
+                    {"powerSource", p->powerSource},
+                    {"status", p->statusText},
+                    {"health", p->healthText},
+                    {"level", p->level},
+                    {"previousLevel", p->previousLevel},
+                    {"chargeTimeToFullSeconds", p->chargeTimeToFullSeconds},
+                    {"fullChargeMah", p->fullChargeMah},
+                    {"previousFullChargeMah", p->previousFullChargeMah},
+                    {"chargeCounterMah", p->chargeCounterMah},
+                    {"previousChargeCounterMah", p->previousChargeCounterMah},
+                    {"cycleCount", p->cycleCount},
+                    {"currentMa", {p->currentLastMa, p->currentMaxMa, p->currentMinMa, p->currentAvgMa}},
+                    {"voltageMv", {p->voltageLastMv, p->voltageMaxMv, p->voltageMinMv, p->voltageAvgMv}}};
+    };
+    hosted.provider = std::move(provider);
+    return hosted;
+}
+
+const char* batteryStateName(Vistrel::BatteryState state) {
+    switch (state) {
+        case Vistrel::BatteryState::ActiveDischarging: return "ActiveDischarging";
+        case Vistrel::BatteryState::ActiveCharging: return "ActiveCharging";
+        case Vistrel::BatteryState::InactiveDischarging: return "InactiveDischarging";
+        case Vistrel::BatteryState::InactiveCharging: return "InactiveCharging";
+    }
+    return "?";
+}
+
+HostedProvider batteryStates(const ProviderOptions&) {
+    auto provider = std::make_unique<Vistrel::BatteryStatsStates>();
+    const Vistrel::BatteryStatsStates* p = provider.get();
+    HostedProvider hosted;
+    hosted.record = [p] {
+        return json{{"state", batteryStateName(p->currentState)},
+                    {"previousState", batteryStateName(p->previousState)},
+                    {"stateStartStamp", p->stateStartStamp},
+                    {"previousStateStartStamp", p->previousStateStartStamp},
+                    {"powerSource", p->powerSource},
+                    {"statePowerSource", p->statePowerSource},
+                    {"previousStatePowerSource", p->previousStatePowerSource},
+                    {"levelAtEvent", p->levelAtEvent},
+                    {"previousLevelAtEvent", p->previousLevelAtEvent},
+                    {"isChargingNow", p->isChargingNow},
+                    {"chargeTimeToFullSeconds", p->chargeTimeToFullSeconds},
+                    {"fullChargeMah", p->fullChargeMah},
+                    {"previousFullChargeMah", p->previousFullChargeMah},
+                    {"chargeCounterMah", p->chargeCounterMah},
+                    {"previousChargeCounterMah", p->previousChargeCounterMah}};
+    };
+    hosted.provider = std::move(provider);
+    return hosted;
+}
+
 struct Entry {
     const char* name;
     HostedProvider (*make)(const ProviderOptions&);
@@ -39,6 +100,8 @@ struct Entry {
 
 const Entry kProviders[] = {
     {"SystemStateStats", systemState},
+    {"BatteryStats", battery},
+    {"BatteryStatsStates", batteryStates},
 };
 
 }  // namespace

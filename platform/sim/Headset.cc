@@ -5,6 +5,7 @@
 
 #include "Duration.h"
 #include "hostplatform/Power.h"
+#include "hostplatform/ServiceRegistry.h"
 
 namespace sim {
 namespace {
@@ -77,15 +78,28 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     : config_(std::move(config)), now_(std::move(now)) {
     hostplatform::setInteractiveSource(
         [script = config_.interactive, now = now_] { return script.at(now()); });
+    health_ = new SimHealth(config_.battery, now_,
+                            [script = config_.interactive](int64_t ns) { return script.at(ns); });
+    health_->registerAsService("default");
 }
 
-Headset::~Headset() { hostplatform::resetInteractiveSource(); }
+Headset::~Headset() {
+    hostplatform::removeService<android::hardware::health::V2_1::IHealth>("default");
+    hostplatform::removeService<android::hardware::health::V2_0::IHealth>("default");
+    hostplatform::resetInteractiveSource();
+}
 
 std::optional<HostEvent> Headset::nextEventAfter(int64_t deviceNs) const {
-    const auto change = config_.interactive.nextChangeAfter(deviceNs);
-    if (!change) return std::nullopt;
-    const bool on = config_.interactive.at(*change);
-    return HostEvent{*change, on ? "ScreenOn" : "ScreenOff", on ? "interactive" : "not interactive"};
+    std::optional<HostEvent> screen;
+    if (const auto change = config_.interactive.nextChangeAfter(deviceNs)) {
+        const bool on = config_.interactive.at(*change);
+        screen = HostEvent{*change, on ? "ScreenOn" : "ScreenOff", on ? "interactive" : "not interactive"};
+    }
+    // Charger plugs and unplugs; at the same instant as a screen change, the screen goes first.
+    const auto power = health_->nextPowerChangeAfter(deviceNs);
+    if (!power || (screen && screen->atNs <= power->atNs)) return screen;
+    return HostEvent{power->atNs, power->connected ? "PowerConnected" : "PowerDisconnected",
+                     chargerName(power->charger)};
 }
 
 }  // namespace sim

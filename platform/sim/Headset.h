@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "SimHealth.h"
+
 namespace sim {
 
 // Device time in nanoseconds since boot.
@@ -51,6 +53,7 @@ struct HostEvent {
 struct HeadsetConfig {
     InteractiveScript interactive =
         *InteractiveScript::parse(kDefaultInteractiveScript, nullptr);
+    BatteryScript battery = BatteryScript::defaults();  // health HAL "default" while alive
 };
 
 class Headset {
@@ -64,10 +67,12 @@ public:
     std::optional<HostEvent> nextEventAfter(int64_t deviceNs) const;
 
     const HeadsetConfig& config() const { return config_; }
+    SimHealth& health() { return *health_; }
 
 private:
     HeadsetConfig config_;
     DeviceTime now_;
+    android::sp<SimHealth> health_;
 };
 
 }  // namespace sim

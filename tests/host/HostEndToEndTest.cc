@@ -1,5 +1,6 @@
 // Runs the reference host binary against the simulated headset and checks its timeline.
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -73,8 +74,8 @@ TEST(HostEndToEnd, SimulatedRunDeliversDonStateBatchesOnTheirCadence) {
             notifiedAt.push_back(line["t_ns"]);
         } else if (event == "fetch") {
             fetches.push_back(line);
-        } else if (event == "host-event") {
-            hostEvents.push_back(line["name"]);
+        } else if (event == "host-event" && line["name"].get<std::string>().rfind("Screen", 0) == 0) {
+            hostEvents.push_back(line["name"]);  // the screen events; chargers also raise events
         } else if (event == "log" && line["source"] == "Vistrel") {
             loggedWords.push_back(line["text"]);
         }
@@ -101,6 +102,34 @@ TEST(HostEndToEnd, ReadableTimelineByDefault) {
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_THAT(run.output, ::testing::HasSubstr("notification  name=SystemStateStats detail=AggregatedDonStates"));
     EXPECT_THAT(run.output, ::testing::HasSubstr("donStates=[0xffffffff, 0x800007f]"));
+}
+
+TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
+    const HostRun run = runHost("--json --providers BatteryStats,BatteryStatsStates");
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::map<std::string, int> notifications, records, hostEvents, actions;
+    for (const auto& line : jsonLines(run.output)) {
+        const std::string event = line["event"];
+        if (event == "notification") ++notifications[line["name"].get<std::string>()];
+        if (event == "record") ++records[line["source"].get<std::string>()];
+        if (event == "host-event") ++hostEvents[line["name"].get<std::string>()];
+        if (event == "log" && line["text"].get<std::string>().rfind("BatteryStatsStates::", 0) == 0) {
+            ++actions[line["text"].get<std::string>()];
+        }
+    }
+    EXPECT_GT(notifications["HealthInfo"], 0);
+    EXPECT_EQ(notifications["BatteryFull"], 2);
+    EXPECT_GE(notifications["BatteryLow"], 2);
+    EXPECT_EQ(records["BatteryStats"], 16) << "every 15 minutes for 4 hours";
+    EXPECT_EQ(records["BatteryStatsStates"], 16);
+    EXPECT_EQ(hostEvents["PowerConnected"], 2);
+    EXPECT_EQ(hostEvents["PowerDisconnected"], 2);
+    EXPECT_EQ(actions["BatteryStatsStates::chargeStartEvent()"], 2);
+    EXPECT_EQ(actions["BatteryStatsStates::chargeEndEvent()"], 2);
+    EXPECT_EQ(actions["BatteryStatsStates::batteryFullEvent()"], 2);
+    EXPECT_EQ(actions["BatteryStatsStates::shutdownEvent()"], notifications["BatteryLow"]);
+    EXPECT_GT(actions["BatteryStatsStates::activeStartEvent()"], 0);
+    EXPECT_GT(actions["BatteryStatsStates::activeEndEvent()"], 0);
 }
 
 TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {

@@ -1,0 +1,244 @@
+#include "BatteryStatsStates.h"
+
+#include "vistrelcore/PowerManager.h"
+#include "xrlogger/Logger.h"
+
+namespace Vistrel {
+namespace {
+
+using android::hardware::Return;
+using android::hardware::health::V2_0::Result;
+using android::hardware::health::V2_1::HealthInfo;
+using android::hardware::health::V2_1::IHealth;
+
+constexpr int32_t kFullLevel = 90;     // percent
+constexpr int32_t kLowLevel = 3;       // percent
+constexpr int32_t kDischarging = 3;    // BatteryStatus::DISCHARGING
+constexpr float kUnknownLevel = -1.0f;
+
+// Separator put before the first word only; kept in writable data.
+char kAppendSeparator[] = " ";
+
+// Replaces `target` with `text`, with the separator in front when `target` was empty. The
+// previous contents are discarded: the result holds one word, not a list.
+void append(std::string& target, const char* text) {
+    const std::string prefix = target.empty() ? kAppendSeparator : "";
+    target = prefix + text;
+}
+
+bool isChargingStatus(int32_t status) { return status == 2 || status == 5; }
+
+bool readHealthInfo(IHealth& hal, HealthInfo& info) {
+    Result result = Result::UNKNOWN;
+    const Return<void> ret = hal.getHealthInfo_2_1([&](Result r, const HealthInfo& value) {
+        result = r;
+        info = value;
+    });
+    if (!ret.isOk() || result != Result::SUCCESS) {
+        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "getHealthInfo_2_1() failed");
+        return false;
+    }
+    return true;
+}
+
+void logHealthMissing() {
+    // The battery collector's wording, shared on purpose.
+    xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "BatteryStats: health not initialized");
+}
+
+}  // namespace
+
+BatteryStatsStates::~BatteryStatsStates() = default;
+
+const char* BatteryStatsStates::name() const { return "BatteryStatsStates"; }
+
+SamplePeriod BatteryStatsStates::sampleRate() const { return std::chrono::milliseconds(60000); }
+
+bool BatteryStatsStates::isActive(BatteryState state) {
+    return static_cast<uint32_t>(state) < 2;
+}
+
+bool BatteryStatsStates::isCharging(BatteryState state) {
+    return (static_cast<uint32_t>(state) & ~UINT32_C(2)) == 1;
+}
+
+void BatteryStatsStates::createFSM(IClockReader& clock) {
+    using S = BatteryState;
+    const auto chargeStart = [this] { chargeStartEvent(); };
+    const auto chargeEnd = [this] { chargeEndEvent(); };
+    const auto activeStart = [this] { activeStartEvent(); };
+    const auto activeEnd = [this] { activeEndEvent(); };
+    const auto none = [this] { nullEvent(); };
+    const auto shutdown = [this] { shutdownEvent(); };
+    const auto full = [this] { batteryFullEvent(); };
+    transitions = TransitionTable{
+        {{"PowerConnected", S::ActiveDischarging}, {S::ActiveCharging, chargeStart}},
+        {{"PowerDisconnected", S::ActiveDischarging}, {S::ActiveDischarging, none}},
+        {{"ScreenOff", S::ActiveDischarging}, {S::InactiveDischarging, activeEnd}},
+        {{"ScreenOn", S::ActiveDischarging}, {S::ActiveDischarging, none}},
+        {{"BatteryLow", S::ActiveDischarging}, {S::ActiveDischarging, shutdown}},
+        {{"PowerConnected", S::InactiveDischarging}, {S::InactiveCharging, chargeStart}},
+        {{"PowerDisconnected", S::InactiveDischarging}, {S::InactiveDischarging, none}},
+        {{"ScreenOff", S::InactiveDischarging}, {S::InactiveDischarging, none}},
+        {{"ScreenOn", S::InactiveDischarging}, {S::ActiveDischarging, activeStart}},
+        {{"BatteryLow", S::InactiveDischarging}, {S::InactiveDischarging, shutdown}},
+        // Connecting while already charging runs chargeStartEvent again.
+        {{"PowerConnected", S::ActiveCharging}, {S::ActiveCharging, chargeStart}},
+        {{"PowerDisconnected", S::ActiveCharging}, {S::ActiveDischarging, chargeEnd}},
+        {{"ScreenOff", S::ActiveCharging}, {S::InactiveCharging, activeEnd}},
+        {{"ScreenOn", S::ActiveCharging}, {S::ActiveCharging, none}},
+        {{"BatteryLow", S::ActiveCharging}, {S::ActiveCharging, shutdown}},
+        {{"BatteryFull", S::ActiveCharging}, {S::ActiveCharging, full}},
+        {{"PowerConnected", S::InactiveCharging}, {S::InactiveCharging, chargeStart}},
+        {{"PowerDisconnected", S::InactiveCharging}, {S::InactiveDischarging, chargeEnd}},
+        {{"ScreenOff", S::InactiveCharging}, {S::InactiveCharging, none}},
+        {{"ScreenOn", S::InactiveCharging}, {S::ActiveCharging, activeStart}},
+        {{"BatteryLow", S::InactiveCharging}, {S::InactiveCharging, shutdown}},
+        {{"BatteryFull", S::InactiveCharging}, {S::InactiveCharging, full}},
+    };
+    currentState = S::InactiveCharging;
+    stateStartStamp = clock.readTimestamp();
+}
+
+void BatteryStatsStates::setInitialBatteryState() {
+    if (healthService == nullptr) return;
+    HealthInfo info{};
+    if (!readHealthInfo(*healthService, info)) return;
+    isChargingNow = isChargingStatus(static_cast<int32_t>(info.legacy.legacy.batteryStatus));
+    PowerManager powerManager;
+    if (powerManager.getIsInteractive()) {
+        currentState = isChargingNow ? BatteryState::ActiveCharging : BatteryState::ActiveDischarging;
+    } else {
+        currentState =
+            isChargingNow ? BatteryState::InactiveCharging : BatteryState::InactiveDischarging;
+    }
+}
+
+bool BatteryStatsStates::acquireResources(NotificationRouter, IClockReader& clock) {
+    createFSM(clock);
+    lastSnapshotNs = clock.nowNs();
+    if (healthService == nullptr) {
+        healthService = IHealth::getService("default", false);
+        if (healthService == nullptr) {
+            xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
+                          "BatteryStatsStates: health HAL V2.1 not available or dead");
+            return false;
+        }
+    }
+    setInitialBatteryState();
+    return true;
+}
+
+void BatteryStatsStates::notify(const std::string& name, const std::string&, IClockReader& clock) {
+    const auto entry = transitions.find({name, currentState});
+    if (entry == transitions.end()) return;
+    const BatteryStateTransition transition = entry->second;
+
+    previousState = currentState;
+    previousStateStartStamp = stateStartStamp;
+    stateStartStamp = clock.readTimestamp();
+    currentState = transition.nextState;
+    previousStatePowerSource = statePowerSource;
+    statePowerSource = "";
+
+    if (healthService == nullptr) {
+        logHealthMissing();
+        return;
+    }
+    HealthInfo info{};
+    if (!readHealthInfo(*healthService, info)) return;
+    const float newLevel = static_cast<float>(info.legacy.legacy.batteryLevel);
+    previousLevelAtEvent = levelAtEvent == kUnknownLevel ? newLevel : levelAtEvent;
+    levelAtEvent = newLevel;
+
+    transition.action();
+}
+
+std::optional<Notification> BatteryStatsStates::sample(IClockReader&) {
+    if (healthService == nullptr) {
+        logHealthMissing();
+        return std::nullopt;
+    }
+    HealthInfo info{};
+    if (!readHealthInfo(*healthService, info)) return std::nullopt;
+    const int32_t level = info.legacy.legacy.batteryLevel;
+    const int32_t status = static_cast<int32_t>(info.legacy.legacy.batteryStatus);
+
+    std::optional<Notification> result;
+    if (lastSampledLevel != -1 && !fullReported && level >= kFullLevel) {
+        result = Notification{"BatteryFull", "BatteryStateCollector"};
+    } else if (level <= kLowLevel && level != lastSampledLevel && status == kDischarging) {
+        result = Notification{"BatteryLow", "BatteryExtremeLow"};
+    }
+    lastSampledLevel = level;
+    fullReported = level >= kFullLevel;
+    return result;
+}
+
+bool BatteryStatsStates::snapshot(IClockReader& clock, bool force) {
+    if (force) {
+        xrlogger::Log(xrlogger::INFO, xrlogger::kTag,
+                      "BatteryStatsStates: force sampled in snapshot");
+        sample(clock);
+    }
+    if (healthService == nullptr) {
+        logHealthMissing();
+        return false;
+    }
+    HealthInfo info{};
+    if (!readHealthInfo(*healthService, info)) return false;
+    const auto& battery = info.legacy.legacy;
+
+    isChargingNow = isChargingStatus(static_cast<int32_t>(battery.batteryStatus));
+
+    // The scratch text keeps the last source seen, so with none online the old text stays.
+    if (battery.chargerAcOnline) append(powerSourceScratch, "AC");
+    if (battery.chargerUsbOnline) append(powerSourceScratch, "USB");
+    if (battery.chargerWirelessOnline) append(powerSourceScratch, "WIRELESS");
+    if (powerSourceScratch.empty()) powerSourceScratch = "NONE";
+    powerSource = powerSourceScratch;
+    if (statePowerSource.empty()) statePowerSource = powerSource;
+
+    const float level = static_cast<float>(battery.batteryLevel);
+    if (levelAtEvent == kUnknownLevel) levelAtEvent = level;
+    if (previousLevelAtEvent == kUnknownLevel) previousLevelAtEvent = level;
+
+    previousFullChargeMah = fullChargeMah;
+    previousChargeCounterMah = chargeCounterMah;
+    fullChargeMah = static_cast<float>(battery.batteryFullCharge) / 1000.0f;
+    chargeCounterMah = static_cast<float>(battery.batteryChargeCounter) / 1000.0f;
+    chargeTimeToFullSeconds = static_cast<float>(info.batteryChargeTimeToFullNowSeconds);
+
+    lastSnapshotNs = clock.nowNs();
+    return true;
+}
+
+void BatteryStatsStates::shutdownEvent() {
+    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::shutdownEvent()");
+}
+
+void BatteryStatsStates::chargeStartEvent() {
+    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::chargeStartEvent()");
+}
+
+void BatteryStatsStates::chargeEndEvent() {
+    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::chargeEndEvent()");
+}
+
+void BatteryStatsStates::activeStartEvent() {
+    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::activeStartEvent()");
+}
+
+void BatteryStatsStates::activeEndEvent() {
+    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::activeEndEvent()");
+}
+
+void BatteryStatsStates::nullEvent() {
+    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::nullEvent()");
+}
+
+void BatteryStatsStates::batteryFullEvent() {
+    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::batteryFullEvent()");
+}
+
+}  // namespace Vistrel

@@ -1,0 +1,95 @@
+// The HIDL support stand-ins and the health HAL service lookup.
+#include <android/hardware/health/2.1/IHealth.h>
+#include <gtest/gtest.h>
+#include <hidl/HidlSupport.h>
+#include <hidl/Status.h>
+
+#include "FakeHealth.h"
+#include "hostplatform/HidlServices.h"
+
+namespace {
+
+using android::sp;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using android::hardware::Return;
+using android::hardware::Status;
+using testing_support::FakeHealth;
+namespace V2_0 = android::hardware::health::V2_0;
+namespace V2_1 = android::hardware::health::V2_1;
+
+TEST(HidlStatus, DescriptionTexts) {
+    EXPECT_EQ(Status::ok().description(), "No error");
+    EXPECT_EQ(Status::fromExceptionCode(Status::EX_ILLEGAL_ARGUMENT, "bad index").description(),
+              "Status(EX_ILLEGAL_ARGUMENT): 'bad index'");
+    const Status dead = Status::fromStatusT(android::DEAD_OBJECT);
+    EXPECT_EQ(dead.description(), "Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '");
+    EXPECT_EQ(dead.transactionError(), android::DEAD_OBJECT);
+    EXPECT_TRUE(Status::fromStatusT(android::OK).isOk());
+    EXPECT_EQ(Status::fromExceptionCode(Status::EX_SECURITY).transactionError(), android::OK);
+}
+
+TEST(HidlReturn, ValuesDefaultsAndDeadObjects) {
+    Return<int32_t> ok = 5;
+    EXPECT_TRUE(ok.isOk());
+    EXPECT_EQ(static_cast<int32_t>(ok), 5);
+    Return<int32_t> failed = Status::fromStatusT(android::DEAD_OBJECT);
+    EXPECT_TRUE(failed.isDeadObject());
+    EXPECT_EQ(failed.withDefault(-7), -7);  // checks the status, so no abort at destruction
+    EXPECT_EQ(failed.description(), "Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '");
+    Return<void> moved = Return<void>(Status::fromExceptionCode(Status::EX_NULL_POINTER));
+    Return<void> target = std::move(moved);  // the moved-from Return no longer owns the failure
+    EXPECT_FALSE(target.isOk());
+}
+
+TEST(HidlReturnDeathTest, AnUncheckedFailureAbortsButAnUncheckedSuccessDoesNot) {
+    EXPECT_DEATH({ Return<void> r = Status::fromStatusT(android::DEAD_OBJECT); },
+                 "Failed HIDL return status not checked");
+    EXPECT_DEATH(
+        {
+            Return<bool> r = Status::fromExceptionCode(Status::EX_SECURITY, "nope");
+            static_cast<void>(static_cast<bool>(r));
+        },
+        "Attempted to retrieve value from failed HIDL call: Status\\(EX_SECURITY\\): 'nope'");
+    { Return<void> unchecked = android::hardware::Void(); }
+}
+
+TEST(HealthService, GetServiceWithAStringLiteralIsNotAStubRequest) {
+    sp<FakeHealth> registered = new FakeHealth;
+    sp<FakeHealth> passthrough = new FakeHealth;
+    registered->registerDefault();
+    hostplatform::addPassthroughService<V2_1::IHealth>("default", passthrough);
+
+    EXPECT_EQ(V2_1::IHealth::getService("default").get(), registered.get());
+    EXPECT_EQ(V2_1::IHealth::getService().get(), registered.get());
+    EXPECT_EQ(V2_1::IHealth::getService(hidl_string("default")).get(), registered.get());
+    EXPECT_EQ(V2_1::IHealth::getService(true).get(), passthrough.get());
+    EXPECT_EQ(V2_1::IHealth::getService("default", true).get(), passthrough.get());
+    EXPECT_EQ(V2_1::IHealth::getService("other"), nullptr);
+    EXPECT_EQ(V2_1::IHealth::getService(static_cast<const char*>(nullptr)), nullptr);
+    EXPECT_EQ(V2_0::IHealth::getService("default"), nullptr) << "registered as 2.1 only";
+}
+
+TEST(HealthService, RegisterAsServiceServesBothVersionsAndCastsBack) {
+    sp<FakeHealth> impl = new FakeHealth;
+    ASSERT_EQ(impl->registerAsService("default"), android::OK);
+    const sp<V2_0::IHealth> v20 = V2_0::IHealth::getService("default");
+    ASSERT_NE(v20, nullptr);
+    const sp<V2_1::IHealth> v21 = V2_1::IHealth::castFrom(v20);
+    EXPECT_EQ(v21.get(), impl.get());
+    EXPECT_EQ(V2_1::IHealth::tryGetService("default").get(), impl.get());
+
+    hidl_string descriptor;
+    ASSERT_TRUE(v20->interfaceDescriptor([&](const hidl_string& d) { descriptor = d; }).isOk());
+    EXPECT_EQ(descriptor, "android.hardware.health@2.1::IHealth");
+    std::vector<hidl_string> chain;
+    ASSERT_TRUE(v20->interfaceChain([&](const hidl_vec<hidl_string>& c) { chain = c; }).isOk());
+    EXPECT_EQ(chain, (std::vector<hidl_string>{"android.hardware.health@2.1::IHealth",
+                                               "android.hardware.health@2.0::IHealth",
+                                               "android.hidl.base@1.0::IBase"}));
+    EXPECT_TRUE(v20->ping().isOk());
+    EXPECT_FALSE(v20->isRemote());
+    hostplatform::clearServices();
+}
+
+}  // namespace
