@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "Duration.h"
+#include "TriggerService.h"
 #include "hostplatform/Power.h"
 
 namespace sim {
@@ -77,9 +78,13 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     : config_(std::move(config)), now_(std::move(now)) {
     hostplatform::setInteractiveSource(
         [script = config_.interactive, now = now_] { return script.at(now()); });
+    installTriggerService();
 }
 
-Headset::~Headset() { hostplatform::resetInteractiveSource(); }
+Headset::~Headset() {
+    removeTriggerService();
+    hostplatform::resetInteractiveSource();
+}
 
 std::optional<HostEvent> Headset::nextEventAfter(int64_t deviceNs) const {
     const auto change = config_.interactive.nextChangeAfter(deviceNs);
