@@ -125,21 +125,21 @@ int Host::run(int64_t durationNs) {
     acquireAll();
     const int64_t endNs = clock_.deviceNs() + durationNs;
     int64_t nextSnapshotNs = clock_.deviceNs() + snapshotEveryNs_;
-    std::optional<sim::HostEvent> nextEvent = headset_.nextEventAfter(clock_.deviceNs());
+    std::vector<sim::HostEvent> nextEvents = headset_.nextEventsAfter(clock_.deviceNs());
 
     for (;;) {
         drainPushes();
         int64_t next = std::min(endNs, nextSnapshotNs);
-        if (nextEvent) next = std::min(next, nextEvent->atNs);
+        if (!nextEvents.empty()) next = std::min(next, nextEvents.front().atNs);
         for (const auto& due : nextSampleNs_) {
             if (due) next = std::min(next, *due);
         }
         if (!waitUntil(next)) continue;  // a push arrived first, or woke early: re-plan
 
         // Everything due at `next`, in a fixed order: host events, samples, snapshots.
-        if (nextEvent && nextEvent->atNs == next) {
-            route("host", "host-event", nextEvent->name, nextEvent->detail);
-            nextEvent = headset_.nextEventAfter(next);
+        if (!nextEvents.empty() && nextEvents.front().atNs == next) {
+            for (const auto& event : nextEvents) route("host", "host-event", event.name, event.detail);
+            nextEvents = headset_.nextEventsAfter(next);
         }
         for (size_t i = 0; i < providers_.size(); ++i) {
             if (nextSampleNs_[i] == next) sampleOne(i, next);

@@ -4,6 +4,7 @@
 
 #include "BatteryStats.h"
 #include "BatteryStatsStates.h"
+#include "ProcessMemoryStats.h"
 #include "SystemStateStats.h"
 
 namespace host {
@@ -93,6 +94,42 @@ HostedProvider batteryStates(const ProviderOptions&) {
     return hosted;
 }
 
+// The process count and the heaviest few processes by resident memory.
+HostedProvider processMemory(const ProviderOptions&) {
+    auto provider = std::make_unique<Vistrel::ProcessMemoryStats>();
+    Vistrel::ProcessMemoryStats* p = provider.get();
+    HostedProvider hosted;
+    hosted.record = [p] {
+        constexpr size_t kShown = 3;
+        std::vector<const std::pair<const std::string, Vistrel::ProcessMemorySnapshot>*> byRss;
+        for (const auto& entry : p->snapshots) byRss.push_back(&entry);
+        const size_t shown = std::min(kShown, byRss.size());
+        std::partial_sort(byRss.begin(), byRss.begin() + shown, byRss.end(),
+                          [](const auto* a, const auto* b) {
+                              return a->second.vmRssKb > b->second.vmRssKb;
+                          });
+        json top = json::array();
+        for (size_t i = 0; i < shown; ++i) {
+            const auto& [name, s] = *byRss[i];
+            top.push_back(json{{"name", name},
+                               {"vmRssKb", s.vmRssKb},
+                               {"rssAnonKb", s.rssAnonKb},
+                               {"vmSwapKb", s.vmSwapKb},
+                               {"vmLibKb", s.vmLibKb},
+                               {"memtrackPssKb", s.memtrackPssKb},
+                               {"oomScoreAdj", s.oomScoreAdj},
+                               {"userTimeSec", s.userTimeSec},
+                               {"systemTimeSec", s.systemTimeSec}});
+        }
+        return json{{"timestampMs", p->timestampMs},
+                    {"sampleDurationMs", p->sampleDurationMs},
+                    {"processNames", p->snapshots.size()},
+                    {"topByRss", top}};
+    };
+    hosted.provider = std::move(provider);
+    return hosted;
+}
+
 struct Entry {
     const char* name;
     HostedProvider (*make)(const ProviderOptions&);
@@ -102,6 +139,7 @@ const Entry kProviders[] = {
     {"SystemStateStats", systemState},
     {"BatteryStats", battery},
     {"BatteryStatsStates", batteryStates},
+    {"ProcessMemoryStats", processMemory},
 };
 
 }  // namespace

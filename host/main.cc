@@ -23,6 +23,7 @@
 #include "HostClock.h"
 #include "Output.h"
 #include "Providers.h"
+#include "TriggerReports.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
 
@@ -158,6 +159,7 @@ int main(int argc, char** argv) {
     g_clock = &clock;
     __android_log_set_minimum_priority(*priority);
     __android_log_set_logger(timelineLogger);
+    host::TriggerReportPrinter triggerReports(output, clock);
 
     sim::HeadsetConfig config;
     config.interactive = *script;

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "Duration.h"
+#include "TriggerService.h"
 #include "hostplatform/Power.h"
 #include "hostplatform/ServiceRegistry.h"
 
@@ -81,25 +82,33 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     health_ = new SimHealth(config_.battery, now_,
                             [script = config_.interactive](int64_t ns) { return script.at(ns); });
     health_->registerAsService("default");
+    installTriggerService();
 }
 
 Headset::~Headset() {
+    removeTriggerService();
     hostplatform::removeService<android::hardware::health::V2_1::IHealth>("default");
     hostplatform::removeService<android::hardware::health::V2_0::IHealth>("default");
     hostplatform::resetInteractiveSource();
 }
 
-std::optional<HostEvent> Headset::nextEventAfter(int64_t deviceNs) const {
-    std::optional<HostEvent> screen;
+std::vector<HostEvent> Headset::nextEventsAfter(int64_t deviceNs) const {
+    std::vector<HostEvent> earliest;
+    const auto consider = [&earliest](HostEvent event) {
+        if (!earliest.empty() && event.atNs > earliest.front().atNs) return;
+        if (!earliest.empty() && event.atNs < earliest.front().atNs) earliest.clear();
+        earliest.push_back(std::move(event));
+    };
+    // At the same instant the screen change comes first, then the charger change.
     if (const auto change = config_.interactive.nextChangeAfter(deviceNs)) {
         const bool on = config_.interactive.at(*change);
-        screen = HostEvent{*change, on ? "ScreenOn" : "ScreenOff", on ? "interactive" : "not interactive"};
+        consider({*change, on ? "ScreenOn" : "ScreenOff", on ? "interactive" : "not interactive"});
     }
-    // Charger plugs and unplugs; at the same instant as a screen change, the screen goes first.
-    const auto power = health_->nextPowerChangeAfter(deviceNs);
-    if (!power || (screen && screen->atNs <= power->atNs)) return screen;
-    return HostEvent{power->atNs, power->connected ? "PowerConnected" : "PowerDisconnected",
-                     chargerName(power->charger)};
+    if (const auto power = health_->nextPowerChangeAfter(deviceNs)) {
+        consider({power->atNs, power->connected ? "PowerConnected" : "PowerDisconnected",
+                  chargerName(power->charger)});
+    }
+    return earliest;
 }
 
 }  // namespace sim

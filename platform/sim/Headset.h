@@ -63,8 +63,9 @@ public:
     Headset(const Headset&) = delete;
     Headset& operator=(const Headset&) = delete;
 
-    // The earliest host event strictly after `deviceNs`, if any.
-    std::optional<HostEvent> nextEventAfter(int64_t deviceNs) const;
+    // Every host event at the earliest instant strictly after `deviceNs` (several when they
+    // coincide; none when nothing more happens).
+    std::vector<HostEvent> nextEventsAfter(int64_t deviceNs) const;
 
     const HeadsetConfig& config() const { return config_; }
     SimHealth& health() { return *health_; }

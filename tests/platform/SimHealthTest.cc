@@ -105,6 +105,18 @@ TEST_F(SimBattery, PowerChangesAreTheEdgesOfAnyChargerPluggedIn) {
     EXPECT_FALSE(make(BatteryScript{}, true)->nextPowerChangeAfter(0)) << "no chargers, no edges";
 }
 
+TEST(SimHeadset, CoincidingScreenAndPowerEventsAreBothReported) {
+    sim::HeadsetConfig config;
+    config.interactive = *sim::InteractiveScript::parse("65m on, 35m off", nullptr);
+    sim::Headset headset(config, [] { return INT64_C(0); });
+    const auto events = headset.nextEventsAfter(0);
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_EQ(events[0].atNs, 65 * kMinuteNs);
+    EXPECT_EQ(events[0].name, "ScreenOff");
+    EXPECT_EQ(events[1].atNs, 65 * kMinuteNs);
+    EXPECT_EQ(events[1].name, "PowerConnected");
+}
+
 TEST(SimHeadset, MergesScreenAndPowerEventsAndServesTheHalWhileAlive) {
     int64_t now = 0;
     {
@@ -113,11 +125,13 @@ TEST(SimHeadset, MergesScreenAndPowerEventsAndServesTheHalWhileAlive) {
         ASSERT_NE(android::hardware::health::V2_0::IHealth::getService("default"), nullptr);
         std::vector<std::string> events;
         int64_t t = 0;
-        while (auto event = headset.nextEventAfter(t)) {
-            if (event->atNs > 4 * 60 * kMinuteNs) break;
-            events.push_back(std::to_string(event->atNs / kMinuteNs) + " " + event->name + " " +
-                             event->detail);
-            t = event->atNs;
+        for (auto next = headset.nextEventsAfter(t);
+             !next.empty() && next.front().atNs <= 4 * 60 * kMinuteNs;
+             next = headset.nextEventsAfter(t)) {
+            ASSERT_EQ(next.size(), 1u);
+            events.push_back(std::to_string(next[0].atNs / kMinuteNs) + " " + next[0].name + " " +
+                             next[0].detail);
+            t = next[0].atNs;
         }
         EXPECT_EQ(events, (std::vector<std::string>{
                               "40 ScreenOff not interactive", "60 ScreenOn interactive",

@@ -1,0 +1,66 @@
+#include "TriggerService.h"
+
+#include "hostplatform/MemoryFootprint.h"
+#include "hostplatform/ServiceRegistry.h"
+
+namespace sim {
+namespace {
+
+using vendor::norvik::tarnet::ITrigger;
+
+std::mutex g_listenerMutex;
+TriggerReportListener g_listener;
+
+}  // namespace
+
+android::binder::Status RecordingTriggerService::trigger(const TriggerContext& context) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        reports_.push_back(context);
+    }
+    TriggerReportListener listener;
+    {
+        std::lock_guard<std::mutex> lock(g_listenerMutex);
+        listener = g_listener;
+    }
+    if (listener) listener(context);
+    return android::binder::Status::ok();
+}
+
+std::vector<TriggerContext> RecordingTriggerService::reports() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return reports_;
+}
+
+int32_t simulatedMemtrackKb(pid_t pid) {
+    const int32_t slot = static_cast<int32_t>(pid % 16);
+    return slot == 0 ? -1 : slot * 512;
+}
+
+void installTriggerService() {
+    hostplatform::addService<ITrigger>(kTriggerServiceInstance,
+                                       android::sp<ITrigger>(new RecordingTriggerService));
+    hostplatform::setMemoryFootprintSource(
+        [](pid_t pid, memory_footprint_data* data, uint32_t what) {
+            if (what & MEMORY_FOOTPRINT_MEMTRACK) data->memtrack_pss_kb = simulatedMemtrackKb(pid);
+            return 0;
+        });
+}
+
+void removeTriggerService() {
+    hostplatform::resetMemoryFootprintSource();
+    hostplatform::removeService<ITrigger>(kTriggerServiceInstance);
+}
+
+void setTriggerReportListener(TriggerReportListener listener) {
+    std::lock_guard<std::mutex> lock(g_listenerMutex);
+    g_listener = std::move(listener);
+}
+
+std::vector<TriggerContext> recordedTriggerReports() {
+    const android::sp<ITrigger> service = hostplatform::findService<ITrigger>(kTriggerServiceInstance);
+    if (service == nullptr) return {};
+    return static_cast<RecordingTriggerService*>(service.get())->reports();
+}
+
+}  // namespace sim
