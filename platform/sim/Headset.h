@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "DataPartition.h"
+
 namespace sim {
 
 // Device time in nanoseconds since boot.
@@ -51,6 +53,7 @@ struct HostEvent {
 struct HeadsetConfig {
     InteractiveScript interactive =
         *InteractiveScript::parse(kDefaultInteractiveScript, nullptr);
+    DataFigures data;  // statvfs("/data") while the headset lives
 };
 
 class Headset {
@@ -68,6 +71,7 @@ public:
 private:
     HeadsetConfig config_;
     DeviceTime now_;
+    DataPartition data_{config_.data};
 };
 
 }  // namespace sim
