@@ -33,6 +33,7 @@ bool parseMemInfo(const char* path, size_t ntags, const std::string_view* tags, 
     size_t found = 0;
     for (char* p = text; *p != '\0' && found < ntags;) {
         for (size_t i = 0; i < ntags; ++i) {
+            if (!tags[i].empty() && *p != tags[i][0]) continue;  // cheap reject first
             if (strncmp(p, tags[i].data(), tags[i].size()) != 0) continue;
             p += tags[i].size();
             while (*p == ' ') ++p;
