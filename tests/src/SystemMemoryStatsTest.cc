@@ -108,25 +108,6 @@ TEST_F(SystemMemoryStatsTest, OldKernelWithoutMemAvailableOrPsi) {
                    "Failed to open memory pressure file: No such file or directory"}}));
 }
 
-TEST_F(SystemMemoryStatsTest, UnreadableMeminfoGivesZeroFigures) {
-    FixtureTree tree("");
-    ASSERT_TRUE(stats.sample(clock));
-    EXPECT_EQ(stats.memAvailableKb, 0u);
-    EXPECT_EQ(stats.memUsedKb, 0u);
-    EXPECT_TRUE(stats.snapshot(clock, false));
-}
-
-TEST_F(SystemMemoryStatsTest, PsiStopsAtTheFirstMalformedLineAndIgnoresOtherWords) {
-    FixtureTree tree("memstorage/device");
-    tree.write("/proc/pressure/memory",
-               "full avg10=4.00 avg60=5.00 avg300=6.00 total=1\n"
-               "half avg10=9.00 avg60=9.00 avg300=9.00 total=2\n"
-               "some avg10=1.00 avg60=2.00\n"
-               "some avg10=7.00 avg60=8.00 avg300=9.00 total=3\n");
-    stats.sample(clock);
-    EXPECT_EQ(psi(stats), (std::vector<float>{-1.0f, -1.0f, -1.0f, 4.0f, 5.0f, 6.0f}));
-}
-
 TEST_F(SystemMemoryStatsTest, FailedBootClockReadsLogAtErrorAndCountFromZero) {
     FixtureTree tree("memstorage/device");
     scriptBootClock({-1, INT64_C(5000000000)});
@@ -164,12 +145,6 @@ TEST_F(SystemMemoryStatsTest, SnapshotReportsWhetherASampleCompleted) {
     EXPECT_EQ(stats.timestampMs, 3000) << "a plain snapshot reads nothing";
 }
 
-TEST_F(SystemMemoryStatsTest, IdentityAndRecordBeforeTheFirstSample) {
-    EXPECT_STREQ(stats.name(), "SystemMemoryStats");
-    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(300000)));
-    EXPECT_FALSE(stats.sampleValid);
-}
-
 TEST_F(SystemMemoryStatsTest, ZramIdleDisabledWritesNothingAndResetsEveryEntry) {
     FixtureTree tree("memstorage/device");
     memset(&stats.zramIdle, 0, sizeof(stats.zramIdle));
@@ -180,10 +155,6 @@ TEST_F(SystemMemoryStatsTest, ZramIdleDisabledWritesNothingAndResetsEveryEntry) 
     EXPECT_EQ(logcapture::count(ANDROID_LOG_VERBOSE, "Vistrel",
                                 "mobile_vistrel_zram_idle_collector returned 0"),
               2u);
-
-    hostplatform::setProperty("mobile_vistrel_zram_idle_collector", "false");
-    stats.getZramIdleMemStats();
-    EXPECT_EQ(tree.read(kControl), "");
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleEnabledRequestsAndReadsEveryFile) {
@@ -224,21 +195,6 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestReachesTheKernelOnlyAfterTheReads) 
     EXPECT_EQ(tree.read(kControl), "60 300");
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleShortFilesFillWhatTheyHave) {
-    FixtureTree tree("memstorage/device");
-    tree.write(std::string(kZramDir) + "idlehisto", "5 6 x 7");
-    tree.write(std::string(kZramDir) + "simulated_bd_stat", "11 12");
-    tree.write(std::string(kZramDir) + "idle_cluster_sz", "1 2 3 4 5 6 7 8 9 10");
-    hostplatform::setProperty("mobile_vistrel_zram_idle_collector", "true");
-    stats.getZramIdleMemStats();
-    EXPECT_EQ(stats.zramIdle.idleHistogram[0], 5u);
-    EXPECT_EQ(stats.zramIdle.idleHistogram[1], 6u);
-    EXPECT_EQ(stats.zramIdle.idleHistogram[2], UINT32_MAX) << "reading stops at the first non-number";
-    EXPECT_EQ(stats.zramIdle.simulatedBdStat[1], 12u);
-    EXPECT_EQ(stats.zramIdle.simulatedBdStat[2], UINT64_MAX);
-    EXPECT_EQ(stats.zramIdle.idleClusterSizes[7], 8u + 9u + 10u);
-}
-
 TEST_F(SystemMemoryStatsTest, ZramIdleWithoutTheControlFileLogsAndReadsNothing) {
     FixtureTree tree("memstorage/device");
     tree.remove(kControl);
@@ -254,42 +210,6 @@ TEST_F(SystemMemoryStatsTest, ZramIdleWithoutTheControlFileLogsAndReadsNothing) 
                   {ANDROID_LOG_VERBOSE, "Vistrel", "zram0 histBucketSz 60 idleSecs 900"},
                   {ANDROID_LOG_ERROR, "Vistrel",
                    std::string("fopen ") + kControl + ": No such file or directory"}}));
-}
-
-TEST_F(SystemMemoryStatsTest, ZramIdleUnwritableControlFileLogsTheOpenFailure) {
-    FixtureTree tree("memstorage/device");
-    tree.remove(kControl);
-    std::filesystem::create_directory(tree.at(kControl));  // stat succeeds, fopen "w" cannot
-    hostplatform::setProperty("mobile_vistrel_zram_idle_collector", "true");
-    stats.getZramIdleMemStats();
-    EXPECT_TRUE(allOnes(stats.zramIdle));
-    EXPECT_EQ(logcapture::entries(),
-              (std::vector<logcapture::Entry>{
-                  {ANDROID_LOG_VERBOSE, "Vistrel", "mobile_vistrel_zram_idle_collector returned 1"},
-                  {ANDROID_LOG_VERBOSE, "Vistrel", "zram0 histBucketSz 60 idleSecs 300"},
-                  {ANDROID_LOG_ERROR, "Vistrel",
-                   std::string("fopen ") + kControl + ": Is a directory"}}));
-}
-
-TEST_F(SystemMemoryStatsTest, ZramIdleMissingStatisticsFilesAreEachLogged) {
-    FixtureTree tree("memstorage/device");
-    for (const char* f : {"idlehisto", "idle_cluster_sz", "simulated_bd_stat"}) {
-        tree.remove(std::string(kZramDir) + f);
-    }
-    hostplatform::setProperty("mobile_vistrel_zram_idle_collector", "true");
-    stats.getZramIdleMemStats();
-    EXPECT_TRUE(allOnes(stats.zramIdle));
-    EXPECT_EQ(tree.read(kControl), "60 300");
-    const std::string dir = kZramDir;
-    EXPECT_EQ(logcapture::entries(),
-              (std::vector<logcapture::Entry>{
-                  {ANDROID_LOG_VERBOSE, "Vistrel", "mobile_vistrel_zram_idle_collector returned 1"},
-                  {ANDROID_LOG_VERBOSE, "Vistrel", "zram0 histBucketSz 60 idleSecs 300"},
-                  {ANDROID_LOG_ERROR, "Vistrel", "fopen " + dir + "idle_cluster_sz: No such file or directory"},
-                  {ANDROID_LOG_ERROR, "Vistrel",
-                   "Failed to open " + dir + "simulated_bd_stat : No such file or directory"},
-                  {ANDROID_LOG_ERROR, "Vistrel",
-                   "Failed to open " + dir + "idlehisto : No such file or directory"}}));
 }
 
 }  // namespace

@@ -62,10 +62,4 @@ TEST(ZramStatsSnapshot, MissingMmStatLogsAndKeepsThePreviousRecord) {
     EXPECT_EQ(n->detail, "15 minutes");
 }
 
-TEST(ZramStatsIdentity, NameAndPeriod) {
-    ZramStats zram;
-    EXPECT_STREQ(zram.name(), "ZramStats");
-    EXPECT_EQ(zram.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(900000)));
-}
-
 }  // namespace
