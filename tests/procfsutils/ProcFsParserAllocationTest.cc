@@ -86,7 +86,9 @@ TEST_P(ProcFsAllocations, NoneAfterConstruction) {
     // Opening the /proc stream is the one allocation after construction (opendir's malloc).
     const long openAllocations = allocationsDuring([&] { parser.getNextPid(&firstPid); });
     EXPECT_NE(firstPid, 0);
-    if (VISTREL_COUNTS_MALLOC) EXPECT_GT(openAllocations, 0) << "the counter must see malloc";
+    if (VISTREL_COUNTS_MALLOC) {
+        EXPECT_GT(openAllocations, 0) << "the counter must see malloc";
+    }
     ProcessStatusData status;
     VmStatData vm;
     BlockDeviceStatData block;
