@@ -3,13 +3,15 @@
 //     and vs a per-line sscanf parser (all three must produce the same record);
 //   - a full scan (getNextPid + getProcessStatusData for every process) vs the floor of
 //     readdir + open + one read + close of every status file, with about 700 processes present
-//     (idle children are spawned for it and killed by pid however the run ends).
+//     (idle children are spawned for it and killed by pid however the run ends), and vs that
+//     floor plus the per-entry stat the enumeration makes to accept only directories.
 // Ratios are printed after the table, from the median CPU time of the repetitions.
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -196,7 +198,9 @@ void BM_FullScan_ProcFsParser(benchmark::State& state) {
 }
 
 // The least any scan must do: list /proc, then open, read once and close each status file.
-void BM_FullScan_Floor(benchmark::State& state) {
+// With `withStat`, also the stat of each numeric entry that the enumeration makes to accept only
+// directories: the floor of the system calls the reader itself must issue.
+void scanFloor(benchmark::State& state, bool withStat) {
     DIR* dir = opendir("/proc");
     std::vector<char> buffer(32768);
     int processes = 0;
@@ -206,6 +210,9 @@ void BM_FullScan_Floor(benchmark::State& state) {
         while (const dirent* entry = readdir(dir)) {
             if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
             char path[288];
+            struct stat st;
+            snprintf(path, sizeof path, "/proc/%s", entry->d_name);
+            if (withStat && stat(path, &st) != 0) continue;
             snprintf(path, sizeof path, "/proc/%s/status", entry->d_name);
             const int fd = open(path, O_RDONLY | O_CLOEXEC);
             if (fd < 0) continue;
@@ -217,11 +224,15 @@ void BM_FullScan_Floor(benchmark::State& state) {
     state.counters["processes"] = processes;
 }
 
+void BM_FullScan_Floor(benchmark::State& state) { scanFloor(state, false); }
+void BM_FullScan_FloorWithStat(benchmark::State& state) { scanFloor(state, true); }
+
 BENCHMARK(BM_StatusParse_TableParser)->Repetitions(kRepetitions);
 BENCHMARK(BM_StatusParse_StrncmpWalk)->Repetitions(kRepetitions);
 BENCHMARK(BM_StatusParse_SscanfLines)->Repetitions(kRepetitions);
 BENCHMARK(BM_FullScan_ProcFsParser)->Repetitions(kRepetitions)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_FullScan_Floor)->Repetitions(kRepetitions)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FullScan_FloorWithStat)->Repetitions(kRepetitions)->Unit(benchmark::kMicrosecond);
 
 // Idle child processes for the scan, remembered in plain storage so that a signal handler and
 // an exit handler can kill them; the children also die with this process (PR_SET_PDEATHSIG).
@@ -323,6 +334,8 @@ int main(int argc, char** argv) {
                "BM_StatusParse_SscanfLines", "< 0.125");
     printRatio(recorder, "full scan vs open+read+close floor", "BM_FullScan_ProcFsParser",
                "BM_FullScan_Floor", "<= 1.1");
+    printRatio(recorder, "full scan vs floor + per-entry stat", "BM_FullScan_ProcFsParser",
+               "BM_FullScan_FloorWithStat", "-");
     benchmark::Shutdown();
     return 0;
 }
