@@ -45,6 +45,8 @@ struct Options {
     int32_t donStates = 60;
     std::string donPeriod = "1m";
     std::string logLevel = "info";
+    std::string dataTotal;
+    std::string dataAvailable;
 };
 
 int usageError(const std::string& message) {
@@ -119,6 +121,11 @@ int main(int argc, char** argv) {
     app.add_option("--don-period", o.donPeriod, "SystemStateStats sampling period (default 1m)");
     app.add_option("--log-level", o.logLevel,
                    "Lowest library log priority shown: verbose, debug, info, warn, error, silent");
+    app.add_option("--data-total", o.dataTotal,
+                   "Size of the simulated headset's /data, e.g. 64G (default 128G)");
+    app.add_option("--data-available", o.dataAvailable,
+                   "Space available on /data, e.g. 3G (default 71G); below 10 % of the size "
+                   "StorageStats raises LowStorage");
     CLI11_PARSE(app, argc, argv);
 
     const bool realTime = !o.real.empty();
@@ -163,6 +170,13 @@ int main(int argc, char** argv) {
 
     sim::HeadsetConfig config;
     config.interactive = *script;
+    for (const auto& [text, figure] : {std::pair{&o.dataTotal, &config.data.totalBytes},
+                                       std::pair{&o.dataAvailable, &config.data.availableBytes}}) {
+        if (text->empty()) continue;
+        const auto bytes = sim::parseByteCount(*text);
+        if (!bytes) return usageError("bad byte count '" + *text + "'");
+        *figure = *bytes;
+    }
     sim::Headset headset(config, [&clock] { return clock.deviceNs(); });
 
     host::ProviderOptions providerOptions;

@@ -67,19 +67,47 @@ inline uint64_t scanByteCount(const char* s, int start, int end) {
     }
 }
 
-// First row whose name compares equal over the key's length (so a key that is a prefix of a
-// name matches it). The first-character test only skips rows strncmp would reject.
-inline const DataFileField* findRow(const char* key, int keyLength, const DataFileField* fields,
-                                    int nfields) {
-    const char first = key[0];
-    for (int i = 0; i < nfields; ++i) {
-        const char* name = fields[i].name;
-        if (name[0] == first && strncmp(key, name, static_cast<size_t>(keyLength)) == 0) {
-            return &fields[i];
+// Rows grouped by the first character of their name, each group in table order. A row can only
+// compare equal under strncmp (over at least one character) when its first character equals
+// the key's, so walking a key's group tries exactly the rows of the plain table walk that can
+// match, in the same order: the first match is the same row.
+class RowIndex {
+public:
+    static constexpr int kMaxRows = 64;  // larger tables fall back to the plain walk
+
+    RowIndex(const DataFileField* fields, int nfields) : fields(fields), nfields(nfields) {
+        if (nfields > kMaxRows) return;
+        memset(head, kNone, sizeof head);
+        for (int i = nfields - 1; i >= 0; --i) {
+            const auto first = static_cast<unsigned char>(fields[i].name[0]);
+            next[i] = head[first];
+            head[first] = static_cast<uint8_t>(i);
         }
     }
-    return nullptr;
-}
+
+    // First row whose name compares equal over the key's length (so a key that is a prefix of a
+    // name matches that row).
+    const DataFileField* find(const char* key, int keyLength) const {
+        const auto length = static_cast<size_t>(keyLength);
+        if (nfields > kMaxRows) {
+            for (int i = 0; i < nfields; ++i) {
+                if (strncmp(key, fields[i].name, length) == 0) return &fields[i];
+            }
+            return nullptr;
+        }
+        for (uint8_t i = head[static_cast<unsigned char>(key[0])]; i != kNone; i = next[i]) {
+            if (strncmp(key, fields[i].name, length) == 0) return &fields[i];
+        }
+        return nullptr;
+    }
+
+private:
+    static constexpr uint8_t kNone = 0xff;
+    const DataFileField* fields;
+    int nfields;
+    uint8_t head[256];
+    uint8_t next[kMaxRows];
+};
 
 template <typename T>
 inline void store(char* record, size_t offset, T value) {
@@ -188,6 +216,7 @@ const int kVmStatFieldCount = sizeof kVmStatFields / sizeof kVmStatFields[0];
 void parse(const char* text, int len, const DataFileField* fields, int nfields, void* out) {
     if (len < 1) return;
     char* record = static_cast<char*>(out);
+    const RowIndex rows(fields, nfields);
     int pos = 0;
     while (pos < len) {
         const int k = findKeyEnd(text, pos, len);
@@ -198,7 +227,7 @@ void parse(const char* text, int len, const DataFileField* fields, int nfields, 
         // A line without ':' or ' ' ends its key at its own newline, so the next line becomes
         // its value and is never looked up itself (an empty line likewise swallows the next).
         if (nfields >= 1 && k != pos && v < e) {
-            const DataFileField* row = findRow(text + pos, k - pos, fields, nfields);
+            const DataFileField* row = rows.find(text + pos, k - pos);
             if (row != nullptr) convert(text, v, e, *row, record);
         }
         pos = e + 1;

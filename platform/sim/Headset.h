@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "SimHealth.h"
+#include "DataPartition.h"
 
 namespace sim {
 
@@ -54,6 +55,7 @@ struct HeadsetConfig {
     InteractiveScript interactive =
         *InteractiveScript::parse(kDefaultInteractiveScript, nullptr);
     BatteryScript battery = BatteryScript::defaults();  // health HAL "default" while alive
+    DataFigures data;  // statvfs("/data") while the headset lives
 };
 
 class Headset {
@@ -74,6 +76,7 @@ private:
     HeadsetConfig config_;
     DeviceTime now_;
     android::sp<SimHealth> health_;
+    DataPartition data_{config_.data};
 };
 
 }  // namespace sim

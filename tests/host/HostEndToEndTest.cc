@@ -152,4 +152,58 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
     }
 }
 
+// Memory and storage counters against the device-like fixture tree (read only: the zram idle
+// collector stays off, so nothing is written into the tree).
+const std::string kDeviceTree = std::string(VISTREL_SOURCE_DIR) + "/tests/data/memstorage/device";
+const std::string kCounters = "SystemMemoryStats,ZramStats,SwapWriteStats,StorageStats";
+
+TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
+    const HostRun run = runHost("--simulate 3h --json --snapshot-every 1h --root " + kDeviceTree +
+                                " --providers " + kCounters);
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::map<std::string, std::vector<int64_t>> heartbeats;
+    std::map<std::string, json> lastRecord;
+    for (const auto& line : jsonLines(run.output)) {
+        if (line["event"] == "notification") heartbeats[line["name"]].push_back(line["t_ns"]);
+        if (line["event"] == "record") lastRecord[line["source"]] = line;
+        EXPECT_NE(line["event"], "log") << line.dump();
+    }
+    auto every = [](int64_t periodMinutes, int count) {
+        std::vector<int64_t> at;
+        for (int i = 1; i <= count; ++i) at.push_back(i * periodMinutes * kMinuteNs);
+        return at;
+    };
+    EXPECT_EQ(heartbeats["SystemMemoryInfo"], every(5, 36));
+    EXPECT_EQ(heartbeats["ZramHeartbeat"], every(15, 12));
+    EXPECT_EQ(heartbeats["SwapHeartbeat"], every(60, 3));
+    EXPECT_EQ(heartbeats["StorageHeartbeat"], every(60, 3)) << "an hourly host snapshot still lets it through";
+
+    EXPECT_EQ(lastRecord["SystemMemoryStats"]["memAvailableKb"], 2103340);
+    EXPECT_EQ(lastRecord["SystemMemoryStats"]["memUsedKb"], 5804656 - 2103340);
+    EXPECT_EQ(lastRecord["ZramStats"]["column10"], 77);
+    EXPECT_EQ(lastRecord["SwapWriteStats"]["swapWriteBytes"], 256000000);
+    EXPECT_EQ(lastRecord["StorageStats"]["totalBytes"], INT64_C(128) << 30);
+    EXPECT_EQ(lastRecord["StorageStats"]["lowStorage"], false);
+}
+
+TEST(HostEndToEnd, SetDataFiguresRaiseLowStorageAndFrequentSnapshotsHoldTheGate) {
+    const HostRun low = runHost("--simulate 1h --json --snapshot-every 1h --root " + kDeviceTree +
+                                " --providers StorageStats --data-total 64G --data-available 3G");
+    ASSERT_EQ(low.status, 0) << low.output;
+    EXPECT_THAT(low.output, ::testing::HasSubstr(
+        R"("name":"LowStorage","detail":"Equal to or larger than 90% Disk Usage")"));
+
+    // The default 15-minute host snapshots restart the one-hour gate every time.
+    const HostRun gated = runHost("--simulate 2h --providers StorageStats --data-available 1T");
+    ASSERT_EQ(gated.status, 0) << gated.output;
+    EXPECT_THAT(gated.output, ::testing::Not(::testing::HasSubstr("StorageHeartbeat")));
+    EXPECT_THAT(gated.output, ::testing::HasSubstr(
+        "StorageStats snapshot failed since 900 ms less than 3600000 ms have passed"));
+    EXPECT_THAT(gated.output, ::testing::HasSubstr("lowStorage=false"));
+
+    const HostRun bad = runHost("--data-total 12Q");
+    EXPECT_NE(bad.status, 0);
+    EXPECT_THAT(bad.output, ::testing::HasSubstr("bad byte count '12Q'"));
+}
+
 }  // namespace

@@ -1,0 +1,29 @@
+// The simulated headset's "/data" file system: while a DataPartition lives, statvfs() of the
+// library's "/data" (as resolved through the file-system root) answers these figures; every
+// other path still reaches libc.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace sim {
+
+struct DataFigures {
+    int64_t totalBytes = INT64_C(128) << 30;     // a 128 GiB headset
+    int64_t availableBytes = INT64_C(71) << 30;  // to unprivileged writers
+};
+
+// Byte counts such as "128G", "512M", "900K" or "1048576" (binary multiples); empty on bad text.
+std::optional<int64_t> parseByteCount(const std::string& text);
+
+class DataPartition {
+public:
+    // Blocks of 4096 bytes; free = available plus up to 2 % of the size held back for root.
+    explicit DataPartition(const DataFigures& figures);
+    ~DataPartition();
+    DataPartition(const DataPartition&) = delete;
+    DataPartition& operator=(const DataPartition&) = delete;
+};
+
+}  // namespace sim

@@ -1,0 +1,73 @@
+#include "StorageStats.h"
+
+#include <sys/statvfs.h>
+
+#include "seams/FsRoot.h"
+#include "seams/Libc.h"
+#include "xrlogger/Logger.h"
+
+namespace Vistrel {
+namespace {
+
+constexpr int64_t kNsPerSecond = 1000000000;
+// sample() refreshes only when more than this has passed since the last snapshot.
+constexpr int64_t kMaxNsWithinTheHour = INT64_C(3599999999999);
+constexpr unsigned long long kHourMs = 3600000;
+
+// Blocks times f_bsize (f_bsize, not f_frsize, by choice), wrapping as 64-bit arithmetic does.
+int64_t bytes(uint64_t blocks, uint64_t blockSize) {
+    return static_cast<int64_t>(blocks * blockSize);
+}
+
+// a - b without signed-overflow undefined behaviour.
+int64_t difference(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
+
+}  // namespace
+
+StorageStats::StorageStats() = default;
+StorageStats::~StorageStats() = default;
+
+const char* StorageStats::name() const { return "StorageStats"; }
+
+SamplePeriod StorageStats::sampleRate() const { return std::chrono::milliseconds(3600000); }
+
+bool StorageStats::snapshot(IClockReader& clock, bool force) {
+    if (force) {
+        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "StorageStats: force sampled in snapshot");
+        sample(clock);  // may refresh the record itself; the refresh below happens regardless
+    }
+    seam::PathBuffer resolved;
+    struct statvfs fs {};
+    if (seam::statvfs(seam::path("/data", resolved), &fs) != 0) return false;
+
+    totalBytes = bytes(fs.f_blocks, fs.f_bsize);
+    availableBytes = bytes(fs.f_bavail, fs.f_bsize);
+    freeBytes = bytes(fs.f_bfree, fs.f_bsize);
+    // Strict: exactly 10 % available is not low.
+    lowStorage = static_cast<double>(totalBytes) * 0.1 > static_cast<double>(availableBytes);
+    lastSnapshotNs = clock.nowNs();
+    return true;
+}
+
+std::optional<Notification> StorageStats::sample(IClockReader& clock) {
+    const int64_t now = clock.nowNs();
+    const int64_t sinceSnapshotNs = difference(now, lastSnapshotNs);
+    if (lastSnapshotNs != 0 && sinceSnapshotNs <= kMaxNsWithinTheHour) {
+        // The first figure is whole seconds, although the message says ms.
+        xrlogger::Log(xrlogger::WARNING, xrlogger::kTag,
+                      "StorageStats snapshot failed since %llu ms less than %llu ms have passed "
+                      "since the last snapshot",
+                      static_cast<unsigned long long>(sinceSnapshotNs / kNsPerSecond), kHourMs);
+        return std::nullopt;
+    }
+    if (!snapshot(clock, false)) {
+        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "Failed to get updated storage stats");
+        return std::nullopt;
+    }
+    if (lowStorage) return Notification{"LowStorage", "Equal to or larger than 90% Disk Usage"};
+    return Notification{"StorageHeartbeat", "1 Hour"};
+}
+
+}  // namespace Vistrel
