@@ -36,7 +36,7 @@ struct Options {
     std::string simulate;
     std::string real;
     bool json = false;
-    std::string snapshotEvery = "15m";
+    std::string snapshotEvery = "1h";
     std::vector<std::string> properties;
     std::string root;
     std::string providers;
@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
     auto* real = app.add_option("--real", o.real, "Run in real time for this long instead");
     simulate->excludes(real);
     app.add_flag("--json", o.json, "Print JSON lines instead of a readable timeline");
-    app.add_option("--snapshot-every", o.snapshotEvery, "Snapshot period of the host (default 15m)");
+    app.add_option("--snapshot-every", o.snapshotEvery, "Snapshot period of the host (default 1h)");
     app.add_option("--prop", o.properties,
                    "Set a system property NAME=VALUE (repeatable); environment variables " +
                        std::string(kPropertyEnvPrefix) + "NAME do the same");

@@ -120,8 +120,8 @@ TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
     EXPECT_GT(notifications["HealthInfo"], 0);
     EXPECT_EQ(notifications["BatteryFull"], 2);
     EXPECT_GE(notifications["BatteryLow"], 2);
-    EXPECT_EQ(records["BatteryStats"], 16) << "every 15 minutes for 4 hours";
-    EXPECT_EQ(records["BatteryStatsStates"], 16);
+    EXPECT_EQ(records["BatteryStats"], 4) << "every hour for 4 hours";
+    EXPECT_EQ(records["BatteryStatsStates"], 4);
     EXPECT_EQ(hostEvents["PowerConnected"], 2);
     EXPECT_EQ(hostEvents["PowerDisconnected"], 2);
     EXPECT_EQ(actions["BatteryStatsStates::chargeStartEvent()"], 2);
@@ -193,8 +193,9 @@ TEST(HostEndToEnd, SetDataFiguresRaiseLowStorageAndFrequentSnapshotsHoldTheGate)
     EXPECT_THAT(low.output, ::testing::HasSubstr(
         R"("name":"LowStorage","detail":"Equal to or larger than 90% Disk Usage")"));
 
-    // The default 15-minute host snapshots restart the one-hour gate every time.
-    const HostRun gated = runHost("--simulate 2h --providers StorageStats --data-available 1T");
+    // Host snapshots every 15 minutes restart the one-hour gate every time.
+    const HostRun gated =
+        runHost("--simulate 2h --snapshot-every 15m --providers StorageStats --data-available 1T");
     ASSERT_EQ(gated.status, 0) << gated.output;
     EXPECT_THAT(gated.output, ::testing::Not(::testing::HasSubstr("StorageHeartbeat")));
     EXPECT_THAT(gated.output, ::testing::HasSubstr(

@@ -26,7 +26,7 @@ std::vector<json> runHostJson(const std::string& arguments, int* status) {
 TEST(ProcessMemoryHost, PrintsRecordsAndEveryOverBudgetReport) {
     int status = -1;
     const auto lines = runHostJson(
-        std::string("--simulate 31m --providers ProcessMemoryStats --root ") + VISTREL_SOURCE_DIR +
+        std::string("--simulate 31m --snapshot-every 15m --providers ProcessMemoryStats --root ") + VISTREL_SOURCE_DIR +
             "/tests/data/processmemory --prop mobile_vistrel_memory_extended_collector=true",
         &status);
     ASSERT_EQ(status, 0);
