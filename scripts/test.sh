@@ -20,3 +20,6 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 cmake --preset asan >/dev/null
 cmake --build --preset asan -j "$jobs"
 ctest --preset asan -j "$jobs"
+
+step "fuzz targets (clang, ASan + UBSan), about 1M executions each"
+FUZZ_PARALLEL="$jobs" ./scripts/fuzz.sh -runs=1000000
