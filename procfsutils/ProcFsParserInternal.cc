@@ -25,7 +25,8 @@ namespace procfsutils::internal {
 
 namespace {
 
-constexpr uint64_t kKiloBytes32Limit = uint64_t{1} << 41;  // 2^32 KiB in bytes
+// Byte counts from 2^41 (2 TiB) up store all ones in a KiloBytes32 field.
+constexpr uint64_t kKiloBytes32Limit = uint64_t{1} << 41;
 
 inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
 inline bool isBlank(char c) { return c == ' ' || c == '\t'; }

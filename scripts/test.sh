@@ -25,3 +25,6 @@ step "ThreadSanitizer (suites with calls from other threads)"
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$jobs" --target tsan_tests
 ctest --preset tsan -j "$jobs" -L tsan
+
+step "fuzz targets (clang, ASan + UBSan), about 1M executions each"
+FUZZ_PARALLEL="$jobs" ./scripts/fuzz.sh -runs=1000000

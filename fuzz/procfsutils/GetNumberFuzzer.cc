@@ -1,0 +1,15 @@
+// getNumber() over a range of arbitrary bytes.
+#include <cstdlib>
+
+#include "FuzzRange.h"
+#include "procfsutils/ProcFsParserInternal.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const procfsfuzz::Range r = procfsfuzz::rangeOf(data, size);
+    const uint64_t value = procfsutils::internal::getNumber(r.text, r.start, r.end);
+    // A range without digits reads as 0.
+    bool digits = false;
+    for (int i = r.start; i < r.end; ++i) digits |= r.text[i] >= '0' && r.text[i] <= '9';
+    if (!digits && value != 0) abort();
+    return 0;
+}
