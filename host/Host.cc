@@ -25,20 +25,20 @@ Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
 void Host::acquireAll() {
     for (size_t i = 0; i < providers_.size(); ++i) {
         Vistrel::Provider& p = *providers_[i].provider;
-        Vistrel::NotificationRouter router = [this, i](const std::string& name,
+        // The host's calling order: name, sampling period, then acquire.
+        const std::string name = p.name();
+        const auto period = p.sampleRate();
+        Vistrel::NotificationRouter router = [this, i](const std::string& pushed,
                                                        const std::string& detail, bool force) {
-            enqueuePush(i, name, detail, force);
+            enqueuePush(i, pushed, detail, force);
         };
         const bool ok = p.acquireResources(router, clock_);
-        const auto period = p.sampleRate();
-        json fields = {{"ok", ok}};
+        json fields = {{"ok", ok}, {"periodMs", nullptr}};
         if (period) {
             fields["periodMs"] = period->count();
             nextSampleNs_[i] = clock_.deviceNs() + period->count() * kNsPerMs;
-        } else {
-            fields["periodMs"] = nullptr;
         }
-        output_.write(clock_.deviceNs(), p.name(), "acquire", fields);
+        output_.write(clock_.deviceNs(), name, "acquire", fields);
     }
 }
 
@@ -47,6 +47,7 @@ void Host::releaseAll() {
         const bool ok = hosted.provider->releaseResources();
         output_.write(clock_.deviceNs(), hosted.provider->name(), "release", json{{"ok", ok}});
     }
+    drainPushes();       // listeners may push while they stop
     providers_.clear();  // destroys every provider through its virtual destructor
 }
 

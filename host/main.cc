@@ -126,7 +126,12 @@ int main(int argc, char** argv) {
     app.add_option("--data-available", o.dataAvailable,
                    "Space available on /data, e.g. 3G (default 71G); below 10 % of the size "
                    "StorageStats raises LowStorage");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        if (e.get_exit_code() == 0) return app.exit(e);  // --help
+        return usageError(e.what());
+    }
 
     const bool realTime = !o.real.empty();
     const std::string span = realTime ? o.real : (o.simulate.empty() ? kDefaultSimulate : o.simulate);

@@ -4,6 +4,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
-cmake --preset default >/dev/null
-cmake --build --preset default --target vistrel-host >/dev/null
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+if ! { cmake --preset default && cmake --build --preset default --target vistrel-host; } >"$log" 2>&1; then
+    cat "$log" >&2
+    exit 1
+fi
 exec ./build/default/host/vistrel-host "$@"

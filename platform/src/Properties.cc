@@ -1,9 +1,10 @@
 // Host property store and the SharedOsServicesProperties accessors that read it. Parsing follows
 // the generated sysprop code: booleans accept 1/true/0/false in any case; integers are parsed as
-// android::base::ParseInt/ParseUint do (strtoll/strtoull with base 0, whole text, range-checked,
-// no sign for unsigned types).
+// android::base::ParseInt/ParseUint do (leading blanks skipped, hexadecimal only after "0x",
+// otherwise decimal, whole text, range-checked, no sign for unsigned types).
 #include "SharedOsServicesProperties.sysprop.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
@@ -27,22 +28,21 @@ std::optional<bool> parseBool(const std::string& text) {
 
 template <typename T>
 std::optional<T> parseInteger(const std::string& text) {
-    if (text.empty()) return std::nullopt;
     const char* begin = text.c_str();
+    while (isspace(static_cast<unsigned char>(*begin))) ++begin;
+    const int base = (begin[0] == '0' && (begin[1] == 'x' || begin[1] == 'X')) ? 16 : 10;
     char* end = nullptr;
     errno = 0;
     if constexpr (std::numeric_limits<T>::is_signed) {
-        const long long value = strtoll(begin, &end, 0);
+        const long long value = strtoll(begin, &end, base);
         if (errno != 0 || end == begin || *end != '\0') return std::nullopt;
         if (value < std::numeric_limits<T>::min() || value > std::numeric_limits<T>::max()) {
             return std::nullopt;
         }
         return static_cast<T>(value);
     } else {
-        const char* first = begin;
-        while (*first == ' ' || *first == '\t') ++first;
-        if (*first == '-') return std::nullopt;
-        const unsigned long long value = strtoull(begin, &end, 0);
+        if (*begin == '-') return std::nullopt;
+        const unsigned long long value = strtoull(begin, &end, base);
         if (errno != 0 || end == begin || *end != '\0') return std::nullopt;
         if (value > std::numeric_limits<T>::max()) return std::nullopt;
         return static_cast<T>(value);

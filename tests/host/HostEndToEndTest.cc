@@ -101,7 +101,7 @@ TEST(HostEndToEnd, ReadableTimelineByDefault) {
     const HostRun run = runHost("--simulate 1h --providers SystemStateStats");
     ASSERT_EQ(run.status, 0) << run.output;
     EXPECT_THAT(run.output, ::testing::HasSubstr("notification  name=SystemStateStats detail=AggregatedDonStates"));
-    EXPECT_THAT(run.output, ::testing::HasSubstr("donStates=[0xffffffff, 0x800007f]"));
+    EXPECT_THAT(run.output, ::testing::HasSubstr("eventStartMs=60000 donStates=[0xffffffff, 0x800007f]"));
 }
 
 TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
@@ -147,7 +147,7 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
     };
     for (const auto& c : cases) {
         const HostRun run = runHost(c.arguments);
-        EXPECT_NE(run.status, 0) << c.arguments;
+        EXPECT_EQ(run.status, 2) << c.arguments;
         EXPECT_THAT(run.output, ::testing::HasSubstr(c.message)) << c.arguments;
     }
 }

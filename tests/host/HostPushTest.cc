@@ -12,11 +12,13 @@ namespace {
 // What the provider saw; owned by the test because the host destroys its providers.
 struct Observed {
     int notified = 0;
+    int notifiedAtRelease = 0;
     int forcedSnapshots = 0;
     int callsOffDrivingThread = 0;
 };
 
-// Pushes `count` forced notifications from its own thread as soon as it is acquired.
+// Pushes `count` notifications from its own thread as soon as it is acquired, every other one
+// forced, and one more from releaseResources() on the driving thread.
 class PushingProvider : public Vistrel::Provider {
 public:
     PushingProvider(int count, Observed& seen) : count_(count), seen_(seen) {}
@@ -25,13 +27,15 @@ public:
     const char* name() const override { return "Pusher"; }
     bool acquireResources(Vistrel::NotificationRouter router, Vistrel::IClockReader&) override {
         driver_ = std::this_thread::get_id();
+        router_ = router;
         thread_ = std::thread([this, router] {
-            for (int i = 0; i < count_; ++i) router("Pushed", std::to_string(i), true);
+            for (int i = 0; i < count_; ++i) router("Pushed", std::to_string(i), i % 2 == 0);
         });
         return true;
     }
     bool releaseResources() override {
         join();
+        router_("Released", "", false);
         return true;
     }
     bool snapshot(Vistrel::IClockReader&, bool force) override {
@@ -42,6 +46,7 @@ public:
     void notify(const std::string& name, const std::string&, Vistrel::IClockReader&) override {
         check();
         seen_.notified += name == "Pushed";
+        seen_.notifiedAtRelease += name == "Released";
     }
 
 private:
@@ -52,6 +57,7 @@ private:
 
     int count_;
     Observed& seen_;
+    Vistrel::NotificationRouter router_;
     std::thread thread_;
     std::thread::id driver_;
 };
@@ -62,7 +68,7 @@ size_t occurrences(const std::string& text, const std::string& needle) {
     return n;
 }
 
-TEST(HostPush, PushesFromAnotherThreadAreHandledOnTheDrivingThread) {
+TEST(HostPush, PushesFromAnyThreadAreRoutedOnTheDrivingThreadAndForcedOnesSnapshot) {
     constexpr int kPushes = 200;
     Observed seen;
     char* text = nullptr;
@@ -83,10 +89,12 @@ TEST(HostPush, PushesFromAnotherThreadAreHandledOnTheDrivingThread) {
     free(text);
 
     EXPECT_EQ(seen.notified, kPushes);
-    EXPECT_EQ(seen.forcedSnapshots, kPushes) << "each forced push snapshots the pusher";
+    EXPECT_EQ(seen.notifiedAtRelease, 1) << "a push made while releasing is still routed";
+    EXPECT_EQ(seen.forcedSnapshots, kPushes / 2) << "each forced push, and only those, snapshots";
     EXPECT_EQ(seen.callsOffDrivingThread, 0);
-    EXPECT_EQ(occurrences(timeline, "\"event\":\"push (force)\""), static_cast<size_t>(kPushes));
-    EXPECT_EQ(occurrences(timeline, "\"event\":\"record\""), static_cast<size_t>(kPushes));
+    EXPECT_EQ(occurrences(timeline, "\"event\":\"push (force)\""), static_cast<size_t>(kPushes / 2));
+    EXPECT_EQ(occurrences(timeline, "\"event\":\"push\""), static_cast<size_t>(kPushes / 2 + 1));
+    EXPECT_EQ(occurrences(timeline, "\"event\":\"record\""), static_cast<size_t>(kPushes / 2));
 }
 
 }  // namespace

@@ -118,6 +118,10 @@ TEST(Properties, ParseAsTheGeneratedAccessorsDo) {
     EXPECT_EQ(props::mobile_vistrel_memory_extended_collector(), false);
     EXPECT_EQ(props::mobile_vistrel_zram_idle_threshold(), -300);
     EXPECT_EQ(props::mobile_vistrel_zram_idle_histo_bucket(), 16);
+    hostplatform::setProperty("mobile_vistrel_zram_idle_histo_bucket", "010");
+    EXPECT_EQ(props::mobile_vistrel_zram_idle_histo_bucket(), 10) << "decimal, not octal";
+    hostplatform::setProperty("mobile_vistrel_zram_idle_histo_bucket", "-0x10");
+    EXPECT_FALSE(props::mobile_vistrel_zram_idle_histo_bucket()) << "hex only after a bare 0x";
     EXPECT_EQ(props::vistrel_instruction_sampler_sampling_period_us(), 4294967295u);
 }
 

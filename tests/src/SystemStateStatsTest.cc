@@ -125,7 +125,7 @@ TEST(SystemStateStatsBatches, LargeBatchCounterWrapsLikeThe32BitFormula) {
     EXPECT_TRUE(stats.sample(clock));
 }
 
-TEST(SystemStateStatsSnapshot, ReturnsAndClearsTheReadyFlag) {
+TEST(SystemStateStatsSnapshot, ReturnsAndClearsTheReadyFlagWhichTheNextSampleAlsoClears) {
     SystemStateStats stats(1, 2, 1000);
     stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}));
     FakeClock clock;
@@ -135,16 +135,31 @@ TEST(SystemStateStatsSnapshot, ReturnsAndClearsTheReadyFlag) {
     stats.sample(clock);
     EXPECT_TRUE(stats.snapshot(clock, false));
     EXPECT_FALSE(stats.snapshot(clock, false)) << "a second snapshot without a new batch";
+
+    stats.sample(clock);
+    stats.sample(clock);  // completes a batch nobody snapshots
+    stats.sample(clock);  // starts the next one: the flag is cleared again
+    EXPECT_FALSE(stats.snapshot(clock, false));
 }
 
-TEST(SystemStateStatsSnapshot, ForcedSnapshotThatCompletesABatchReturnsTrue) {
-    SystemStateStats stats(1, 2, 1000);
+TEST(SystemStateStatsSnapshot, ForcedSnapshotSamplesThroughTheVirtualInterface) {
+    struct Counting : SystemStateStats {
+        using SystemStateStats::SystemStateStats;
+        std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
+            ++samples;
+            return SystemStateStats::sample(clock);
+        }
+        int samples = 0;
+    } stats(1, 2, 1000);
     stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}));
     FakeClock clock;
     stats.sample(clock);
-    EXPECT_TRUE(stats.snapshot(clock, true));  // its own sample completed the batch
-    EXPECT_FALSE(stats.snapshot(clock, true)); // this forced sample starts a new one
+    EXPECT_TRUE(stats.snapshot(clock, true)) << "its own sample completed the batch";
+    EXPECT_EQ(stats.samples, 2);
+    EXPECT_FALSE(stats.snapshot(clock, true)) << "this forced sample starts a new batch";
     EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{1}));
+    EXPECT_FALSE(stats.snapshot(clock, false));
+    EXPECT_EQ(stats.samples, 3);
 }
 
 TEST(SystemStateStatsPowerManager, AcquireInstallsADefaultThroughTheVirtualSlot) {
