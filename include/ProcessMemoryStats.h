@@ -36,7 +36,9 @@ struct ProcessMemorySnapshot {
     float userTimeSec = 0;        // user CPU time, seconds
     float systemTimeSec = 0;      // system CPU time, seconds
     int32_t memtrackPssKb = 0;    // memtrack PSS, KiB; -1 when the extended collector is off
-    int32_t oomScoreAdj = 0;      // /proc/<pid>/oom_score_adj; 9999 until it was read
+    // /proc/<pid>/oom_score_adj. An entry given memory figures starts at 9999 until it is read;
+    // one created only by the oom/time steps (no memory figures) starts at 0.
+    int32_t oomScoreAdj = 0;
 };
 
 class ProcessMemoryStats : public Provider {

@@ -1,6 +1,5 @@
 #include "ProcessMemoryStats.h"
 
-#include <android/log.h>
 #include <binder/IServiceManager.h>
 #include <dirent.h>
 #include <memoryfootprint/memory_footprint.h>
@@ -8,7 +7,6 @@
 #include <vendor/norvik/tarnet/ITrigger.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +15,7 @@
 
 #include <SharedOsServicesProperties.sysprop.h>
 
+#include "BootClock.h"
 #include "procfsutils/ProcFsParser.h"
 #include "seams/FsRoot.h"
 #include "seams/Libc.h"
@@ -48,17 +47,6 @@ FILE* openStream(const char* path, char (&buffer)[kStreamBufferBytes]) {
     FILE* stream = fopen(path, "re");
     if (stream != nullptr) setvbuf(stream, buffer, _IOFBF, sizeof(buffer));
     return stream;
-}
-
-// Nanoseconds on the boot clock; 0 (logged directly to the Android log) when it cannot be read.
-int64_t bootTimeNs() {
-    struct timespec now {};
-    if (seam::clock_gettime(CLOCK_BOOTTIME, &now) != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, xrlogger::kTag, "error getting time: %s",
-                            strerror(errno));
-        return 0;
-    }
-    return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
 // The pid a /proc entry name stands for: names made only of decimal digits that fit an int.

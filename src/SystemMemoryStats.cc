@@ -1,6 +1,5 @@
 #include "SystemMemoryStats.h"
 
-#include <android/log.h>
 #include <meminfo/sysmeminfo.h>
 #include <sys/stat.h>
 
@@ -8,9 +7,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "BootClock.h"
 #include "SharedOsServicesProperties.sysprop.h"
 #include "seams/FsRoot.h"
-#include "seams/Libc.h"
 #include "vistrelcore/Uptime.h"
 #include "xrlogger/Logger.h"
 
@@ -33,18 +32,6 @@ constexpr const char kIdleHistoPath[] = "/sys/devices/virtual/block/zram0/idlehi
 // a - b without signed-overflow undefined behaviour.
 int64_t difference(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
-}
-
-// Boot-clock nanoseconds; 0 (after logging) when the clock cannot be read.
-int64_t bootTimeNs() {
-    struct timespec ts {};
-    if (seam::clock_gettime(CLOCK_BOOTTIME, &ts) != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, xrlogger::kTag, "error getting time: %s",
-                            strerror(errno));
-        return 0;
-    }
-    return static_cast<int64_t>(static_cast<uint64_t>(ts.tv_sec) * 1000000000u +
-                                static_cast<uint64_t>(ts.tv_nsec));
 }
 
 FILE* openFile(const char* absolutePath, const char* mode) {

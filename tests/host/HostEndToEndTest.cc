@@ -144,6 +144,7 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
         {"--prop mobile_vistrel_zram_idle_collector=perhaps", "mobile_vistrel_zram_idle_collector"},
         {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
         {"--simulate 1h --real 1s", "excludes"},
+        {"--data-total 12Q", "bad byte count '12Q'"},
     };
     for (const auto& c : cases) {
         const HostRun run = runHost(c.arguments);
@@ -152,59 +153,66 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
     }
 }
 
-// Memory and storage counters against the device-like fixture tree (read only: the zram idle
-// collector stays off, so nothing is written into the tree).
-const std::string kDeviceTree = std::string(VISTREL_SOURCE_DIR) + "/tests/data/memstorage/device";
-const std::string kCounters = "SystemMemoryStats,ZramStats,SwapWriteStats,StorageStats";
+// Memory and storage collectors against the fixture trees (read only: the zram idle collector
+// stays off, so nothing is written into the tree).
+const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
 
 TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
-    const HostRun run = runHost("--simulate 3h --json --snapshot-every 1h --root " + kDeviceTree +
-                                " --providers " + kCounters);
+    const HostRun run = runHost("--simulate 3h --json --snapshot-every 1h --root " + kData + "memstorage/device" +
+                                " --providers SystemMemoryStats,ZramStats,SwapWriteStats,StorageStats");
     ASSERT_EQ(run.status, 0) << run.output;
     std::map<std::string, std::vector<int64_t>> heartbeats;
-    std::map<std::string, json> lastRecord;
+    std::map<std::string, json> last;
     for (const auto& line : jsonLines(run.output)) {
-        if (line["event"] == "notification") heartbeats[line["name"]].push_back(line["t_ns"]);
-        if (line["event"] == "record") lastRecord[line["source"]] = line;
+        if (line["event"] == "notification") heartbeats[line["name"]].push_back(line["t_ns"].get<int64_t>() / kMinuteNs);
+        if (line["event"] == "record") last[line["source"]] = line;
         EXPECT_NE(line["event"], "log") << line.dump();
     }
-    auto every = [](int64_t periodMinutes, int count) {
+    const auto every = [](int64_t minutes, int count) {
         std::vector<int64_t> at;
-        for (int i = 1; i <= count; ++i) at.push_back(i * periodMinutes * kMinuteNs);
+        for (int i = 1; i <= count; ++i) at.push_back(i * minutes);
         return at;
     };
     EXPECT_EQ(heartbeats["SystemMemoryInfo"], every(5, 36));
     EXPECT_EQ(heartbeats["ZramHeartbeat"], every(15, 12));
     EXPECT_EQ(heartbeats["SwapHeartbeat"], every(60, 3));
     EXPECT_EQ(heartbeats["StorageHeartbeat"], every(60, 3)) << "an hourly host snapshot still lets it through";
-
-    EXPECT_EQ(lastRecord["SystemMemoryStats"]["memAvailableKb"], 2103340);
-    EXPECT_EQ(lastRecord["SystemMemoryStats"]["memUsedKb"], 5804656 - 2103340);
-    EXPECT_EQ(lastRecord["ZramStats"]["column10"], 77);
-    EXPECT_EQ(lastRecord["SwapWriteStats"]["swapWriteBytes"], 256000000);
-    EXPECT_EQ(lastRecord["StorageStats"]["totalBytes"], INT64_C(128) << 30);
-    EXPECT_EQ(lastRecord["StorageStats"]["lowStorage"], false);
+    EXPECT_EQ(last["SystemMemoryStats"]["memUsedKb"], 5804656 - 2103340);
+    EXPECT_EQ(last["ZramStats"]["column10"], 77);
+    EXPECT_EQ(last["SwapWriteStats"]["swapWriteBytes"], 256000000);
+    EXPECT_EQ(last["StorageStats"]["totalBytes"], INT64_C(128) << 30);
 }
 
-TEST(HostEndToEnd, SetDataFiguresRaiseLowStorageAndFrequentSnapshotsHoldTheGate) {
-    const HostRun low = runHost("--simulate 1h --json --snapshot-every 1h --root " + kDeviceTree +
-                                " --providers StorageStats --data-total 64G --data-available 3G");
+TEST(HostEndToEnd, SetDataFiguresRaiseLowStorage) {
+    const HostRun low = runHost("--simulate 1h --json --providers StorageStats --data-total 64G --data-available 3G");
     ASSERT_EQ(low.status, 0) << low.output;
-    EXPECT_THAT(low.output, ::testing::HasSubstr(
-        R"("name":"LowStorage","detail":"Equal to or larger than 90% Disk Usage")"));
+    EXPECT_THAT(low.output, ::testing::HasSubstr(R"("name":"LowStorage","detail":"Equal to or larger than 90% Disk Usage")"));
+}
 
-    // Host snapshots every 15 minutes restart the one-hour gate every time.
-    const HostRun gated =
-        runHost("--simulate 2h --snapshot-every 15m --providers StorageStats --data-available 1T");
-    ASSERT_EQ(gated.status, 0) << gated.output;
-    EXPECT_THAT(gated.output, ::testing::Not(::testing::HasSubstr("StorageHeartbeat")));
-    EXPECT_THAT(gated.output, ::testing::HasSubstr(
-        "StorageStats snapshot failed since 900 ms less than 3600000 ms have passed"));
-    EXPECT_THAT(gated.output, ::testing::HasSubstr("lowStorage=false"));
-
-    const HostRun bad = runHost("--data-total 12Q");
-    EXPECT_NE(bad.status, 0);
-    EXPECT_THAT(bad.output, ::testing::HasSubstr("bad byte count '12Q'"));
+// Process memory on its fixture tree with the simulated memtrack: pid 400 gets the HAL's error
+// (-1), pid 401 gets 512 KiB; each scan reports both.
+TEST(HostEndToEnd, ProcessMemoryRecordsAndEveryOverBudgetReport) {
+    const HostRun run = runHost("--simulate 31m --json --snapshot-every 15m --providers ProcessMemoryStats --root " +
+                                kData + "processmemory --prop mobile_vistrel_memory_extended_collector=true");
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::vector<json> records;
+    std::vector<std::vector<std::string>> reports;
+    for (const auto& line : jsonLines(run.output)) {
+        if (line["event"] == "record") records.push_back(line);
+        if (line["event"] == "trigger-report") reports.push_back(line["annotations"]);
+    }
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0]["timestampMs"], 900000);
+    EXPECT_EQ(records[0]["processNames"], 9);
+    EXPECT_EQ(records[0]["topByRss"][2]["name"], "/data/local/my");
+    EXPECT_EQ(records[0]["topByRss"][2]["vmRssKb"], 5000);
+    const std::vector<std::string> over = {"threshold_current_value:10240", "includes_memtrack:false",
+                                           "rss_anon_plus_swap_kib:10240", "memtrack_pss_kib:-1",
+                                           "threshold_units:RSS_anon_plus_swap_KB"};
+    const std::vector<std::string> under = {"threshold_current_value:10751", "includes_memtrack:true",
+                                            "rss_anon_plus_swap_kib:10239", "memtrack_pss_kib:512",
+                                            "threshold_units:RSS_anon_plus_swap_plus_memtrack_KB"};
+    EXPECT_THAT(reports, ::testing::UnorderedElementsAre(over, under, over, under));
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 // default tag list, the three ReadMemInfo overloads and the non-const accessors that read the
 // internal map with insertion (a tag the file did not have reads as 0). Like the newer
 // libmeminfo, "MemAvailable:" is one of the default tags and has its accessor, so one read
-// yields both the total and the available figure.
+// yields both the total and the available figure. The library reads "MemAvailable:" through the
+// map (mem_available_kb(), looked up with insertion) as libmeminfo does from Android 14, so the
+// device build needs that libmeminfo; older ones have neither the tag nor the accessor.
 //
 // Every path is resolved through the file-system root (seams/FsRoot.h), so a fixture tree or a
 // captured headset tree stands in for the workstation's /proc. Parsing follows the platform

@@ -1,7 +1,8 @@
 // android_uptimeMillis(): milliseconds of CLOCK_MONOTONIC (time since boot, not counting
-// suspend). The library calls it by this name; on the device the platform resolves the symbol
-// at link time. The host definition (platform/src/Uptime.cc) forwards to libutils'
-// android::uptimeMillis(), which reads the same clock.
+// suspend). The library calls it by this name. No AOSP library exports it: on the device the
+// host library libvistrelcore (in the library's shared_libs) provides it; the host build
+// supplies platform/src/Uptime.cc, which forwards to libutils' android::uptimeMillis(), reading
+// the same clock.
 #pragma once
 
 #include <cstdint>
