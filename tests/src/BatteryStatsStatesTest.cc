@@ -116,35 +116,21 @@ TEST_F(BatteryStatesConnected, TheTableHasExactlyTheseTwentyTwoEntries) {
     }
 }
 
-TEST_F(BatteryStatesConnected, EventsWithoutAnEntryChangeNothing) {
-    const std::pair<S, const char*> misses[] = {
-        {S::ActiveDischarging, "BatteryFull"}, {S::InactiveDischarging, "BatteryFull"},
-        {S::ActiveCharging, "HealthInfo"},     {S::InactiveCharging, "screenon"},
-        {S::ActiveCharging, ""},
-    };
-    states.previousState = S::InactiveCharging;
-    states.statePowerSource = "AC";
-    clock.timestamp = 999;
-    for (const auto& [state, event] : misses) {
-        states.currentState = state;
-        states.notify(event, "", clock);
-        EXPECT_EQ(states.currentState, state) << event;
-        EXPECT_EQ(states.previousState, S::InactiveCharging);
-        EXPECT_EQ(states.stateStartStamp, 100);
-        EXPECT_EQ(states.statePowerSource, "AC");
-        EXPECT_EQ(states.levelAtEvent, -1.0f);
-    }
-    EXPECT_TRUE(logcapture::entries().empty());
-}
-
-TEST_F(BatteryStatesConnected, ASelfTransitionMovesStampsLevelsAndPowerSources) {
-    ASSERT_EQ(states.currentState, S::ActiveDischarging);
+TEST_F(BatteryStatesConnected, EventsWithoutAnEntryChangeNothingButASelfTransitionMovesOn) {
     hal->setChargers(false, true, false);
     ASSERT_TRUE(states.snapshot(clock, false));
     ASSERT_EQ(states.statePowerSource, " USB");
-
     clock.timestamp = 250;
     hal->setLevel(48);
+    for (const char* event : {"BatteryFull", "screenon", ""}) {  // BatteryFull: only while charging
+        states.notify(event, "", clock);
+        EXPECT_EQ(states.currentState, S::ActiveDischarging) << event;
+        EXPECT_EQ(states.stateStartStamp, 100);
+        EXPECT_EQ(states.statePowerSource, " USB");
+        EXPECT_EQ(states.levelAtEvent, 50.0f);
+    }
+    EXPECT_TRUE(logcapture::entries().empty());
+
     states.notify("ScreenOn", "", clock);
     EXPECT_EQ(states.currentState, S::ActiveDischarging);
     EXPECT_EQ(states.previousState, S::ActiveDischarging);
@@ -233,21 +219,18 @@ TEST_F(BatteryStatesConnected, FullOncePerRiseToNinetyLowOncePerNewLevelAtThreeO
         const auto n = states.sample(clock);
         EXPECT_EQ(n ? n->name + " " + n->detail : "", s.notified) << s.level << " status " << s.status;
     }
-    BatteryStatsStates first;  // a first sample at a low level reports it
-    ASSERT_TRUE(first.acquireResources(nullptr, clock));
-    hal->setLevel(3);
-    EXPECT_EQ(first.sample(clock)->name, "BatteryLow");
-}
-
-TEST_F(BatteryStatesConnected, AFailedSampleReadLeavesTheSampleMemoryAlone) {
     hal->setLevel(80);
     states.sample(clock);
     hal->setLevel(91);
     hal->failNext(Method::HealthInfo21, FakeHealth::kTransport);
     EXPECT_FALSE(states.sample(clock));
-    EXPECT_EQ(states.lastSampledLevel, 80);
     EXPECT_EQ(logcapture::entries(), Log{kReadFailed});
-    EXPECT_TRUE(states.sample(clock)) << "the rise is still seen";
+    EXPECT_TRUE(states.sample(clock)) << "a failed read leaves the sample memory alone";
+
+    BatteryStatsStates first;  // a first sample at a low level reports it
+    ASSERT_TRUE(first.acquireResources(nullptr, clock));
+    hal->setLevel(3);
+    EXPECT_EQ(first.sample(clock)->name, "BatteryLow");
 }
 
 TEST_F(BatteryStatesConnected, SnapshotRecordsPowerSourceCapacitiesAndChargeTime) {
