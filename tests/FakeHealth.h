@@ -1,14 +1,16 @@
-// A scriptable health HAL 2.1 for tests. It answers `info` and `currentUa`; each call of
-// update(), getCurrentNow() or getHealthInfo_2_1() first takes the next queued fault of that
-// method, if any: a transport failure (no callback, failed Return) or a non-SUCCESS Result
-// (callback with that Result and a zeroed value). Calls are counted per method.
+// A scriptable health HAL 2.1 for tests (discharging, good, 50 %, 3900 mV, -1 mA). It answers
+// `info` and `currentUa`; each call of update(), getCurrentNow() or getHealthInfo_2_1() first
+// takes the next queued fault of that method, if any: kTransport (failed Return, no callback) or
+// a non-SUCCESS Result (callback with that Result and a zeroed value).
 #pragma once
 
 #include <deque>
 #include <map>
+#include <optional>
 
 #include <android/hardware/health/2.1/IHealth.h>
 
+#include "Provider.h"
 #include "hostplatform/ServiceRegistry.h"
 
 namespace testing_support {
@@ -19,44 +21,26 @@ public:
     using HealthInfo = android::hardware::health::V2_1::HealthInfo;
     template <typename T>
     using Return = android::hardware::Return<T>;
+    using Status = android::hardware::health::V1_0::BatteryStatus;
+    using Health = android::hardware::health::V1_0::BatteryHealth;
+    using Fault = std::optional<Result>;  // empty: transport failure
 
     enum class Method { Update, CurrentNow, HealthInfo21 };
-
-    struct Fault {
-        bool transport = false;             // the call fails in transport
-        Result result = Result::SUCCESS;    // otherwise answered with this Result
-    };
-    static Fault transportFailure() { return Fault{true, Result::SUCCESS}; }
-    static Fault answer(Result result) { return Fault{false, result}; }
+    static constexpr Fault kTransport{};
+    static constexpr Fault kBothFaults[] = {kTransport, Fault{Result::UNKNOWN}};
 
     FakeHealth() {
-        auto& battery = info.legacy.legacy;
-        battery.batteryStatus = android::hardware::health::V1_0::BatteryStatus::DISCHARGING;
-        battery.batteryHealth = android::hardware::health::V1_0::BatteryHealth::GOOD;
-        battery.batteryLevel = 50;
-        battery.batteryVoltage = 3900;
+        setStatus(3);
+        setHealth(2);
+        setLevel(50);
+        info.legacy.legacy.batteryVoltage = 3900;
     }
-
     // Registers this fake as the "default" 2.1 health service.
-    void registerDefault() {
-        hostplatform::addService<android::hardware::health::V2_1::IHealth>("default", this);
-    }
-
+    void registerDefault() { hostplatform::addService<IHealth>("default", this); }
     void failNext(Method method, Fault fault) { faults_[method].push_back(fault); }
-    int calls(Method method) const {
-        const auto it = calls_.find(method);
-        return it == calls_.end() ? 0 : it->second;
-    }
 
-    // Setters for the fields the providers read.
-    void setStatus(int32_t status) {
-        info.legacy.legacy.batteryStatus =
-            static_cast<android::hardware::health::V1_0::BatteryStatus>(status);
-    }
-    void setHealth(int32_t health) {
-        info.legacy.legacy.batteryHealth =
-            static_cast<android::hardware::health::V1_0::BatteryHealth>(health);
-    }
+    void setStatus(int32_t value) { info.legacy.legacy.batteryStatus = static_cast<Status>(value); }
+    void setHealth(int32_t value) { info.legacy.legacy.batteryHealth = static_cast<Health>(value); }
     void setLevel(int32_t level) { info.legacy.legacy.batteryLevel = level; }
     void setChargers(bool ac, bool usb, bool wireless) {
         info.legacy.legacy.chargerAcOnline = ac;
@@ -69,55 +53,34 @@ public:
 
     Return<Result> update() override {
         const Fault fault = take(Method::Update);
-        if (fault.transport) return transportError();
-        return fault.result;
+        return fault ? Return<Result>(*fault) : Return<Result>(transportError());
     }
     Return<void> getCurrentNow(getCurrentNow_cb cb) override {
-        const Fault fault = take(Method::CurrentNow);
-        if (fault.transport) return transportError();
-        cb(fault.result, fault.result == Result::SUCCESS ? currentUa : 0);
-        return android::hardware::Void();
+        return answer(Method::CurrentNow, cb, currentUa);
     }
     Return<void> getHealthInfo_2_1(getHealthInfo_2_1_cb cb) override {
-        const Fault fault = take(Method::HealthInfo21);
-        if (fault.transport) return transportError();
-        cb(fault.result, fault.result == Result::SUCCESS ? info : HealthInfo{});
-        return android::hardware::Void();
+        return answer(Method::HealthInfo21, cb, info);
     }
 
-    // Not used by the providers.
-    Return<Result> registerCallback(
-        const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>&) override {
-        return Result::NOT_SUPPORTED;
-    }
-    Return<Result> unregisterCallback(
-        const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>&) override {
-        return Result::NOT_SUPPORTED;
-    }
-    Return<void> getChargeCounter(getChargeCounter_cb cb) override { return unsupported(cb, 0); }
-    Return<void> getCurrentAverage(getCurrentAverage_cb cb) override { return unsupported(cb, 0); }
-    Return<void> getCapacity(getCapacity_cb cb) override { return unsupported(cb, 0); }
-    Return<void> getEnergyCounter(getEnergyCounter_cb cb) override { return unsupported(cb, 0); }
-    Return<void> getChargeStatus(getChargeStatus_cb cb) override {
-        return unsupported(cb, android::hardware::health::V1_0::BatteryStatus::UNKNOWN);
-    }
-    Return<void> getStorageInfo(getStorageInfo_cb cb) override {
-        return unsupported(cb, android::hardware::hidl_vec<android::hardware::health::V2_0::StorageInfo>());
-    }
-    Return<void> getDiskStats(getDiskStats_cb cb) override {
-        return unsupported(cb, android::hardware::hidl_vec<android::hardware::health::V2_0::DiskStats>());
-    }
-    Return<void> getHealthInfo(getHealthInfo_cb cb) override { return unsupported(cb, info.legacy); }
-    Return<void> getHealthConfig(getHealthConfig_cb cb) override {
-        return unsupported(cb, android::hardware::health::V2_1::HealthConfig{});
-    }
-    Return<void> shouldKeepScreenOn(shouldKeepScreenOn_cb cb) override { return unsupported(cb, false); }
+    // Not used by the providers: NOT_SUPPORTED.
+    using InfoCallback = android::sp<android::hardware::health::V2_0::IHealthInfoCallback>;
+    Return<Result> registerCallback(const InfoCallback&) override { return Result::NOT_SUPPORTED; }
+    Return<Result> unregisterCallback(const InfoCallback&) override { return Result::NOT_SUPPORTED; }
+    Return<void> getChargeCounter(getChargeCounter_cb cb) override { return unsupported(cb); }
+    Return<void> getCurrentAverage(getCurrentAverage_cb cb) override { return unsupported(cb); }
+    Return<void> getCapacity(getCapacity_cb cb) override { return unsupported(cb); }
+    Return<void> getEnergyCounter(getEnergyCounter_cb cb) override { return unsupported(cb); }
+    Return<void> getChargeStatus(getChargeStatus_cb cb) override { return unsupported(cb); }
+    Return<void> getStorageInfo(getStorageInfo_cb cb) override { return unsupported(cb); }
+    Return<void> getDiskStats(getDiskStats_cb cb) override { return unsupported(cb); }
+    Return<void> getHealthInfo(getHealthInfo_cb cb) override { return unsupported(cb); }
+    Return<void> getHealthConfig(getHealthConfig_cb cb) override { return unsupported(cb); }
+    Return<void> shouldKeepScreenOn(shouldKeepScreenOn_cb cb) override { return unsupported(cb); }
 
 private:
     Fault take(Method method) {
-        ++calls_[method];
         auto& queue = faults_[method];
-        if (queue.empty()) return Fault{};
+        if (queue.empty()) return Result::SUCCESS;
         const Fault fault = queue.front();
         queue.pop_front();
         return fault;
@@ -126,13 +89,30 @@ private:
         return android::hardware::Status::fromStatusT(android::DEAD_OBJECT);
     }
     template <typename Callback, typename Value>
-    static Return<void> unsupported(const Callback& cb, const Value& value) {
-        cb(Result::NOT_SUPPORTED, value);
+    Return<void> answer(Method method, const Callback& cb, const Value& value) {
+        const Fault fault = take(method);
+        if (!fault) return transportError();
+        cb(*fault, *fault == Result::SUCCESS ? value : Value{});
+        return android::hardware::Void();
+    }
+    template <typename Callback>
+    static Return<void> unsupported(const Callback& cb) {
+        cb(Result::NOT_SUPPORTED, {});
         return android::hardware::Void();
     }
 
     std::map<Method, std::deque<Fault>> faults_;
-    std::map<Method, int> calls_;
+};
+
+// A provider whose sample() counts its calls, to see that a forced snapshot samples through the
+// virtual slot.
+template <typename P>
+struct SampleCounting : P {
+    std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
+        ++samples;
+        return P::sample(clock);
+    }
+    int samples = 0;
 };
 
 }  // namespace testing_support

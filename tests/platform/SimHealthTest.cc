@@ -14,42 +14,46 @@ using Info = android::hardware::health::V2_1::HealthInfo;
 using Result = android::hardware::health::V2_0::Result;
 using android::hardware::health::V1_0::BatteryHealth;
 using android::hardware::health::V1_0::BatteryStatus;
+namespace V2_0 = android::hardware::health::V2_0;
+namespace V2_1 = android::hardware::health::V2_1;
 
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 
-Info read(SimHealth& hal) {
+android::hardware::health::V1_0::HealthInfo read(SimHealth& hal, Info* full = nullptr) {
     Info info{};
-    Result result = Result::UNKNOWN;
     EXPECT_TRUE(hal.getHealthInfo_2_1([&](Result r, const Info& i) {
-                       result = r;
+                       EXPECT_EQ(r, Result::SUCCESS);
                        info = i;
                    }).isOk());
-    EXPECT_EQ(result, Result::SUCCESS);
-    return info;
+    if (full != nullptr) *full = info;
+    return info.legacy.legacy;
 }
 
 struct SimBattery : testing::Test {
     android::sp<SimHealth> make(BatteryScript script, bool interactive) {
-        return new SimHealth(script, [this] { return now; },
-                             [interactive](int64_t) { return interactive; });
+        return new SimHealth(script, [this] { return now; }, [interactive](int64_t) { return interactive; });
     }
     int64_t now = 0;
 };
 
-TEST_F(SimBattery, DrainsFasterWhileInteractive) {
+TEST_F(SimBattery, DrainsFasterWhileInteractiveAndCanBeSteered) {
     BatteryScript script;
-    script.startLevelPercent = 50;
     auto active = make(script, true);
     auto idle = make(script, false);
     now = 60 * kMinuteNs;
-    EXPECT_EQ(read(*active).legacy.legacy.batteryLevel, 20) << "1.5 A for 1 h of 5 Ah";
-    const Info info = read(*idle);
-    EXPECT_EQ(info.legacy.legacy.batteryLevel, 45);
-    EXPECT_EQ(info.legacy.legacy.batteryStatus, BatteryStatus::DISCHARGING);
-    EXPECT_EQ(info.batteryChargeTimeToFullNowSeconds, -1);
+    EXPECT_EQ(read(*active).batteryLevel, 20) << "1.5 A for 1 h of 5 Ah";
     int32_t current = 0;
-    active->getCurrentNow([&](Result, int32_t v) { current = v; }).isOk();
+    EXPECT_TRUE(active->getCurrentNow([&](Result, int32_t v) { current = v; }).isOk());
     EXPECT_EQ(current, -1500000);
+    Info info{};
+    EXPECT_EQ(read(*idle, &info).batteryLevel, 45);
+    EXPECT_EQ(info.batteryChargeTimeToFullNowSeconds, -1);
+    idle->setStatusOverride(BatteryStatus::NOT_CHARGING);
+    idle->setHealth(BatteryHealth::OVERHEAT);
+    EXPECT_EQ(read(*idle).batteryHealth, BatteryHealth::OVERHEAT);
+    EXPECT_EQ(read(*idle).batteryStatus, BatteryStatus::NOT_CHARGING);
+    idle->setStatusOverride(std::nullopt);
+    EXPECT_EQ(read(*idle).batteryStatus, BatteryStatus::DISCHARGING);
 }
 
 TEST_F(SimBattery, ChargesWithTheStrongestChargerUntilFull) {
@@ -58,50 +62,31 @@ TEST_F(SimBattery, ChargesWithTheStrongestChargerUntilFull) {
     script.chargers = {{0, 90 * kMinuteNs, Charger::Usb}, {30 * kMinuteNs, 90 * kMinuteNs, Charger::Ac}};
     auto hal = make(script, true);
     now = 30 * kMinuteNs;
-    EXPECT_EQ(read(*hal).legacy.legacy.batteryLevel, 52) << "USB: 25 % an hour";
+    EXPECT_EQ(read(*hal).batteryLevel, 52) << "USB: 25 % an hour";
     now = 60 * kMinuteNs;
-    Info info = read(*hal);
-    EXPECT_EQ(info.legacy.legacy.batteryLevel, 82) << "AC: 60 % an hour";
-    EXPECT_EQ(info.legacy.legacy.batteryStatus, BatteryStatus::CHARGING);
-    EXPECT_TRUE(info.legacy.legacy.chargerAcOnline && info.legacy.legacy.chargerUsbOnline);
+    Info info{};
+    const auto battery = read(*hal, &info);
+    EXPECT_EQ(battery.batteryLevel, 82) << "AC: 60 % an hour";
+    EXPECT_EQ(battery.batteryStatus, BatteryStatus::CHARGING);
+    EXPECT_TRUE(battery.chargerAcOnline && battery.chargerUsbOnline && !battery.chargerWirelessOnline);
     EXPECT_GT(info.batteryChargeTimeToFullNowSeconds, 0);
     now = 80 * kMinuteNs;
-    info = read(*hal);
-    EXPECT_EQ(info.legacy.legacy.batteryLevel, 100);
+    EXPECT_EQ(read(*hal, &info).batteryLevel, 100);
     EXPECT_EQ(info.legacy.legacy.batteryStatus, BatteryStatus::FULL);
     EXPECT_EQ(info.batteryChargeTimeToFullNowSeconds, 0);
 }
 
-TEST_F(SimBattery, StatusAndHealthCanBeSteered) {
-    auto hal = make(BatteryScript{}, false);
-    hal->setStatusOverride(BatteryStatus::NOT_CHARGING);
-    hal->setHealth(BatteryHealth::OVERHEAT);
-    Info info = read(*hal);
-    EXPECT_EQ(info.legacy.legacy.batteryStatus, BatteryStatus::NOT_CHARGING);
-    EXPECT_EQ(info.legacy.legacy.batteryHealth, BatteryHealth::OVERHEAT);
-    hal->setStatusOverride(std::nullopt);
-    EXPECT_EQ(read(*hal).legacy.legacy.batteryStatus, BatteryStatus::DISCHARGING);
-}
-
-TEST_F(SimBattery, PowerChangesAreTheEdgesOfAnyChargerPluggedIn) {
+TEST_F(SimBattery, PowerChangesAreTheEdgesOfAnyChargerPluggedInAndRepeatEachCycle) {
     auto hal = make(BatteryScript::defaults(), true);
-    std::vector<std::tuple<int64_t, bool, Charger>> changes;
-    int64_t t = 0;
-    while (auto change = hal->nextPowerChangeAfter(t)) {
-        if (change->atNs > 8 * 60 * kMinuteNs) break;
-        changes.emplace_back(change->atNs / kMinuteNs, change->connected, change->charger);
-        t = change->atNs;
-    }
+    const auto next = [&](int64_t minute) {
+        const auto change = hal->nextPowerChangeAfter(minute * kMinuteNs);
+        return change ? std::tuple(change->atNs / kMinuteNs, change->connected, change->charger)
+                      : std::tuple(INT64_C(-1), false, Charger::Ac);
+    };
     // USB plugged 1:30-1:50 while AC is in is no edge; the plan repeats after four hours.
-    EXPECT_EQ(changes, (std::vector<std::tuple<int64_t, bool, Charger>>{
-                           {65, true, Charger::Ac},
-                           {170, false, Charger::Ac},
-                           {200, true, Charger::Wireless},
-                           {230, false, Charger::Wireless},
-                           {305, true, Charger::Ac},
-                           {410, false, Charger::Ac},
-                           {440, true, Charger::Wireless},
-                           {470, false, Charger::Wireless}}));
+    EXPECT_EQ(next(65), std::tuple(INT64_C(170), false, Charger::Ac));
+    EXPECT_EQ(next(230), std::tuple(INT64_C(305), true, Charger::Ac));
+    EXPECT_EQ(next(440), std::tuple(INT64_C(470), false, Charger::Wireless));
     EXPECT_FALSE(make(BatteryScript{}, true)->nextPowerChangeAfter(0)) << "no chargers, no edges";
 }
 
@@ -111,52 +96,38 @@ TEST(SimHeadset, CoincidingScreenAndPowerEventsAreBothReported) {
     sim::Headset headset(config, [] { return INT64_C(0); });
     const auto events = headset.nextEventsAfter(0);
     ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(events[0].atNs, 65 * kMinuteNs);
-    EXPECT_EQ(events[0].name, "ScreenOff");
-    EXPECT_EQ(events[1].atNs, 65 * kMinuteNs);
-    EXPECT_EQ(events[1].name, "PowerConnected");
+    EXPECT_TRUE(events[0].atNs == 65 * kMinuteNs && events[1].atNs == 65 * kMinuteNs);
+    EXPECT_EQ(events[0].name + " " + events[1].name, "ScreenOff PowerConnected");
 }
 
 TEST(SimHeadset, MergesScreenAndPowerEventsAndServesTheHalWhileAlive) {
-    int64_t now = 0;
     {
-        sim::Headset headset(sim::HeadsetConfig{}, [&now] { return now; });
-        ASSERT_NE(android::hardware::health::V2_1::IHealth::getService("default"), nullptr);
-        ASSERT_NE(android::hardware::health::V2_0::IHealth::getService("default"), nullptr);
-        std::vector<std::string> events;
-        int64_t t = 0;
-        for (auto next = headset.nextEventsAfter(t);
-             !next.empty() && next.front().atNs <= 4 * 60 * kMinuteNs;
-             next = headset.nextEventsAfter(t)) {
+        sim::Headset headset(sim::HeadsetConfig{}, [] { return INT64_C(0); });
+        EXPECT_NE(V2_1::IHealth::getService("default"), nullptr);
+        EXPECT_NE(V2_0::IHealth::getService("default"), nullptr);
+        std::string events;
+        for (auto next = headset.nextEventsAfter(0); !next.empty() && next[0].atNs <= 120 * kMinuteNs;
+             next = headset.nextEventsAfter(next[0].atNs)) {
             ASSERT_EQ(next.size(), 1u);
-            events.push_back(std::to_string(next[0].atNs / kMinuteNs) + " " + next[0].name + " " +
-                             next[0].detail);
-            t = next[0].atNs;
+            events += std::to_string(next[0].atNs / kMinuteNs) + " " + next[0].name + " " + next[0].detail + ", ";
         }
-        EXPECT_EQ(events, (std::vector<std::string>{
-                              "40 ScreenOff not interactive", "60 ScreenOn interactive",
-                              "65 PowerConnected AC", "100 ScreenOff not interactive",
-                              "120 ScreenOn interactive", "160 ScreenOff not interactive",
-                              "170 PowerDisconnected AC", "180 ScreenOn interactive",
-                              "200 PowerConnected WIRELESS", "220 ScreenOff not interactive",
-                              "230 PowerDisconnected WIRELESS", "240 ScreenOn interactive"}));
+        EXPECT_EQ(events, "40 ScreenOff not interactive, 60 ScreenOn interactive, 65 PowerConnected AC, "
+                          "100 ScreenOff not interactive, 120 ScreenOn interactive, ");
     }
-    EXPECT_EQ(android::hardware::health::V2_1::IHealth::getService("default"), nullptr);
-    EXPECT_EQ(android::hardware::health::V2_0::IHealth::getService("default"), nullptr);
+    EXPECT_EQ(V2_1::IHealth::getService("default"), nullptr);
+    EXPECT_EQ(V2_0::IHealth::getService("default"), nullptr);
 }
 
 TEST(SimHeadset, UpdatePushesTheNewestInfoToRegisteredCallbacks) {
-    struct Callback : android::hardware::health::V2_1::IHealthInfoCallback {
-        android::hardware::Return<void> healthInfoChanged(
-            const android::hardware::health::V2_0::HealthInfo&) override {
-            ++legacyCalls;
-            return android::hardware::Void();
-        }
+    struct Callback : V2_1::IHealthInfoCallback {  // a 2.1 callback only hears the 2.1 method
+        android::hardware::Return<void> healthInfoChanged(const V2_0::HealthInfo&) override { return record(-1); }
         android::hardware::Return<void> healthInfoChanged_2_1(const Info& info) override {
-            levels.push_back(info.legacy.legacy.batteryLevel);
+            return record(info.legacy.legacy.batteryLevel);
+        }
+        android::hardware::Return<void> record(int32_t level) {
+            levels.push_back(level);
             return android::hardware::Void();
         }
-        int legacyCalls = 0;
         std::vector<int32_t> levels;
     };
     int64_t now = 0;
@@ -166,7 +137,6 @@ TEST(SimHeadset, UpdatePushesTheNewestInfoToRegisteredCallbacks) {
     now = 20 * kMinuteNs;
     EXPECT_EQ(headset.health().update(), Result::SUCCESS);
     EXPECT_EQ(callback->levels, (std::vector<int32_t>{22, 12}));
-    EXPECT_EQ(callback->legacyCalls, 0) << "a 2.1 callback only hears the 2.1 method";
     EXPECT_EQ(headset.health().unregisterCallback(callback), Result::SUCCESS);
     EXPECT_EQ(headset.health().unregisterCallback(callback), Result::NOT_FOUND);
 }

@@ -28,7 +28,8 @@ public:
     hidl_string(const hidl_string&) = default;
     hidl_string(hidl_string&&) noexcept = default;
     hidl_string(const char* s) : text_(s == nullptr ? "" : s) {}  // NOLINT(implicit)
-    hidl_string(const char* s, size_t length) : text_(s, length) {}
+    hidl_string(const char* s, size_t length)
+        : text_(s == nullptr ? std::string() : std::string(s, length)) {}
     hidl_string(const std::string& s) : text_(s) {}  // NOLINT(implicit)
 
     hidl_string& operator=(const hidl_string&) = default;
@@ -159,13 +160,14 @@ private:
 namespace details {
 
 // Lower-case hexadecimal with a 0x prefix, except 0 which prints as "0" (std::showbase);
-// negative values in two's complement at their width; 8-bit values are widened to 32 bits.
+// negative values in two's complement at their width; 8-bit values (bool included) are widened
+// to 32 bits. make_unsigned is only applied to wider types: it rejects bool.
 template <typename T>
 std::string toHexString(T value, bool prefix = true) {
     std::ostringstream out;
     if (prefix) out << std::showbase;
-    using Wide = std::conditional_t<sizeof(T) == 1, std::make_unsigned_t<int32_t>,
-                                    std::make_unsigned_t<T>>;
+    using Wide = typename std::conditional_t<sizeof(T) == 1, std::common_type<uint32_t>,
+                                             std::make_unsigned<T>>::type;
     const Wide bits = sizeof(T) == 1 ? static_cast<Wide>(static_cast<int32_t>(value))
                                      : static_cast<Wide>(value);
     out << std::hex << bits;
