@@ -83,11 +83,6 @@ void setProperty(const std::string& name, const std::string& value) {
     g_store[name] = value;
 }
 
-void unsetProperty(const std::string& name) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_store.erase(name);
-}
-
 void clearProperties() {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_store.clear();
@@ -98,15 +93,6 @@ std::optional<std::string> getProperty(const std::string& name) {
     const auto it = g_store.find(name);
     if (it == g_store.end()) return std::nullopt;
     return it->second;
-}
-
-const std::vector<std::string>& knownProperties() {
-    static const std::vector<std::string> names = [] {
-        std::vector<std::string> all;
-        for (const auto& [name, type] : propertyTypes()) all.push_back(name);
-        return all;
-    }();
-    return names;
 }
 
 std::optional<std::string> checkProperty(const std::string& name, const std::string& value) {

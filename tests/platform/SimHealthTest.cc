@@ -118,27 +118,4 @@ TEST(SimHeadset, MergesScreenAndPowerEventsAndServesTheHalWhileAlive) {
     EXPECT_EQ(V2_0::IHealth::getService("default"), nullptr);
 }
 
-TEST(SimHeadset, UpdatePushesTheNewestInfoToRegisteredCallbacks) {
-    struct Callback : V2_1::IHealthInfoCallback {  // a 2.1 callback only hears the 2.1 method
-        android::hardware::Return<void> healthInfoChanged(const V2_0::HealthInfo&) override { return record(-1); }
-        android::hardware::Return<void> healthInfoChanged_2_1(const Info& info) override {
-            return record(info.legacy.legacy.batteryLevel);
-        }
-        android::hardware::Return<void> record(int32_t level) {
-            levels.push_back(level);
-            return android::hardware::Void();
-        }
-        std::vector<int32_t> levels;
-    };
-    int64_t now = 0;
-    sim::Headset headset(sim::HeadsetConfig{}, [&now] { return now; });
-    android::sp<Callback> callback = new Callback;
-    EXPECT_EQ(headset.health().registerCallback(callback), Result::SUCCESS);
-    now = 20 * kMinuteNs;
-    EXPECT_EQ(headset.health().update(), Result::SUCCESS);
-    EXPECT_EQ(callback->levels, (std::vector<int32_t>{22, 12}));
-    EXPECT_EQ(headset.health().unregisterCallback(callback), Result::SUCCESS);
-    EXPECT_EQ(headset.health().unregisterCallback(callback), Result::NOT_FOUND);
-}
-
 }  // namespace

@@ -6,17 +6,12 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace hostplatform {
 
 void setProperty(const std::string& name, const std::string& value);
-void unsetProperty(const std::string& name);
 void clearProperties();
 std::optional<std::string> getProperty(const std::string& name);
-
-// Names of every property the library reads.
-const std::vector<std::string>& knownProperties();
 
 // Checks that `name` is a known property and `value` parses as its type; returns the reason
 // when it does not (used by the reference host to reject bad command lines).
