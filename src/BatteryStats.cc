@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "HealthReads.h"
 #include "xrlogger/Logger.h"
 
 namespace Vistrel {
@@ -12,6 +13,8 @@ using android::hardware::Return;
 using android::hardware::health::V2_0::Result;
 using android::hardware::health::V2_1::HealthInfo;
 using android::hardware::health::V2_1::IHealth;
+using health::isChargingStatus;
+using health::readHealthInfo;
 
 constexpr int64_t kChangeIntervalNs = INT64_C(601000000000);  // 601 s
 
@@ -38,8 +41,6 @@ const char* nameOf(const char* const (&table)[N], int32_t value) {
     return static_cast<uint32_t>(value) <= N - 1 ? table[value] : "???";
 }
 
-bool isChargingStatus(int32_t status) { return status == 2 || status == 5; }
-
 // Process-wide one-shot flags, shared by every instance.
 bool firstSampleDone = false;
 bool firstSnapshotDone = false;
@@ -62,19 +63,6 @@ bool readCurrentNow(IHealth& hal, int64_t& currentUa) {
     });
     if (!ret.isOk() || result != Result::SUCCESS) {
         xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "getCurrentNow() failed");
-        return false;
-    }
-    return true;
-}
-
-bool readHealthInfo(IHealth& hal, HealthInfo& info) {
-    Result result = Result::UNKNOWN;
-    const Return<void> ret = hal.getHealthInfo_2_1([&](Result r, const HealthInfo& value) {
-        result = r;
-        info = value;
-    });
-    if (!ret.isOk() || result != Result::SUCCESS) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "getHealthInfo_2_1() failed");
         return false;
     }
     return true;

@@ -1,6 +1,7 @@
 #include "BatteryStatsStates.h"
 
 #include "vistrelcore/PowerManager.h"
+#include "HealthReads.h"
 #include "xrlogger/Logger.h"
 
 namespace Vistrel {
@@ -10,6 +11,8 @@ using android::hardware::Return;
 using android::hardware::health::V2_0::Result;
 using android::hardware::health::V2_1::HealthInfo;
 using android::hardware::health::V2_1::IHealth;
+using health::isChargingStatus;
+using health::readHealthInfo;
 
 constexpr int32_t kFullLevel = 90;     // percent
 constexpr int32_t kLowLevel = 3;       // percent
@@ -24,21 +27,6 @@ char kAppendSeparator[] = " ";
 void append(std::string& target, const char* text) {
     const std::string prefix = target.empty() ? kAppendSeparator : "";
     target = prefix + text;
-}
-
-bool isChargingStatus(int32_t status) { return status == 2 || status == 5; }
-
-bool readHealthInfo(IHealth& hal, HealthInfo& info) {
-    Result result = Result::UNKNOWN;
-    const Return<void> ret = hal.getHealthInfo_2_1([&](Result r, const HealthInfo& value) {
-        result = r;
-        info = value;
-    });
-    if (!ret.isOk() || result != Result::SUCCESS) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "getHealthInfo_2_1() failed");
-        return false;
-    }
-    return true;
 }
 
 void logHealthMissing() {
