@@ -1,6 +1,6 @@
 #include "Output.h"
 
-#include "Duration.h"
+#include "TextValues.h"
 
 namespace host {
 
@@ -29,7 +29,7 @@ void Output::write(int64_t deviceNs, const std::string& source, const std::strin
                    const nlohmann::ordered_json& fields) {
     std::string line;
     if (json_) {
-        nlohmann::ordered_json object = {{"t", sim::formatDeviceTime(deviceNs)},
+        nlohmann::ordered_json object = {{"t", formatDeviceTime(deviceNs)},
                                  {"t_ns", deviceNs},
                                  {"source", source},
                                  {"event", event}};
@@ -37,7 +37,7 @@ void Output::write(int64_t deviceNs, const std::string& source, const std::strin
         line = object.dump();
     } else {
         char head[96];
-        snprintf(head, sizeof(head), "%13s  %-21s %-13s", sim::formatDeviceTime(deviceNs).c_str(),
+        snprintf(head, sizeof(head), "%13s  %-21s %-13s", formatDeviceTime(deviceNs).c_str(),
                  source.c_str(), event.c_str());
         line = std::string(head) + " " + summarize(fields);
     }

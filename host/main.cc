@@ -17,12 +17,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Duration.h"
 #include "Headset.h"
 #include "Host.h"
 #include "HostClock.h"
 #include "Output.h"
 #include "Providers.h"
+#include "TextValues.h"
 #include "TriggerReports.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
@@ -31,6 +31,7 @@ namespace {
 
 constexpr const char kDefaultSimulate[] = "4h";
 constexpr const char kPropertyEnvPrefix[] = "VISTREL_PROP_";
+constexpr const char kDefaultInteractiveScript[] = "40m on, 20m off";
 
 struct Options {
     std::string simulate;
@@ -40,7 +41,7 @@ struct Options {
     std::vector<std::string> properties;
     std::string root;
     std::string providers;
-    std::string interactive = sim::kDefaultInteractiveScript;
+    std::string interactive = kDefaultInteractiveScript;
     uint32_t donBits = 1;
     int32_t donStates = 60;
     std::string donPeriod = "1m";
@@ -115,7 +116,7 @@ int main(int argc, char** argv) {
     app.add_option("--providers", o.providers, "Comma-separated provider class names (default all)");
     app.add_option("--interactive", o.interactive,
                    "Cyclic interactive-state script of the simulated headset (default \"" +
-                       std::string(sim::kDefaultInteractiveScript) + "\")");
+                       std::string(kDefaultInteractiveScript) + "\")");
     app.add_option("--don-bits", o.donBits, "SystemStateStats bits per state (default 1)");
     app.add_option("--don-states", o.donStates, "SystemStateStats states per batch (default 60)");
     app.add_option("--don-period", o.donPeriod, "SystemStateStats sampling period (default 1m)");
@@ -135,17 +136,17 @@ int main(int argc, char** argv) {
 
     const bool realTime = !o.real.empty();
     const std::string span = realTime ? o.real : (o.simulate.empty() ? kDefaultSimulate : o.simulate);
-    const auto duration = sim::parseDuration(span);
+    const auto duration = host::parseDuration(span);
     if (!duration) return usageError("bad duration '" + span + "'");
-    const auto snapshotEvery = sim::parseDuration(o.snapshotEvery);
+    const auto snapshotEvery = host::parseDuration(o.snapshotEvery);
     if (!snapshotEvery) return usageError("bad duration '" + o.snapshotEvery + "'");
-    const auto donPeriod = sim::parseDuration(o.donPeriod);
+    const auto donPeriod = host::parseDuration(o.donPeriod);
     if (!donPeriod || *donPeriod < 1000000) return usageError("bad duration '" + o.donPeriod + "'");
     if (o.donStates <= 0) return usageError("--don-states must be at least 1");
     const auto priority = logPriority(o.logLevel);
     if (!priority) return usageError("bad log level '" + o.logLevel + "'");
     std::string scriptError;
-    const auto script = sim::InteractiveScript::parse(o.interactive, &scriptError);
+    const auto script = host::parseInteractiveScript(o.interactive, &scriptError);
     if (!script) return usageError(scriptError);
 
     for (char** env = environ; *env != nullptr; ++env) {
@@ -178,7 +179,7 @@ int main(int argc, char** argv) {
     for (const auto& [text, figure] : {std::pair{&o.dataTotal, &config.data.totalBytes},
                                        std::pair{&o.dataAvailable, &config.data.availableBytes}}) {
         if (text->empty()) continue;
-        const auto bytes = sim::parseByteCount(*text);
+        const auto bytes = host::parseByteCount(*text);
         if (!bytes) return usageError("bad byte count '" + *text + "'");
         *figure = *bytes;
     }

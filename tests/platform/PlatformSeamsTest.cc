@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Duration.h"
 #include "Headset.h"
 #include "SharedOsServicesProperties.sysprop.h"
 #include "hostplatform/FsRoot.h"
@@ -178,35 +177,20 @@ TEST(PowerManager, DefaultInstanceAnswersTheInstalledSource) {
     hostplatform::resetInteractiveSource();
 }
 
-TEST(SimDuration, ParsesUnitsAndSumsAndRejectsGarbage) {
-    EXPECT_EQ(sim::parseDuration("250ms"), 250000000);
-    EXPECT_EQ(sim::parseDuration("90s"), INT64_C(90000000000));
-    EXPECT_EQ(sim::parseDuration("1h30m"), INT64_C(5400000000000));
-    EXPECT_EQ(sim::parseDuration("2d"), INT64_C(172800000000000));
-    for (const char* bad : {"", "h", "5", "5x", "-5m", "0s", "1.5h", "99999999999999999999s", "3000000d"}) {
-        EXPECT_FALSE(sim::parseDuration(bad).has_value()) << bad;
-    }
-    EXPECT_EQ(sim::formatDeviceTime(INT64_C(3723004000000)), "1:02:03.004");
-}
-
 TEST(SimHeadset, InteractiveScriptCyclesAndDrivesThePowerManager) {
-    std::string error;
-    ASSERT_FALSE(sim::InteractiveScript::parse("40m on, banana", &error));
-    EXPECT_FALSE(error.empty());
-    const auto script = sim::InteractiveScript::parse("40m on, 20m off", &error);
-    ASSERT_TRUE(script);
     const int64_t minute = INT64_C(60000000000);
-    EXPECT_TRUE(script->at(0));
-    EXPECT_TRUE(script->at(40 * minute - 1));
-    EXPECT_FALSE(script->at(40 * minute));
-    EXPECT_TRUE(script->at(60 * minute));
-    EXPECT_EQ(script->nextChangeAfter(0), 40 * minute);
-    EXPECT_EQ(script->nextChangeAfter(40 * minute), 60 * minute);
-    EXPECT_FALSE(sim::InteractiveScript::parse("1h on", nullptr)->nextChangeAfter(0));
+    const auto script = sim::InteractiveScript::defaults();
+    EXPECT_TRUE(script.at(0));
+    EXPECT_TRUE(script.at(40 * minute - 1));
+    EXPECT_FALSE(script.at(40 * minute));
+    EXPECT_TRUE(script.at(60 * minute));
+    EXPECT_EQ(script.nextChangeAfter(0), 40 * minute);
+    EXPECT_EQ(script.nextChangeAfter(40 * minute), 60 * minute);
+    EXPECT_FALSE(sim::InteractiveScript({{60 * minute, true}}).nextChangeAfter(0));
 
     int64_t now = 0;
     sim::HeadsetConfig config;
-    config.interactive = *script;
+    config.interactive = script;
     {
         sim::Headset headset(config, [&] { return now; });
         Vistrel::PowerManager manager;

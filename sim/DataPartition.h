@@ -14,9 +14,6 @@ struct DataFigures {
     int64_t availableBytes = INT64_C(71) << 30;  // to unprivileged writers
 };
 
-// Byte counts such as "128G", "512M", "900K" or "1048576" (binary multiples); empty on bad text.
-std::optional<int64_t> parseByteCount(const std::string& text);
-
 class DataPartition {
 public:
     // Blocks of 4096 bytes; free = available plus up to 2 % of the size held back for root.

@@ -92,7 +92,7 @@ TEST_F(SimBattery, PowerChangesAreTheEdgesOfAnyChargerPluggedInAndRepeatEachCycl
 
 TEST(SimHeadset, CoincidingScreenAndPowerEventsAreBothReported) {
     sim::HeadsetConfig config;
-    config.interactive = *sim::InteractiveScript::parse("65m on, 35m off", nullptr);
+    config.interactive = sim::InteractiveScript({{65 * kMinuteNs, true}, {35 * kMinuteNs, false}});
     sim::Headset headset(config, [] { return INT64_C(0); });
     const auto events = headset.nextEventsAfter(0);
     ASSERT_EQ(events.size(), 2u);

@@ -29,7 +29,10 @@ public:
         bool interactive;
     };
 
-    static std::optional<InteractiveScript> parse(const std::string& text, std::string* error);
+    // `phases` must not be empty and every length must be positive.
+    explicit InteractiveScript(std::vector<Phase> phases);
+    // "40m on, 20m off": interactive for the first 40 minutes of every hour.
+    static InteractiveScript defaults();
 
     bool at(int64_t deviceNs) const;
     // First instant after `deviceNs` at which the state changes, if it ever does.
@@ -37,12 +40,9 @@ public:
     const std::vector<Phase>& phases() const { return phases_; }
 
 private:
-    explicit InteractiveScript(std::vector<Phase> phases);
     std::vector<Phase> phases_;
     int64_t cycleNs_ = 0;
 };
-
-inline constexpr const char kDefaultInteractiveScript[] = "40m on, 20m off";
 
 // A host event, such as "ScreenOn", that the device raises outside any provider.
 struct HostEvent {
@@ -52,8 +52,7 @@ struct HostEvent {
 };
 
 struct HeadsetConfig {
-    InteractiveScript interactive =
-        *InteractiveScript::parse(kDefaultInteractiveScript, nullptr);
+    InteractiveScript interactive = InteractiveScript::defaults();
     BatteryScript battery = BatteryScript::defaults();  // health HAL "default" while alive
     DataFigures data;  // statvfs("/data") while the headset lives
 };

@@ -1,53 +1,18 @@
 #include "Headset.h"
 
-#include <cctype>
-#include <sstream>
-
-#include "Duration.h"
 #include "TriggerService.h"
 #include "hostplatform/Power.h"
 #include "hostplatform/ServiceRegistry.h"
 
 namespace sim {
-namespace {
-
-std::string trim(const std::string& s) {
-    size_t b = 0, e = s.size();
-    while (b < e && isspace(static_cast<unsigned char>(s[b]))) ++b;
-    while (e > b && isspace(static_cast<unsigned char>(s[e - 1]))) --e;
-    return s.substr(b, e - b);
-}
-
-}  // namespace
 
 InteractiveScript::InteractiveScript(std::vector<Phase> phases) : phases_(std::move(phases)) {
     for (const auto& p : phases_) cycleNs_ += p.lengthNs;
 }
 
-std::optional<InteractiveScript> InteractiveScript::parse(const std::string& text,
-                                                          std::string* error) {
-    auto fail = [&](const std::string& why) -> std::optional<InteractiveScript> {
-        if (error) *error = why;
-        return std::nullopt;
-    };
-    std::vector<Phase> phases;
-    std::stringstream in(text);
-    std::string item;
-    int64_t cycle = 0;
-    while (std::getline(in, item, ',')) {
-        std::stringstream words(trim(item));
-        std::string length, state, extra;
-        words >> length >> state;
-        if (words >> extra || state.empty()) return fail("phase '" + trim(item) + "' is not '<duration> on|off'");
-        const auto ns = parseDuration(length);
-        if (!ns) return fail("bad duration '" + length + "' in interactive script");
-        if (state != "on" && state != "off") return fail("phase state must be on or off, not '" + state + "'");
-        if (cycle > INT64_MAX - *ns) return fail("interactive script is too long");
-        cycle += *ns;
-        phases.push_back({*ns, state == "on"});
-    }
-    if (phases.empty()) return fail("interactive script has no phases");
-    return InteractiveScript(std::move(phases));
+InteractiveScript InteractiveScript::defaults() {
+    constexpr int64_t kMinuteNs = INT64_C(60000000000);
+    return InteractiveScript({{40 * kMinuteNs, true}, {20 * kMinuteNs, false}});
 }
 
 bool InteractiveScript::at(int64_t deviceNs) const {
