@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "HealthReads.h"
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel {
 namespace {
@@ -48,7 +48,7 @@ bool firstSnapshotDone = false;
 bool updateHealth(IHealth& hal) {
     Return<Result> result = hal.update();
     if (!result.isOk() || static_cast<Result>(result) != Result::SUCCESS) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "BatteryStats: health->update() failed");
+        logError("BatteryStats: health->update() failed");
         return false;
     }
     return true;
@@ -62,7 +62,7 @@ bool readCurrentNow(IHealth& hal, int64_t& currentUa) {
         currentUa = value;
     });
     if (!ret.isOk() || result != Result::SUCCESS) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "getCurrentNow() failed");
+        logInfo("getCurrentNow() failed");
         return false;
     }
     return true;
@@ -104,8 +104,7 @@ bool BatteryStats::acquireResources(NotificationRouter, IClockReader& clock) {
     if (healthService != nullptr) return true;
     healthService = IHealth::getService("default", false);
     if (healthService == nullptr) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                      "BatteryStats: health not initialized or service died");
+        logError("BatteryStats: health not initialized or service died");
         return false;
     }
     return true;
@@ -113,7 +112,7 @@ bool BatteryStats::acquireResources(NotificationRouter, IClockReader& clock) {
 
 std::optional<Notification> BatteryStats::sample(IClockReader& clock) {
     if (healthService == nullptr) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "BatteryStats: health not initialized");
+        logError("BatteryStats: health not initialized");
         return std::nullopt;
     }
     if (!updateHealth(*healthService)) return std::nullopt;
@@ -142,13 +141,10 @@ std::optional<Notification> BatteryStats::sample(IClockReader& clock) {
 }
 
 bool BatteryStats::snapshot(IClockReader& clock, bool force) {
-    if (force) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStats: force sampled in snapshot");
-        sample(clock);
-    }
+    if (force) forceSample(*this, clock, "BatteryStats: force sampled in snapshot");
     if (ringCount == 0) return false;
     if (healthService == nullptr) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "BatteryStats: health not initialized");
+        logError("BatteryStats: health not initialized");
         return false;
     }
     HealthInfo info{};

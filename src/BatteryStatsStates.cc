@@ -2,7 +2,7 @@
 
 #include "vistrelcore/PowerManager.h"
 #include "HealthReads.h"
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel {
 namespace {
@@ -31,7 +31,7 @@ void append(std::string& target, const char* text) {
 
 void logHealthMissing() {
     // The battery collector's wording, shared on purpose.
-    xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "BatteryStats: health not initialized");
+    logError("BatteryStats: health not initialized");
 }
 
 }  // namespace
@@ -108,8 +108,7 @@ bool BatteryStatsStates::acquireResources(NotificationRouter, IClockReader& cloc
     if (healthService == nullptr) {
         healthService = IHealth::getService("default", false);
         if (healthService == nullptr) {
-            xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                          "BatteryStatsStates: health HAL V2.1 not available or dead");
+            logError("BatteryStatsStates: health HAL V2.1 not available or dead");
             return false;
         }
     }
@@ -164,11 +163,7 @@ std::optional<Notification> BatteryStatsStates::sample(IClockReader&) {
 }
 
 bool BatteryStatsStates::snapshot(IClockReader& clock, bool force) {
-    if (force) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag,
-                      "BatteryStatsStates: force sampled in snapshot");
-        sample(clock);
-    }
+    if (force) forceSample(*this, clock, "BatteryStatsStates: force sampled in snapshot");
     if (healthService == nullptr) {
         logHealthMissing();
         return false;
@@ -202,31 +197,31 @@ bool BatteryStatsStates::snapshot(IClockReader& clock, bool force) {
 }
 
 void BatteryStatsStates::shutdownEvent() {
-    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::shutdownEvent()");
+    logInfo("BatteryStatsStates::shutdownEvent()");
 }
 
 void BatteryStatsStates::chargeStartEvent() {
-    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::chargeStartEvent()");
+    logInfo("BatteryStatsStates::chargeStartEvent()");
 }
 
 void BatteryStatsStates::chargeEndEvent() {
-    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::chargeEndEvent()");
+    logInfo("BatteryStatsStates::chargeEndEvent()");
 }
 
 void BatteryStatsStates::activeStartEvent() {
-    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::activeStartEvent()");
+    logInfo("BatteryStatsStates::activeStartEvent()");
 }
 
 void BatteryStatsStates::activeEndEvent() {
-    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::activeEndEvent()");
+    logInfo("BatteryStatsStates::activeEndEvent()");
 }
 
 void BatteryStatsStates::nullEvent() {
-    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::nullEvent()");
+    logInfo("BatteryStatsStates::nullEvent()");
 }
 
 void BatteryStatsStates::batteryFullEvent() {
-    xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "BatteryStatsStates::batteryFullEvent()");
+    logInfo("BatteryStatsStates::batteryFullEvent()");
 }
 
 }  // namespace Vistrel

@@ -5,7 +5,7 @@
 
 #include <android/hardware/health/2.1/IHealth.h>
 
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel::health {
 
@@ -25,7 +25,7 @@ inline bool readHealthInfo(IHealth& hal, HealthInfo& info) {
         info = value;
     });
     if (!ret.isOk() || result != Result::SUCCESS) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "getHealthInfo_2_1() failed");
+        logInfo("getHealthInfo_2_1() failed");
         return false;
     }
     return true;

@@ -15,11 +15,11 @@
 
 #include <SharedOsServicesProperties.sysprop.h>
 
-#include "BootClock.h"
+#include "Timing.h"
 #include "procfsutils/ProcFsParser.h"
 #include "seams/FsRoot.h"
 #include "seams/Libc.h"
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel {
 namespace {
@@ -27,7 +27,6 @@ namespace {
 using vendor::norvik::tarnet::ITrigger;
 using vendor::norvik::tarnet::TriggerContext;
 
-constexpr int64_t kNsPerMs = 1000000;
 constexpr const char kTriggerServiceName[] = "vendor.norvik.tarnet.ITrigger/default";
 constexpr int32_t kOomScoreAdjNotRead = 9999;
 // Bytes read from /proc/<pid>/cmdline and from the tail of /proc/<pid>/stat.
@@ -105,7 +104,7 @@ std::optional<Notification> ProcessMemoryStats::sample(IClockReader& clock) {
     std::vector<std::string> pidNames;
     pidNames.reserve(1024);
     if (!listProcessDirectories(pidNames)) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "Cannot open /proc");
+        logError("Cannot open /proc");
         return std::nullopt;
     }
 
@@ -154,12 +153,10 @@ void ProcessMemoryStats::scanProcess(const std::string& pidName, int pid, bool m
     }
 
     if (!getOomScoreAdj(pid, entry)) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                      "ProcessMemoryStats fail to get oom_score_adj for pid %s.", pidName.c_str());
+        logError("ProcessMemoryStats fail to get oom_score_adj for pid %s.", pidName.c_str());
     }
     if (!getProcessTimeStat(pid, entry)) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                      "ProcessMemoryStats fail to get process time stats for pid %s.",
+        logError("ProcessMemoryStats fail to get process time stats for pid %s.",
                       pidName.c_str());
     }
 }
@@ -190,7 +187,7 @@ bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
     char streamBuffer[kStreamBufferBytes];
     FILE* stream = openStream(procPath(pid, "oom_score_adj", logical, resolved), streamBuffer);
     if (stream == nullptr) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "ProcessMemoryStats fail to open %s",
+        logError("ProcessMemoryStats fail to open %s",
                       logical);
         return false;
     }
@@ -198,8 +195,7 @@ bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
     const bool read = fscanf(stream, "%d", &value) == 1;
     fclose(stream);
     if (!read) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                      "ProcessMemoryStats failed to read oom_score_adj");
+        logError("ProcessMemoryStats failed to read oom_score_adj");
         return false;
     }
     out.oomScoreAdj = value;
@@ -226,7 +222,7 @@ bool ProcessMemoryStats::getProcessTimeStat(int pid, ProcessMemorySnapshot& out)
         fclose(stream);
     }
     if (count < 1) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "ProcessMemoryStats fail to read stats");
+        logError("ProcessMemoryStats fail to read stats");
         return false;
     }
 
@@ -267,8 +263,7 @@ void ProcessMemoryStats::reportToTarnet(std::string& processName, int32_t rssAno
     const android::status_t status =
         android::getService<ITrigger>(android::String16(kTriggerServiceName), &triggerService);
     if (status != android::OK || triggerService == nullptr) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                      "Error while getting the service proxy: %d %s", status,
+        logError("Error while getting the service proxy: %d %s", status,
                       triggerService == nullptr ? ", triggerService is null!" : "");
         return;
     }
@@ -291,14 +286,9 @@ void ProcessMemoryStats::reportToTarnet(std::string& processName, int32_t rssAno
 }
 
 bool ProcessMemoryStats::snapshot(IClockReader& clock, bool force) {
-    if (force) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag,
-                      "ProcessMemoryStats: force sampled in snapshot");
-        sample(clock);
-    }
+    if (force) forceSample(*this, clock, "ProcessMemoryStats: force sampled in snapshot");
     if (!sampleValid) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                      "ProcessMemoryStats snapshot failed because last sample failed");
+        logError("ProcessMemoryStats snapshot failed because last sample failed");
         return false;
     }
     return true;

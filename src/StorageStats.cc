@@ -4,12 +4,12 @@
 
 #include "seams/FsRoot.h"
 #include "seams/Libc.h"
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
+#include "Timing.h"
 
 namespace Vistrel {
 namespace {
 
-constexpr int64_t kNsPerSecond = 1000000000;
 // sample() refreshes only when more than this has passed since the last snapshot.
 constexpr int64_t kMaxNsWithinTheHour = INT64_C(3599999999999);
 constexpr unsigned long long kHourMs = 3600000;
@@ -17,11 +17,6 @@ constexpr unsigned long long kHourMs = 3600000;
 // Blocks times f_bsize (f_bsize, not f_frsize, by choice), wrapping as 64-bit arithmetic does.
 int64_t bytes(uint64_t blocks, uint64_t blockSize) {
     return static_cast<int64_t>(blocks * blockSize);
-}
-
-// a - b without signed-overflow undefined behaviour.
-int64_t difference(int64_t a, int64_t b) {
-    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
 }
 
 }  // namespace
@@ -34,10 +29,8 @@ const char* StorageStats::name() const { return "StorageStats"; }
 SamplePeriod StorageStats::sampleRate() const { return std::chrono::milliseconds(3600000); }
 
 bool StorageStats::snapshot(IClockReader& clock, bool force) {
-    if (force) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "StorageStats: force sampled in snapshot");
-        sample(clock);  // may refresh the record itself; the refresh below happens regardless
-    }
+    // The forced sample may refresh the record itself; the refresh below happens regardless.
+    if (force) forceSample(*this, clock, "StorageStats: force sampled in snapshot");
     seam::PathBuffer resolved;
     struct statvfs fs {};
     if (seam::statvfs(seam::path("/data", resolved), &fs) != 0) return false;
@@ -56,14 +49,13 @@ std::optional<Notification> StorageStats::sample(IClockReader& clock) {
     const int64_t sinceSnapshotNs = difference(now, lastSnapshotNs);
     if (lastSnapshotNs != 0 && sinceSnapshotNs <= kMaxNsWithinTheHour) {
         // The first figure is whole seconds, although the message says ms.
-        xrlogger::Log(xrlogger::WARNING, xrlogger::kTag,
-                      "StorageStats snapshot failed since %llu ms less than %llu ms have passed "
+        logWarning("StorageStats snapshot failed since %llu ms less than %llu ms have passed "
                       "since the last snapshot",
-                      static_cast<unsigned long long>(sinceSnapshotNs / kNsPerSecond), kHourMs);
+                      static_cast<unsigned long long>(sinceSnapshotNs / kNsPerSec), kHourMs);
         return std::nullopt;
     }
     if (!snapshot(clock, false)) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "Failed to get updated storage stats");
+        logError("Failed to get updated storage stats");
         return std::nullopt;
     }
     if (lowStorage) return Notification{"LowStorage", "Equal to or larger than 90% Disk Usage"};

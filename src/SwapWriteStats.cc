@@ -1,7 +1,7 @@
 #include "SwapWriteStats.h"
 
 #include "procfsutils/ProcFsParser.h"
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel {
 
@@ -21,12 +21,11 @@ bool SwapWriteStats::snapshot(IClockReader& clock, bool) {
     procfsutils::VmStatData vmStat{};
     procfsutils::BlockDeviceStatData zram{};
     if (!parser.getVmStatData(&vmStat)) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "SwapWriteStats: failed to get vmstats");
+        logError("SwapWriteStats: failed to get vmstats");
         return false;
     }
     if (!parser.getBlockDeviceStatData("zram0", &zram)) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                      "SwapWriteStats: failed to get block device stats");
+        logError("SwapWriteStats: failed to get block device stats");
         return false;
     }
     // pswpout is in KiB; everything zram0 wrote stayed in memory. Computed in wrapping 64-bit

@@ -7,18 +7,17 @@
 #include <cstdio>
 #include <cstring>
 
-#include "BootClock.h"
+#include "Timing.h"
 #include "SharedOsServicesProperties.sysprop.h"
 #include "seams/FsRoot.h"
 #include "vistrelcore/Uptime.h"
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel {
 namespace {
 
 namespace props = halden::sysprop::SharedOsServicesProperties;
 
-constexpr int64_t kNsPerMs = 1000000;
 constexpr float kPsiUnread = -1.0f;
 constexpr int32_t kDefaultIdleSecs = 300;
 constexpr int32_t kDefaultHistBucketSz = 60;
@@ -28,11 +27,6 @@ constexpr const char kIdleControlPath[] = "/sys/devices/virtual/block/zram0/calc
 constexpr const char kIdleClusterPath[] = "/sys/devices/virtual/block/zram0/idle_cluster_sz";
 constexpr const char kSimulatedBdStatPath[] = "/sys/devices/virtual/block/zram0/simulated_bd_stat";
 constexpr const char kIdleHistoPath[] = "/sys/devices/virtual/block/zram0/idlehisto";
-
-// a - b without signed-overflow undefined behaviour.
-int64_t difference(int64_t a, int64_t b) {
-    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
-}
 
 FILE* openFile(const char* absolutePath, const char* mode) {
     seam::PathBuffer resolved;
@@ -95,7 +89,7 @@ void SystemMemoryStats::readPsi() {
     psiSomeAvg10 = psiSomeAvg60 = psiSomeAvg300 = kPsiUnread;
     FILE* file = openFile(kPressurePath, "r");
     if (file == nullptr) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "Failed to open memory pressure file: %s",
+        logError("Failed to open memory pressure file: %s",
                       strerror(errno));
         return;
     }
@@ -118,20 +112,15 @@ void SystemMemoryStats::readPsi() {
 }
 
 bool SystemMemoryStats::snapshot(IClockReader& clock, bool force) {
-    if (force) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag,
-                      "SystemMemoryStats: force sampled in snapshot");
-        sample(clock);
-    }
+    if (force) forceSample(*this, clock, "SystemMemoryStats: force sampled in snapshot");
     if (sampleValid) return true;
-    xrlogger::Log(xrlogger::ERROR, xrlogger::kTag,
-                  "SystemMemoryStats snapshot failed because last sample failed");
+    logError("SystemMemoryStats snapshot failed because last sample failed");
     return false;
 }
 
 bool SystemMemoryStats::getZramIdleMemStatsEnabled() {
     const bool enabled = props::mobile_vistrel_zram_idle_collector().value_or(false);
-    xrlogger::Log(xrlogger::VERBOSE, xrlogger::kTag, "mobile_vistrel_zram_idle_collector returned %d",
+    logVerbose("mobile_vistrel_zram_idle_collector returned %d",
                   enabled ? 1 : 0);
     return enabled;
 }
@@ -153,19 +142,19 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     struct stat controlStat {};
     if (stat(seam::path(kIdleControlPath, resolved), &controlStat) != 0) {
         const char* reason = strerror(errno);
-        xrlogger::Log(xrlogger::VERBOSE, xrlogger::kTag, "stat failed %s: %s", kIdleControlPath, reason);
-        xrlogger::Log(xrlogger::VERBOSE, xrlogger::kTag, "zram0 histBucketSz %d idleSecs %d",
+        logVerbose("stat failed %s: %s", kIdleControlPath, reason);
+        logVerbose("zram0 histBucketSz %d idleSecs %d",
                       histBucketSz, idleSecs);
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "fopen %s: %s", kIdleControlPath, reason);
+        logError("fopen %s: %s", kIdleControlPath, reason);
         return &zramIdle;
     }
 
     FILE* control = openFile(kIdleControlPath, "w");
     const int openErrno = errno;
-    xrlogger::Log(xrlogger::VERBOSE, xrlogger::kTag, "zram0 histBucketSz %d idleSecs %d",
+    logVerbose("zram0 histBucketSz %d idleSecs %d",
                   histBucketSz, idleSecs);
     if (control == nullptr) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "fopen %s: %s", kIdleControlPath,
+        logError("fopen %s: %s", kIdleControlPath,
                       strerror(openErrno));
         return &zramIdle;
     }
@@ -174,7 +163,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     if (fprintf(control, "%d %d", histBucketSz, idleSecs) < 0) {
         const int writeErrno = errno;
         fclose(control);
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "write %s: %s", kIdleControlPath,
+        logError("write %s: %s", kIdleControlPath,
                       strerror(writeErrno));
         return &zramIdle;
     }
@@ -183,7 +172,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
         readSummedInto(clusters, zramIdle.idleClusterSizes, 8);
         fclose(clusters);
     } else {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "fopen %s: %s", kIdleClusterPath,
+        logError("fopen %s: %s", kIdleClusterPath,
                       strerror(errno));
     }
 
@@ -194,7 +183,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
         }
         fclose(bdStat);
     } else {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "Failed to open %s : %s",
+        logError("Failed to open %s : %s",
                       kSimulatedBdStatPath, strerror(errno));
     }
 
@@ -202,7 +191,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
         readSummedInto(histogram, zramIdle.idleHistogram, 16);
         fclose(histogram);
     } else {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "Failed to open %s : %s", kIdleHistoPath,
+        logError("Failed to open %s : %s", kIdleHistoPath,
                       strerror(errno));
     }
 

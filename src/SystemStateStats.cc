@@ -1,6 +1,6 @@
 #include "SystemStateStats.h"
 
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel {
 
@@ -68,7 +68,7 @@ std::vector<int64_t> SystemStateStats::getDonStates() {
     }
     if (usedBits != 0) words.push_back(static_cast<int64_t>(word));
     for (const int64_t w : words) {
-        xrlogger::Log(xrlogger::INFO, xrlogger::kTag, "SystemStateStats::getDonStates: %lx",
+        logInfo("SystemStateStats::getDonStates: %lx",
                       static_cast<unsigned long>(w));
     }
     return words;

@@ -1,7 +1,7 @@
 #include "ZramStats.h"
 
 #include "procfsutils/ProcFsParser.h"
-#include "xrlogger/Logger.h"
+#include "ProviderSupport.h"
 
 namespace Vistrel {
 
@@ -20,7 +20,7 @@ bool ZramStats::snapshot(IClockReader&, bool) {
     procfsutils::ProcFsParser parser;
     procfsutils::ZramStatData data{};
     if (!parser.getZramStatData(&data)) {
-        xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "ZramStats: failed to get zramStats");
+        logError("ZramStats: failed to get zramStats");
         return false;
     }
     origDataSize = data.origDataSize;

@@ -1,4 +1,4 @@
-// Boot-clock reading shared by the memory collectors (library-internal).
+// Time units and clock arithmetic shared by the collectors (library-internal).
 #pragma once
 
 #include <android/log.h>
@@ -11,6 +11,14 @@
 #include "xrlogger/Logger.h"
 
 namespace Vistrel {
+
+inline constexpr int64_t kNsPerMs = 1000000;
+inline constexpr int64_t kNsPerSec = 1000000000;
+
+// a - b in two's-complement arithmetic: clock readings far apart wrap instead of overflowing.
+inline int64_t difference(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
 
 // Nanoseconds on CLOCK_BOOTTIME. When the clock cannot be read, logs "error getting time: <reason>"
 // straight to the Android log (ERROR) and returns 0. Computed in unsigned arithmetic, so an
