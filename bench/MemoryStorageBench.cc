@@ -92,7 +92,9 @@ void BM_ZramSnapshot(benchmark::State& state) {
     if (!stats.snapshot(clock, false)) return state.SkipWithError("no zram0 mm_stat");
     for (auto _ : state) benchmark::DoNotOptimize(stats.snapshot(clock, false));
 }
-void BM_ZramSnapshot_Floor(benchmark::State& state) { floorOf(state, {"/sys/block/zram0/mm_stat"}); }
+void BM_ZramSnapshot_Floor(benchmark::State& state) {
+    floorOf(state, {"/sys/block/zram0/mm_stat"});
+}
 
 void BM_SwapWriteSnapshot(benchmark::State& state) {
     Vistrel::SwapWriteStats stats;
@@ -116,7 +118,7 @@ void BM_StorageSnapshot_Floor(benchmark::State& state) {
 }
 
 // Each operation runs right after its floor, so both see the same machine load.
-#define VISTREL_PAIR(name)                                                    \
+#define VISTREL_PAIR(name)                                                      \
     BENCHMARK(name##_Floor)->Repetitions(kRepetitions)->ReportAggregatesOnly(); \
     BENCHMARK(name)->Repetitions(kRepetitions)->ReportAggregatesOnly()
 VISTREL_PAIR(BM_SystemMemorySample);
@@ -129,7 +131,8 @@ class MedianRecorder : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" && !run.error_occurred) {
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
+                !run.error_occurred) {
                 medians[run.run_name.function_name] = run.GetAdjustedRealTime();
             }
         }
@@ -152,7 +155,8 @@ int main(int argc, char** argv) {
                              "BM_StorageSnapshot"}) {
         const auto ours = recorder.medians.find(name);
         const auto floor = recorder.medians.find(std::string(name) + "_Floor");
-        if (ours == recorder.medians.end() || floor == recorder.medians.end() || floor->second == 0) {
+        if (ours == recorder.medians.end() || floor == recorder.medians.end() ||
+            floor->second == 0) {
             printf("ratio %-24s not measured (filtered out, or its file is missing here)\n", name);
             continue;
         }

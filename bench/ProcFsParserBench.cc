@@ -138,7 +138,8 @@ void sscanfLines(const char* text, int len, ProcessStatusData* out) {
                 char name[64] = "";
                 sscanf(value, " %63[^\n]", name);
                 size_t length = strlen(name);
-                while (length > 0 && (name[length - 1] == ' ' || name[length - 1] == '\t')) --length;
+                while (length > 0 && (name[length - 1] == ' ' || name[length - 1] == '\t'))
+                    --length;
                 length = std::min(length, row.size - 1);
                 memcpy(record + row.offset, name, length);
                 record[row.offset + length] = '\0';
@@ -181,8 +182,12 @@ void runStatusParser(benchmark::State& state, StatusParser parser) {
 void BM_StatusParse_TableParser(benchmark::State& state) {
     runStatusParser(state, parseProcessStatusData);
 }
-void BM_StatusParse_StrncmpWalk(benchmark::State& state) { runStatusParser(state, strncmpWalk); }
-void BM_StatusParse_SscanfLines(benchmark::State& state) { runStatusParser(state, sscanfLines); }
+void BM_StatusParse_StrncmpWalk(benchmark::State& state) {
+    runStatusParser(state, strncmpWalk);
+}
+void BM_StatusParse_SscanfLines(benchmark::State& state) {
+    runStatusParser(state, sscanfLines);
+}
 
 void BM_FullScan_ProcFsParser(benchmark::State& state) {
     ProcFsParser parser;
@@ -225,8 +230,12 @@ void scanFloor(benchmark::State& state, bool withStat) {
     state.counters["processes"] = processes;
 }
 
-void BM_FullScan_Floor(benchmark::State& state) { scanFloor(state, false); }
-void BM_FullScan_FloorWithStat(benchmark::State& state) { scanFloor(state, true); }
+void BM_FullScan_Floor(benchmark::State& state) {
+    scanFloor(state, false);
+}
+void BM_FullScan_FloorWithStat(benchmark::State& state) {
+    scanFloor(state, true);
+}
 
 BENCHMARK(BM_StatusParse_TableParser)->Repetitions(kRepetitions);
 BENCHMARK(BM_StatusParse_StrncmpWalk)->Repetitions(kRepetitions);
@@ -323,8 +332,8 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     const int present = countProcesses();
     IdleProcesses idle(kProcessesWanted > present ? kProcessesWanted - present : 0);
-    printf("processes present for the scan: %d (%d idle children spawned)\n", present + idle.count(),
-           idle.count());
+    printf("processes present for the scan: %d (%d idle children spawned)\n",
+           present + idle.count(), idle.count());
 
     MedianRecorder recorder;
     benchmark::RunSpecifiedBenchmarks(&recorder);

@@ -157,13 +157,16 @@ void BM_Ps(benchmark::State& state) {
 // Mean CPU seconds of one psutil pass, timed inside python after two warm-up passes.
 double psutilPassSeconds(int passes) {
     const std::string script =
-        "import time, psutil\n"
-        "attrs = ['pid', 'name', 'cmdline', 'memory_info', 'cpu_times']\n"
-        "def scan(): return [p.info for p in psutil.process_iter(attrs)]\n"
-        "scan(); scan()\n"
-        "t = time.process_time()\n"
-        "for _ in range(" + std::to_string(passes) + "): scan()\n"
-        "print((time.process_time() - t) / " + std::to_string(passes) + ")\n";
+            "import time, psutil\n"
+            "attrs = ['pid', 'name', 'cmdline', 'memory_info', 'cpu_times']\n"
+            "def scan(): return [p.info for p in psutil.process_iter(attrs)]\n"
+            "scan(); scan()\n"
+            "t = time.process_time()\n"
+            "for _ in range(" +
+            std::to_string(passes) +
+            "): scan()\n"
+            "print((time.process_time() - t) / " +
+            std::to_string(passes) + ")\n";
     const std::string command = "/usr/bin/python3 -c \"" + script + "\"";
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return -1;
@@ -185,12 +188,26 @@ void BM_Psutil(benchmark::State& state) {
 }
 
 constexpr int kRepetitions = 5;
-BENCHMARK(BM_Floor)->Unit(benchmark::kMillisecond)->Repetitions(kRepetitions)->ReportAggregatesOnly(true);
-BENCHMARK(BM_Sample)->Unit(benchmark::kMillisecond)->Repetitions(kRepetitions)->ReportAggregatesOnly(true);
-BENCHMARK(BM_Ps)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(10)
-    ->Repetitions(kRepetitions)->ReportAggregatesOnly(true);
-BENCHMARK(BM_Psutil)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(1)
-    ->Repetitions(kRepetitions)->ReportAggregatesOnly(true);
+BENCHMARK(BM_Floor)
+        ->Unit(benchmark::kMillisecond)
+        ->Repetitions(kRepetitions)
+        ->ReportAggregatesOnly(true);
+BENCHMARK(BM_Sample)
+        ->Unit(benchmark::kMillisecond)
+        ->Repetitions(kRepetitions)
+        ->ReportAggregatesOnly(true);
+BENCHMARK(BM_Ps)
+        ->Unit(benchmark::kMillisecond)
+        ->UseManualTime()
+        ->Iterations(10)
+        ->Repetitions(kRepetitions)
+        ->ReportAggregatesOnly(true);
+BENCHMARK(BM_Psutil)
+        ->Unit(benchmark::kMillisecond)
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Repetitions(kRepetitions)
+        ->ReportAggregatesOnly(true);
 
 // Console output plus the median times of each benchmark, for the ratio summary.
 class MedianCollector : public benchmark::ConsoleReporter {
@@ -219,8 +236,8 @@ int main(int argc, char** argv) {
     args.insert(args.begin() + 1, interleave);
     int count = static_cast<int>(args.size());
     benchmark::Initialize(&count, args.data());
-    hostplatform::setFsRoot("");      // the live /proc
-    sim::installTriggerService();     // over-budget processes of this machine are reported to it
+    hostplatform::setFsRoot("");   // the live /proc
+    sim::installTriggerService();  // over-budget processes of this machine are reported to it
     IdleProcesses idle;
     printf("spawned %d idle processes\n", static_cast<int>(g_childCount));
 

@@ -139,7 +139,8 @@ int Host::run(int64_t durationNs) {
 
         // Everything due at `next`, in a fixed order: host events, samples, snapshots.
         if (!nextEvents.empty() && nextEvents.front().atNs == next) {
-            for (const auto& event : nextEvents) route("host", "host-event", event.name, event.detail);
+            for (const auto& event : nextEvents)
+                route("host", "host-event", event.name, event.detail);
             nextEvents = headset_.nextEventsAfter(next);
         }
         for (size_t i = 0; i < providers_.size(); ++i) {

@@ -45,7 +45,8 @@ private:
     void snapshotOne(size_t index, bool force);
     void route(const std::string& source, const std::string& event, const std::string& name,
                const std::string& detail);
-    void enqueuePush(size_t provider, const std::string& name, const std::string& detail, bool force);
+    void enqueuePush(size_t provider, const std::string& name, const std::string& detail,
+                     bool force);
     void drainPushes();
     // Moves device time to `ns`; in real mode returns early (false) when a push arrives.
     bool waitUntil(int64_t ns);

@@ -10,7 +10,8 @@ std::string summarize(const nlohmann::ordered_json& value) {
         for (auto it = value.begin(); it != value.end(); ++it) {
             if (!text.empty()) text += ' ';
             const bool nested = it.value().is_object();
-            text += it.key() + "=" + (nested ? "{" : "") + summarize(it.value()) + (nested ? "}" : "");
+            text += it.key() + "=" + (nested ? "{" : "") + summarize(it.value()) +
+                    (nested ? "}" : "");
         }
         return text;
     }
@@ -30,9 +31,9 @@ void Output::write(int64_t deviceNs, const std::string& source, const std::strin
     std::string line;
     if (json_) {
         nlohmann::ordered_json object = {{"t", formatDeviceTime(deviceNs)},
-                                 {"t_ns", deviceNs},
-                                 {"source", source},
-                                 {"event", event}};
+                                         {"t_ns", deviceNs},
+                                         {"source", source},
+                                         {"event", event}};
         object.update(fields);
         line = object.dump();
     } else {

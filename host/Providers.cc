@@ -34,10 +34,12 @@ std::string hexWord(int64_t word) {
 
 HostedProvider systemState(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::SystemStateStats>(
-        std::make_unique<Vistrel::SystemStateStats>(o.donBitsPerState, o.donStatesPerAggregate,
-                                                    o.donSamplePeriodMs),
-        // The words themselves are printed by `follow`; fetching them here would log them twice.
-        [](Vistrel::SystemStateStats& s) { return json{{"eventStartMs", s.getEventStartTime()}}; });
+            std::make_unique<Vistrel::SystemStateStats>(o.donBitsPerState, o.donStatesPerAggregate,
+                                                        o.donSamplePeriodMs),
+            // The words themselves are printed by `follow`; fetching them here would log them twice.
+            [](Vistrel::SystemStateStats& s) {
+                return json{{"eventStartMs", s.getEventStartTime()}};
+            });
     auto* p = static_cast<Vistrel::SystemStateStats*>(hosted.provider.get());
     hosted.follow = [p](const Vistrel::Notification& n) -> std::optional<json> {
         if (n.detail != "AggregatedDonStates") return std::nullopt;
@@ -50,132 +52,147 @@ HostedProvider systemState(const ProviderOptions& o) {
 
 HostedProvider battery(const ProviderOptions&) {
     return hostedWith<Vistrel::BatteryStats>(
-        std::make_unique<Vistrel::BatteryStats>(), [](Vistrel::BatteryStats& b) {
-            return json{{"isCharging", b.isCharging},
-                        {"powerSource", b.powerSource},
-                        {"status", b.statusText},
-                        {"health", b.healthText},
-                        {"level", b.level},
-                        {"previousLevel", b.previousLevel},
-                        {"chargeTimeToFullSeconds", b.chargeTimeToFullSeconds},
-                        {"fullChargeMah", b.fullChargeMah},
-                        {"previousFullChargeMah", b.previousFullChargeMah},
-                        {"chargeCounterMah", b.chargeCounterMah},
-                        {"previousChargeCounterMah", b.previousChargeCounterMah},
-                        {"cycleCount", b.cycleCount},
-                        {"currentMa", {b.currentLastMa, b.currentMaxMa, b.currentMinMa, b.currentAvgMa}},
-                        {"voltageMv", {b.voltageLastMv, b.voltageMaxMv, b.voltageMinMv, b.voltageAvgMv}}};
-        });
+            std::make_unique<Vistrel::BatteryStats>(), [](Vistrel::BatteryStats& b) {
+                return json{{"isCharging", b.isCharging},
+                            {"powerSource", b.powerSource},
+                            {"status", b.statusText},
+                            {"health", b.healthText},
+                            {"level", b.level},
+                            {"previousLevel", b.previousLevel},
+                            {"chargeTimeToFullSeconds", b.chargeTimeToFullSeconds},
+                            {"fullChargeMah", b.fullChargeMah},
+                            {"previousFullChargeMah", b.previousFullChargeMah},
+                            {"chargeCounterMah", b.chargeCounterMah},
+                            {"previousChargeCounterMah", b.previousChargeCounterMah},
+                            {"cycleCount", b.cycleCount},
+                            {"currentMa",
+                             {b.currentLastMa, b.currentMaxMa, b.currentMinMa, b.currentAvgMa}},
+                            {"voltageMv",
+                             {b.voltageLastMv, b.voltageMaxMv, b.voltageMinMv, b.voltageAvgMv}}};
+            });
 }
 
 const char* batteryStateName(Vistrel::BatteryState state) {
     switch (state) {
-        case Vistrel::BatteryState::ActiveDischarging: return "ActiveDischarging";
-        case Vistrel::BatteryState::ActiveCharging: return "ActiveCharging";
-        case Vistrel::BatteryState::InactiveDischarging: return "InactiveDischarging";
-        case Vistrel::BatteryState::InactiveCharging: return "InactiveCharging";
+        case Vistrel::BatteryState::ActiveDischarging:
+            return "ActiveDischarging";
+        case Vistrel::BatteryState::ActiveCharging:
+            return "ActiveCharging";
+        case Vistrel::BatteryState::InactiveDischarging:
+            return "InactiveDischarging";
+        case Vistrel::BatteryState::InactiveCharging:
+            return "InactiveCharging";
     }
     return "?";
 }
 
 HostedProvider batteryStates(const ProviderOptions&) {
     return hostedWith<Vistrel::BatteryStatsStates>(
-        std::make_unique<Vistrel::BatteryStatsStates>(), [](Vistrel::BatteryStatsStates& s) {
-            return json{{"state", batteryStateName(s.currentState)},
-                        {"previousState", batteryStateName(s.previousState)},
-                        {"stateStartStamp", s.stateStartStamp},
-                        {"previousStateStartStamp", s.previousStateStartStamp},
-                        {"powerSource", s.powerSource},
-                        {"statePowerSource", s.statePowerSource},
-                        {"previousStatePowerSource", s.previousStatePowerSource},
-                        {"levelAtEvent", s.levelAtEvent},
-                        {"previousLevelAtEvent", s.previousLevelAtEvent},
-                        {"isChargingNow", s.isChargingNow},
-                        {"chargeTimeToFullSeconds", s.chargeTimeToFullSeconds},
-                        {"fullChargeMah", s.fullChargeMah},
-                        {"previousFullChargeMah", s.previousFullChargeMah},
-                        {"chargeCounterMah", s.chargeCounterMah},
-                        {"previousChargeCounterMah", s.previousChargeCounterMah}};
-        });
+            std::make_unique<Vistrel::BatteryStatsStates>(), [](Vistrel::BatteryStatsStates& s) {
+                return json{{"state", batteryStateName(s.currentState)},
+                            {"previousState", batteryStateName(s.previousState)},
+                            {"stateStartStamp", s.stateStartStamp},
+                            {"previousStateStartStamp", s.previousStateStartStamp},
+                            {"powerSource", s.powerSource},
+                            {"statePowerSource", s.statePowerSource},
+                            {"previousStatePowerSource", s.previousStatePowerSource},
+                            {"levelAtEvent", s.levelAtEvent},
+                            {"previousLevelAtEvent", s.previousLevelAtEvent},
+                            {"isChargingNow", s.isChargingNow},
+                            {"chargeTimeToFullSeconds", s.chargeTimeToFullSeconds},
+                            {"fullChargeMah", s.fullChargeMah},
+                            {"previousFullChargeMah", s.previousFullChargeMah},
+                            {"chargeCounterMah", s.chargeCounterMah},
+                            {"previousChargeCounterMah", s.previousChargeCounterMah}};
+            });
 }
 
 // The process count and the heaviest few processes by resident memory.
 HostedProvider processMemory(const ProviderOptions&) {
     return hostedWith<Vistrel::ProcessMemoryStats>(
-        std::make_unique<Vistrel::ProcessMemoryStats>(), [](Vistrel::ProcessMemoryStats& p) {
-            constexpr size_t kShown = 3;
-            std::vector<const std::pair<const std::string, Vistrel::ProcessMemorySnapshot>*> byRss;
-            for (const auto& entry : p.snapshots) byRss.push_back(&entry);
-            const size_t shown = std::min(kShown, byRss.size());
-            std::partial_sort(byRss.begin(), byRss.begin() + shown, byRss.end(),
-                              [](const auto* a, const auto* b) {
-                                  return a->second.vmRssKb > b->second.vmRssKb;
-                              });
-            json top = json::array();
-            for (size_t i = 0; i < shown; ++i) {
-                const auto& [name, s] = *byRss[i];
-                top.push_back(json{{"name", name},
-                                   {"vmRssKb", s.vmRssKb},
-                                   {"rssAnonKb", s.rssAnonKb},
-                                   {"vmSwapKb", s.vmSwapKb},
-                                   {"vmLibKb", s.vmLibKb},
-                                   {"memtrackPssKb", s.memtrackPssKb},
-                                   {"oomScoreAdj", s.oomScoreAdj},
-                                   {"userTimeSec", s.userTimeSec},
-                                   {"systemTimeSec", s.systemTimeSec}});
-            }
-            return json{{"timestampMs", p.timestampMs},
-                        {"sampleDurationMs", p.sampleDurationMs},
-                        {"processNames", p.snapshots.size()},
-                        {"topByRss", top}};
-        });
+            std::make_unique<Vistrel::ProcessMemoryStats>(), [](Vistrel::ProcessMemoryStats& p) {
+                constexpr size_t kShown = 3;
+                std::vector<const std::pair<const std::string, Vistrel::ProcessMemorySnapshot>*> byRss;
+                for (const auto& entry : p.snapshots) byRss.push_back(&entry);
+                const size_t shown = std::min(kShown, byRss.size());
+                std::partial_sort(byRss.begin(), byRss.begin() + shown, byRss.end(),
+                                  [](const auto* a, const auto* b) {
+                                      return a->second.vmRssKb > b->second.vmRssKb;
+                                  });
+                json top = json::array();
+                for (size_t i = 0; i < shown; ++i) {
+                    const auto& [name, s] = *byRss[i];
+                    top.push_back(json{{"name", name},
+                                       {"vmRssKb", s.vmRssKb},
+                                       {"rssAnonKb", s.rssAnonKb},
+                                       {"vmSwapKb", s.vmSwapKb},
+                                       {"vmLibKb", s.vmLibKb},
+                                       {"memtrackPssKb", s.memtrackPssKb},
+                                       {"oomScoreAdj", s.oomScoreAdj},
+                                       {"userTimeSec", s.userTimeSec},
+                                       {"systemTimeSec", s.systemTimeSec}});
+                }
+                return json{{"timestampMs", p.timestampMs},
+                            {"sampleDurationMs", p.sampleDurationMs},
+                            {"processNames", p.snapshots.size()},
+                            {"topByRss", top}};
+            });
 }
 
 HostedProvider zram(const ProviderOptions&) {
-    return hostedWith<Vistrel::ZramStats>(std::make_unique<Vistrel::ZramStats>(), [](Vistrel::ZramStats& z) {
-        return json{{"origDataSize", z.origDataSize},     {"comprDataSize", z.comprDataSize},
-                    {"memUsedTotal", z.memUsedTotal},     {"memLimit", z.memLimit},
-                    {"memUsedMax", z.memUsedMax},         {"samePages", z.samePages},
-                    {"pagesCompacted", z.pagesCompacted}, {"hugePages", z.hugePages},
-                    {"hugePagesSince", z.hugePagesSince}, {"column10", z.column10}};
-    });
+    return hostedWith<Vistrel::ZramStats>(
+            std::make_unique<Vistrel::ZramStats>(), [](Vistrel::ZramStats& z) {
+                return json{
+                        {"origDataSize", z.origDataSize},     {"comprDataSize", z.comprDataSize},
+                        {"memUsedTotal", z.memUsedTotal},     {"memLimit", z.memLimit},
+                        {"memUsedMax", z.memUsedMax},         {"samePages", z.samePages},
+                        {"pagesCompacted", z.pagesCompacted}, {"hugePages", z.hugePages},
+                        {"hugePagesSince", z.hugePagesSince}, {"column10", z.column10}};
+            });
 }
 
 HostedProvider swapWrite(const ProviderOptions&) {
     return hostedWith<Vistrel::SwapWriteStats>(
-        std::make_unique<Vistrel::SwapWriteStats>(), [](Vistrel::SwapWriteStats& s) {
-            return json{{"timestamp", s.timestamp}, {"swapWriteBytes", s.swapWriteBytes}};
-        });
+            std::make_unique<Vistrel::SwapWriteStats>(), [](Vistrel::SwapWriteStats& s) {
+                return json{{"timestamp", s.timestamp}, {"swapWriteBytes", s.swapWriteBytes}};
+            });
 }
 
 HostedProvider storage(const ProviderOptions&) {
-    return hostedWith<Vistrel::StorageStats>(
-        std::make_unique<Vistrel::StorageStats>(), [](Vistrel::StorageStats& s) {
-            return json{{"totalBytes", s.totalBytes},   {"availableBytes", s.availableBytes},
-                        {"freeBytes", s.freeBytes},     {"lowStorage", s.lowStorage},
-                        {"lastSnapshotNs", s.lastSnapshotNs}};
-        });
+    return hostedWith<Vistrel::StorageStats>(std::make_unique<Vistrel::StorageStats>(),
+                                             [](Vistrel::StorageStats& s) {
+                                                 return json{{"totalBytes", s.totalBytes},
+                                                             {"availableBytes", s.availableBytes},
+                                                             {"freeBytes", s.freeBytes},
+                                                             {"lowStorage", s.lowStorage},
+                                                             {"lastSnapshotNs", s.lastSnapshotNs}};
+                                             });
 }
 
 // The zram idle statistics have no caller inside the library; the host gathers them with each
 // record when mobile_vistrel_zram_idle_collector is set (this writes zram0's control file).
 HostedProvider systemMemory(const ProviderOptions&) {
     return hostedWith<Vistrel::SystemMemoryStats>(
-        std::make_unique<Vistrel::SystemMemoryStats>(), [](Vistrel::SystemMemoryStats& m) {
-        json record = {{"timestampMs", m.timestampMs},     {"readDurationMs", m.readDurationMs},
-                       {"memAvailableKb", m.memAvailableKb}, {"memUsedKb", m.memUsedKb},
-                       {"psiSomeAvg10", m.psiSomeAvg10},   {"psiSomeAvg60", m.psiSomeAvg60},
-                       {"psiSomeAvg300", m.psiSomeAvg300}, {"psiFullAvg10", m.psiFullAvg10},
-                       {"psiFullAvg60", m.psiFullAvg60},   {"psiFullAvg300", m.psiFullAvg300},
-                       {"uptimeMs", m.uptimeMs}};
-        if (m.getZramIdleMemStatsEnabled()) {
-            const Vistrel::ZramIdleStats* idle = m.getZramIdleMemStats();
-            record["zramIdle"] = {{"idleHistogram", idle->idleHistogram},
-                                  {"idleClusterSizes", idle->idleClusterSizes},
-                                  {"simulatedBdStat", idle->simulatedBdStat}};
-        }
-        return record;
-    });
+            std::make_unique<Vistrel::SystemMemoryStats>(), [](Vistrel::SystemMemoryStats& m) {
+                json record = {{"timestampMs", m.timestampMs},
+                               {"readDurationMs", m.readDurationMs},
+                               {"memAvailableKb", m.memAvailableKb},
+                               {"memUsedKb", m.memUsedKb},
+                               {"psiSomeAvg10", m.psiSomeAvg10},
+                               {"psiSomeAvg60", m.psiSomeAvg60},
+                               {"psiSomeAvg300", m.psiSomeAvg300},
+                               {"psiFullAvg10", m.psiFullAvg10},
+                               {"psiFullAvg60", m.psiFullAvg60},
+                               {"psiFullAvg300", m.psiFullAvg300},
+                               {"uptimeMs", m.uptimeMs}};
+                if (m.getZramIdleMemStatsEnabled()) {
+                    const Vistrel::ZramIdleStats* idle = m.getZramIdleMemStats();
+                    record["zramIdle"] = {{"idleHistogram", idle->idleHistogram},
+                                          {"idleClusterSizes", idle->idleClusterSizes},
+                                          {"simulatedBdStat", idle->simulatedBdStat}};
+                }
+                return record;
+            });
 }
 
 struct Entry {
@@ -184,14 +201,10 @@ struct Entry {
 };
 
 const Entry kProviders[] = {
-    {"SystemStateStats", systemState},
-    {"BatteryStats", battery},
-    {"BatteryStatsStates", batteryStates},
-    {"ProcessMemoryStats", processMemory},
-    {"SystemMemoryStats", systemMemory},
-    {"ZramStats", zram},
-    {"SwapWriteStats", swapWrite},
-    {"StorageStats", storage},
+        {"SystemStateStats", systemState},     {"BatteryStats", battery},
+        {"BatteryStatsStates", batteryStates}, {"ProcessMemoryStats", processMemory},
+        {"SystemMemoryStats", systemMemory},   {"ZramStats", zram},
+        {"SwapWriteStats", swapWrite},         {"StorageStats", storage},
 };
 
 }  // namespace

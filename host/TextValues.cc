@@ -73,11 +73,16 @@ std::optional<int64_t> parseByteCount(const std::string& text) {
     if (errno != 0) return std::nullopt;
     const std::string suffix = end;
     int shift = 0;
-    if (suffix == "K") shift = 10;
-    else if (suffix == "M") shift = 20;
-    else if (suffix == "G") shift = 30;
-    else if (suffix == "T") shift = 40;
-    else if (!suffix.empty()) return std::nullopt;
+    if (suffix == "K")
+        shift = 10;
+    else if (suffix == "M")
+        shift = 20;
+    else if (suffix == "G")
+        shift = 30;
+    else if (suffix == "T")
+        shift = 40;
+    else if (!suffix.empty())
+        return std::nullopt;
     if (count > (static_cast<unsigned long long>(INT64_MAX) >> shift)) return std::nullopt;
     return static_cast<int64_t>(count << shift);
 }

@@ -37,6 +37,8 @@ TriggerReportPrinter::TriggerReportPrinter(Output& output, HostClock& clock) {
     });
 }
 
-TriggerReportPrinter::~TriggerReportPrinter() { sim::setTriggerReportListener(nullptr); }
+TriggerReportPrinter::~TriggerReportPrinter() {
+    sim::setTriggerReportListener(nullptr);
+}
 
 }  // namespace host

@@ -69,8 +69,9 @@ void timelineLogger(const struct __android_logger_data* data, const char* messag
 
 std::optional<int> logPriority(const std::string& level) {
     static const std::pair<const char*, int> kLevels[] = {
-        {"verbose", ANDROID_LOG_VERBOSE}, {"debug", ANDROID_LOG_DEBUG}, {"info", ANDROID_LOG_INFO},
-        {"warn", ANDROID_LOG_WARN},       {"error", ANDROID_LOG_ERROR}, {"silent", ANDROID_LOG_SILENT},
+            {"verbose", ANDROID_LOG_VERBOSE}, {"debug", ANDROID_LOG_DEBUG},
+            {"info", ANDROID_LOG_INFO},       {"warn", ANDROID_LOG_WARN},
+            {"error", ANDROID_LOG_ERROR},     {"silent", ANDROID_LOG_SILENT},
     };
     for (const auto& [name, priority] : kLevels) {
         if (level == name) return priority;
@@ -100,8 +101,9 @@ std::vector<std::string> splitList(const std::string& text) {
 
 int main(int argc, char** argv) {
     Options o;
-    CLI::App app{"Reference host for libvistrelprovider: drives every provider against a "
-                 "simulated headset and prints a timeline."};
+    CLI::App app{
+            "Reference host for libvistrelprovider: drives every provider against a "
+            "simulated headset and prints a timeline."};
     auto* simulate = app.add_option("--simulate", o.simulate,
                                     "Run this much simulated device time as fast as possible "
                                     "(default 4h), e.g. 90s, 15m, 2h, 1h30m");
@@ -111,12 +113,12 @@ int main(int argc, char** argv) {
     app.add_option("--snapshot-every", o.snapshotEvery, "Snapshot period of the host (default 1h)");
     app.add_option("--prop", o.properties,
                    "Set a system property NAME=VALUE (repeatable); environment variables " +
-                       std::string(kPropertyEnvPrefix) + "NAME do the same");
+                           std::string(kPropertyEnvPrefix) + "NAME do the same");
     app.add_option("--root", o.root, "Resolve every path the library opens under this directory");
     app.add_option("--providers", o.providers, "Comma-separated provider class names (default all)");
     app.add_option("--interactive", o.interactive,
                    "Cyclic interactive-state script of the simulated headset (default \"" +
-                       std::string(kDefaultInteractiveScript) + "\")");
+                           std::string(kDefaultInteractiveScript) + "\")");
     app.add_option("--don-bits", o.donBits, "SystemStateStats bits per state (default 1)");
     app.add_option("--don-states", o.donStates, "SystemStateStats states per batch (default 60)");
     app.add_option("--don-period", o.donPeriod, "SystemStateStats sampling period (default 1m)");
@@ -135,7 +137,8 @@ int main(int argc, char** argv) {
     }
 
     const bool realTime = !o.real.empty();
-    const std::string span = realTime ? o.real : (o.simulate.empty() ? kDefaultSimulate : o.simulate);
+    const std::string span =
+            realTime ? o.real : (o.simulate.empty() ? kDefaultSimulate : o.simulate);
     const auto duration = host::parseDuration(span);
     if (!duration) return usageError("bad duration '" + span + "'");
     const auto snapshotEvery = host::parseDuration(o.snapshotEvery);
@@ -151,7 +154,8 @@ int main(int argc, char** argv) {
 
     for (char** env = environ; *env != nullptr; ++env) {
         if (strncmp(*env, kPropertyEnvPrefix, strlen(kPropertyEnvPrefix)) != 0) continue;
-        if (auto problem = applyProperty(*env + strlen(kPropertyEnvPrefix))) return usageError(*problem);
+        if (auto problem = applyProperty(*env + strlen(kPropertyEnvPrefix)))
+            return usageError(*problem);
     }
     for (const auto& assignment : o.properties) {
         if (auto problem = applyProperty(assignment)) return usageError(*problem);

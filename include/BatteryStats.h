@@ -41,29 +41,29 @@ public:
 
     // Members in their fixed order. The host reads the record, isCharging through the voltage
     // statistics, after a successful snapshot(); the rest is working state.
-    bool isCharging = false;           // batteryStatus is CHARGING (2) or FULL (5)
-    std::string powerSourceScratch;    // working text of the power-source step; never cleared
-    std::string powerSource;           // copy of the scratch text, or "NONE"
-    std::string statusText;            // name of batteryStatus ("?!?" unnamed, "???" beyond)
-    std::string healthText;            // name of batteryHealth
-    int32_t health = 0;                // raw batteryHealth
-    int32_t status = 0;                // raw batteryStatus
-    float level = 0;                   // percent
-    float previousLevel = 0;           // level before the latest snapshot
+    bool isCharging = false;         // batteryStatus is CHARGING (2) or FULL (5)
+    std::string powerSourceScratch;  // working text of the power-source step; never cleared
+    std::string powerSource;         // copy of the scratch text, or "NONE"
+    std::string statusText;          // name of batteryStatus ("?!?" unnamed, "???" beyond)
+    std::string healthText;          // name of batteryHealth
+    int32_t health = 0;              // raw batteryHealth
+    int32_t status = 0;              // raw batteryStatus
+    float level = 0;                 // percent
+    float previousLevel = 0;         // level before the latest snapshot
     float chargeTimeToFullSeconds = 0;
     float fullChargeMah = 0;
-    float previousFullChargeMah = 0;   // fullChargeMah before it last changed
+    float previousFullChargeMah = 0;  // fullChargeMah before it last changed
     float chargeCounterMah = 0;
     float previousChargeCounterMah = 0;  // chargeCounterMah before it last changed
     int32_t cycleCount = 0;
     float currentLastMa = 0, currentMaxMa = 0, currentMinMa = 0, currentAvgMa = 0;
     float voltageLastMv = 0, voltageMaxMv = 0, voltageMinMv = 0, voltageAvgMv = 0;
-    float reserved[8] = {};            // always 0.0; keeps the record's shape
-    int32_t ringIndex = 0;             // next write position in both rings
-    int32_t ringCount = 0;             // valid entries, saturating at kRingSize
+    float reserved[8] = {};  // always 0.0; keeps the record's shape
+    int32_t ringIndex = 0;   // next write position in both rings
+    int32_t ringCount = 0;   // valid entries, saturating at kRingSize
     float currentRingMa[kRingSize] = {};
     float voltageRingMv[kRingSize] = {};
-    int64_t lastSnapshotNs = 0;        // nowNs() of the last successful snapshot or acquire
+    int64_t lastSnapshotNs = 0;  // nowNs() of the last successful snapshot or acquire
     android::sp<android::hardware::health::V2_1::IHealth> healthService;  // null until acquired
 };
 

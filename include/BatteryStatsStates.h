@@ -87,15 +87,15 @@ public:
     std::string previousStatePowerSource;  // statePowerSource of the previous state
     int64_t stateStartStamp = 0;           // readTimestamp() when the current state began
     int64_t previousStateStartStamp = 0;
-    float levelAtEvent = -1.0f;            // percent, read at the last transition
+    float levelAtEvent = -1.0f;  // percent, read at the last transition
     float previousLevelAtEvent = -1.0f;
-    bool fullReported = false;             // the last sample saw level >= 90
+    bool fullReported = false;  // the last sample saw level >= 90
     int32_t lastSampledLevel = -1;
     float chargeTimeToFullSeconds = 0;
-    bool isChargingNow = false;            // batteryStatus CHARGING (2) or FULL (5)
+    bool isChargingNow = false;  // batteryStatus CHARGING (2) or FULL (5)
     float fullChargeMah = 0, chargeCounterMah = 0;
     float previousFullChargeMah = 0, previousChargeCounterMah = 0;
-    int64_t lastSnapshotNs = 0;            // nowNs() at acquire and each successful snapshot
+    int64_t lastSnapshotNs = 0;  // nowNs() at acquire and each successful snapshot
     android::sp<android::hardware::health::V2_1::IHealth> healthService;  // null until acquired
 };
 

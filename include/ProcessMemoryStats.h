@@ -27,10 +27,10 @@ namespace Vistrel {
 // One process's figures. Entries of processes without memory figures (kernel threads,
 // zombies) keep the zero memory fields and memtrackPssKb 0.
 struct ProcessMemorySnapshot {
-    uint32_t vmRssKb = 0;    // "VmRSS", KiB
-    uint32_t vmLibKb = 0;    // "VmLib" (shared-library code), KiB
-    uint32_t vmSwapKb = 0;   // "VmSwap", KiB
-    uint32_t rssAnonKb = 0;  // "RssAnon", KiB
+    uint32_t vmRssKb = 0;         // "VmRSS", KiB
+    uint32_t vmLibKb = 0;         // "VmLib" (shared-library code), KiB
+    uint32_t vmSwapKb = 0;        // "VmSwap", KiB
+    uint32_t rssAnonKb = 0;       // "RssAnon", KiB
     bool timeStatsValid = false;  // the three times below were read
     float startTimeSec = 0;       // process start, seconds after boot
     float userTimeSec = 0;        // user CPU time, seconds
@@ -77,7 +77,7 @@ public:
     int64_t timestampMs = 0;        // the clock's elapsedNs() at the start of the scan, in ms
     uint32_t sampleDurationMs = 0;  // boot-clock ms the scan took
     std::map<std::string, ProcessMemorySnapshot> snapshots;  // by argv[0]; "" for no cmdline
-    bool sampleValid = false;       // a scan completed since the last failed one
+    bool sampleValid = false;  // a scan completed since the last failed one
 
 private:
     // Adds (or overwrites) the entry of one process; `pidName` is its /proc directory name.

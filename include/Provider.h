@@ -33,7 +33,7 @@ using SamplePeriod = std::optional<std::chrono::milliseconds>;
 // from platform threads copy it into their listener; the host must make it safe to call
 // concurrently with its own calls into providers. Calling an empty router aborts.
 using NotificationRouter =
-    std::function<void(const std::string& name, const std::string& detail, bool force)>;
+        std::function<void(const std::string& name, const std::string& detail, bool force)>;
 
 // Host clock. Providers only ever subtract two readings of the same operation.
 class IClockReader {

@@ -114,7 +114,7 @@ bool ProcFsParser::getZramStatData(ZramStatData* out) {
     memset(out, 0, sizeof *out);
     seam::PathBuffer resolved;
     const int count =
-        internal::readFile(seam::path(kZramMmStatPath, resolved), buffer.data(), kBufferSize);
+            internal::readFile(seam::path(kZramMmStatPath, resolved), buffer.data(), kBufferSize);
     if (count < 0 || count >= kBufferSize) return false;
     buffer[count] = '\0';
     internal::parseZramStatData(buffer.data(), out);

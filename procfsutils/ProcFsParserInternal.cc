@@ -28,8 +28,12 @@ namespace {
 // Byte counts from 2^41 (2 TiB) up store all ones in a KiloBytes32 field.
 constexpr uint64_t kKiloBytes32Limit = uint64_t{1} << 41;
 
-inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
-inline bool isBlank(char c) { return c == ' ' || c == '\t'; }
+inline bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+inline bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
 
 // Skips non-digits, then accumulates digits (wrapping on overflow). *stop receives the index of
 // the first non-digit after the digits, or `end`; found is false when no digit exists.
@@ -137,7 +141,8 @@ inline void convert(const char* text, int v, int e, const DataFileField& row, ch
         case Int32:
             if (row.size == sizeof(int32_t)) {
                 const auto value = static_cast<int64_t>(getNumber(text, v, e));
-                store(record, row.offset, value > INT32_MAX ? int32_t{-1} : static_cast<int32_t>(value));
+                store(record, row.offset,
+                      value > INT32_MAX ? int32_t{-1} : static_cast<int32_t>(value));
             }
             break;
         case UInt64:
@@ -177,40 +182,40 @@ inline int findKeyEnd(const char* text, int pos, int len) {
 }  // namespace
 
 const DataFileField kProcessStatusFields[] = {
-    {"Name", offsetof(ProcessStatusData, name), sizeof(ProcessStatusData::name), String},
-    {"Tgid", offsetof(ProcessStatusData, tgid), 4, Int32},
-    {"Ngid", offsetof(ProcessStatusData, ngid), 4, Int32},
-    {"Pid", offsetof(ProcessStatusData, pid), 4, Int32},
-    {"PPid", offsetof(ProcessStatusData, ppid), 4, Int32},
-    {"TracerPid", offsetof(ProcessStatusData, tracerPid), 4, Int32},
-    {"FDSize", offsetof(ProcessStatusData, fdSize), 4, Int32},
-    {"VmPeak", offsetof(ProcessStatusData, vmPeak), 4, KiloBytes32},
-    {"VmSize", offsetof(ProcessStatusData, vmSize), 4, KiloBytes32},
-    {"VmLck", offsetof(ProcessStatusData, vmLck), 4, KiloBytes32},
-    {"VmPin", offsetof(ProcessStatusData, vmPin), 4, KiloBytes32},
-    {"VmHWM", offsetof(ProcessStatusData, vmHwm), 4, KiloBytes32},
-    {"VmRSS", offsetof(ProcessStatusData, vmRss), 4, KiloBytes32},
-    {"RssAnon", offsetof(ProcessStatusData, rssAnon), 4, KiloBytes32},
-    {"RssFile", offsetof(ProcessStatusData, rssFile), 4, KiloBytes32},
-    {"RssShmem", offsetof(ProcessStatusData, rssShmem), 4, KiloBytes32},
-    {"VmData", offsetof(ProcessStatusData, vmData), 4, KiloBytes32},
-    {"VmStk", offsetof(ProcessStatusData, vmStk), 4, KiloBytes32},
-    {"VmExe", offsetof(ProcessStatusData, vmExe), 4, KiloBytes32},
-    {"VmLib", offsetof(ProcessStatusData, vmLib), 4, KiloBytes32},
-    {"VmPTE", offsetof(ProcessStatusData, vmPte), 4, KiloBytes32},
-    {"VmSwap", offsetof(ProcessStatusData, vmSwap), 4, KiloBytes32},
-    {"HugetlbPages", offsetof(ProcessStatusData, hugetlbPages), 4, KiloBytes32},
-    {"Threads", offsetof(ProcessStatusData, threads), 4, Int32},
-    {"voluntary_ctxt_switches", offsetof(ProcessStatusData, voluntaryCtxtSwitches), 8, UInt64},
-    {"nonvoluntary_ctxt_switches", offsetof(ProcessStatusData, nonvoluntaryCtxtSwitches), 8,
-     UInt64},
-    {"State", offsetof(ProcessStatusData, state), 1, Char},
+        {"Name", offsetof(ProcessStatusData, name), sizeof(ProcessStatusData::name), String},
+        {"Tgid", offsetof(ProcessStatusData, tgid), 4, Int32},
+        {"Ngid", offsetof(ProcessStatusData, ngid), 4, Int32},
+        {"Pid", offsetof(ProcessStatusData, pid), 4, Int32},
+        {"PPid", offsetof(ProcessStatusData, ppid), 4, Int32},
+        {"TracerPid", offsetof(ProcessStatusData, tracerPid), 4, Int32},
+        {"FDSize", offsetof(ProcessStatusData, fdSize), 4, Int32},
+        {"VmPeak", offsetof(ProcessStatusData, vmPeak), 4, KiloBytes32},
+        {"VmSize", offsetof(ProcessStatusData, vmSize), 4, KiloBytes32},
+        {"VmLck", offsetof(ProcessStatusData, vmLck), 4, KiloBytes32},
+        {"VmPin", offsetof(ProcessStatusData, vmPin), 4, KiloBytes32},
+        {"VmHWM", offsetof(ProcessStatusData, vmHwm), 4, KiloBytes32},
+        {"VmRSS", offsetof(ProcessStatusData, vmRss), 4, KiloBytes32},
+        {"RssAnon", offsetof(ProcessStatusData, rssAnon), 4, KiloBytes32},
+        {"RssFile", offsetof(ProcessStatusData, rssFile), 4, KiloBytes32},
+        {"RssShmem", offsetof(ProcessStatusData, rssShmem), 4, KiloBytes32},
+        {"VmData", offsetof(ProcessStatusData, vmData), 4, KiloBytes32},
+        {"VmStk", offsetof(ProcessStatusData, vmStk), 4, KiloBytes32},
+        {"VmExe", offsetof(ProcessStatusData, vmExe), 4, KiloBytes32},
+        {"VmLib", offsetof(ProcessStatusData, vmLib), 4, KiloBytes32},
+        {"VmPTE", offsetof(ProcessStatusData, vmPte), 4, KiloBytes32},
+        {"VmSwap", offsetof(ProcessStatusData, vmSwap), 4, KiloBytes32},
+        {"HugetlbPages", offsetof(ProcessStatusData, hugetlbPages), 4, KiloBytes32},
+        {"Threads", offsetof(ProcessStatusData, threads), 4, Int32},
+        {"voluntary_ctxt_switches", offsetof(ProcessStatusData, voluntaryCtxtSwitches), 8, UInt64},
+        {"nonvoluntary_ctxt_switches", offsetof(ProcessStatusData, nonvoluntaryCtxtSwitches), 8,
+         UInt64},
+        {"State", offsetof(ProcessStatusData, state), 1, Char},
 };
 const int kProcessStatusFieldCount = sizeof kProcessStatusFields / sizeof kProcessStatusFields[0];
 
 const DataFileField kVmStatFields[] = {
-    {"pswpin", offsetof(VmStatData, pswpin), 8, UInt64},
-    {"pswpout", offsetof(VmStatData, pswpout), 8, UInt64},
+        {"pswpin", offsetof(VmStatData, pswpin), 8, UInt64},
+        {"pswpout", offsetof(VmStatData, pswpout), 8, UInt64},
 };
 const int kVmStatFieldCount = sizeof kVmStatFields / sizeof kVmStatFields[0];
 
@@ -241,7 +246,9 @@ uint64_t getNumber(const char* s, int start, int end) {
     return scanNumber(s, start, end, &stop, &found);
 }
 
-uint64_t getByteCount(const char* s, int start, int end) { return scanByteCount(s, start, end); }
+uint64_t getByteCount(const char* s, int start, int end) {
+    return scanByteCount(s, start, end);
+}
 
 void getString(const char* s, int start, int end, char* buf, int bufSize) {
     while (start < end && isBlank(s[start])) ++start;

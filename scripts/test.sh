@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Sets up, then builds and runs every test: the plain build, the same suites under
+# Sets up, checks the formatting, then builds and runs every test: the plain build, the same suites under
 # AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, and a bounded run
 # of every fuzz target. Exits non-zero on the first failure.
 set -euo pipefail
@@ -8,6 +8,9 @@ cd "$(dirname "$0")/.."
 
 jobs=$(nproc)
 step() { printf '\n== %s ==\n' "$*"; }
+
+step "formatting (.clang-format)"
+git ls-files -z -- '*.cc' '*.h' | xargs -0 clang-format --dry-run --Werror
 
 step "default build and tests"
 cmake --preset default >/dev/null

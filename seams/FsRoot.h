@@ -15,7 +15,9 @@ struct PathBuffer {
 };
 
 #ifdef __ANDROID__
-inline const char* path(const char* absolutePath, PathBuffer&) { return absolutePath; }
+inline const char* path(const char* absolutePath, PathBuffer&) {
+    return absolutePath;
+}
 #else
 // Returns absolutePath itself when no root is set, else root + absolutePath written into buf.
 // A result that would not fit in buf yields "" (which no open call accepts) rather than a

@@ -10,9 +10,15 @@
 namespace seam {
 
 #ifdef __ANDROID__
-inline int statvfs(const char* path, struct ::statvfs* out) { return ::statvfs(path, out); }
-inline int clock_gettime(clockid_t clock, struct timespec* out) { return ::clock_gettime(clock, out); }
-inline long sysconf(int name) { return ::sysconf(name); }
+inline int statvfs(const char* path, struct ::statvfs* out) {
+    return ::statvfs(path, out);
+}
+inline int clock_gettime(clockid_t clock, struct timespec* out) {
+    return ::clock_gettime(clock, out);
+}
+inline long sysconf(int name) {
+    return ::sysconf(name);
+}
 #else
 int statvfs(const char* path, struct ::statvfs* out);
 int clock_gettime(clockid_t clock, struct timespec* out);

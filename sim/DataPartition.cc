@@ -29,6 +29,8 @@ DataPartition::DataPartition(const DataFigures& figures) {
     });
 }
 
-DataPartition::~DataPartition() { hostplatform::setStatvfs(nullptr); }
+DataPartition::~DataPartition() {
+    hostplatform::setStatvfs(nullptr);
+}
 
 }  // namespace sim

@@ -43,7 +43,7 @@ std::optional<int64_t> InteractiveScript::nextChangeAfter(int64_t deviceNs) cons
 Headset::Headset(HeadsetConfig config, DeviceTime now)
     : config_(std::move(config)), now_(std::move(now)) {
     hostplatform::setInteractiveSource(
-        [script = config_.interactive, now = now_] { return script.at(now()); });
+            [script = config_.interactive, now = now_] { return script.at(now()); });
     health_ = new SimHealth(config_.battery, now_,
                             [script = config_.interactive](int64_t ns) { return script.at(ns); });
     health_->registerAsService("default");

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "SimHealth.h"
 #include "DataPartition.h"
+#include "SimHealth.h"
 
 namespace sim {
 
@@ -54,7 +54,7 @@ struct HostEvent {
 struct HeadsetConfig {
     InteractiveScript interactive = InteractiveScript::defaults();
     BatteryScript battery = BatteryScript::defaults();  // health HAL "default" while alive
-    DataFigures data;  // statvfs("/data") while the headset lives
+    DataFigures data;                                   // statvfs("/data") while the headset lives
 };
 
 class Headset {

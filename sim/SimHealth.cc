@@ -38,9 +38,12 @@ BatteryCapacityLevel capacityLevel(int32_t level) {
 
 const char* chargerName(Charger charger) {
     switch (charger) {
-        case Charger::Ac: return "AC";
-        case Charger::Usb: return "USB";
-        case Charger::Wireless: return "WIRELESS";
+        case Charger::Ac:
+            return "AC";
+        case Charger::Usb:
+            return "USB";
+        case Charger::Wireless:
+            return "WIRELESS";
     }
     return "?";
 }
@@ -49,9 +52,9 @@ BatteryScript BatteryScript::defaults() {
     BatteryScript script;
     script.startLevelPercent = 22.0;
     script.chargers = {
-        {65 * kMinuteNs, 170 * kMinuteNs, Charger::Ac},
-        {90 * kMinuteNs, 110 * kMinuteNs, Charger::Usb},
-        {200 * kMinuteNs, 230 * kMinuteNs, Charger::Wireless},
+            {65 * kMinuteNs, 170 * kMinuteNs, Charger::Ac},
+            {90 * kMinuteNs, 110 * kMinuteNs, Charger::Usb},
+            {200 * kMinuteNs, 230 * kMinuteNs, Charger::Wireless},
     };
     return script;
 }
@@ -94,7 +97,8 @@ std::optional<PowerChange> SimHealth::nextPowerChangeAfter(int64_t deviceNs) con
     // Candidate instants: every session boundary in this cycle and the next.
     std::vector<std::pair<int64_t, const ChargerSession*>> boundaries;
     const int64_t cycleStart = deviceNs - offsetInCycle(deviceNs);
-    for (int64_t start = cycleStart; start <= cycleStart + script_.cycleNs; start += script_.cycleNs) {
+    for (int64_t start = cycleStart; start <= cycleStart + script_.cycleNs;
+         start += script_.cycleNs) {
         for (const auto& s : script_.chargers) {
             boundaries.push_back({start + s.startNs, &s});
             boundaries.push_back({start + s.endNs, &s});
@@ -137,8 +141,8 @@ SimHealth::Reading SimHealth::readLocked() {
     const bool ac = chargerOnline(Charger::Ac, now), usb = chargerOnline(Charger::Usb, now),
                wireless = chargerOnline(Charger::Wireless, now);
     const bool plugged = ac || usb || wireless;
-    const auto level = static_cast<int32_t>(
-        std::floor(chargeUah_ * 100.0 / script_.capacityUah + 1e-9));
+    const auto level =
+            static_cast<int32_t>(std::floor(chargeUah_ * 100.0 / script_.capacityUah + 1e-9));
     const int32_t currentUa = currentAt(now, chargeUah_);
     const bool full = plugged && level >= 100;
     BatteryStatus status = full ? BatteryStatus::FULL
@@ -150,8 +154,10 @@ SimHealth::Reading SimHealth::readLocked() {
     battery.chargerAcOnline = ac;
     battery.chargerUsbOnline = usb;
     battery.chargerWirelessOnline = wireless;
-    battery.maxChargingCurrent = ac ? script_.acChargeUa : usb ? script_.usbChargeUa
-                                : wireless ? script_.wirelessChargeUa : 0;
+    battery.maxChargingCurrent = ac         ? script_.acChargeUa
+                                 : usb      ? script_.usbChargeUa
+                                 : wireless ? script_.wirelessChargeUa
+                                            : 0;
     battery.maxChargingVoltage = plugged ? 5000000 : 0;
     battery.batteryStatus = status;
     battery.batteryHealth = health_;
@@ -169,8 +175,8 @@ SimHealth::Reading SimHealth::readLocked() {
     if (full) {
         info.batteryChargeTimeToFullNowSeconds = 0;
     } else if (plugged) {
-        info.batteryChargeTimeToFullNowSeconds = static_cast<int64_t>(
-            (script_.capacityUah - chargeUah_) / currentUa * 3600.0);
+        info.batteryChargeTimeToFullNowSeconds =
+                static_cast<int64_t>((script_.capacityUah - chargeUah_) / currentUa * 3600.0);
     } else {
         info.batteryChargeTimeToFullNowSeconds = -1;  // unsupported while discharging
     }
@@ -206,7 +212,7 @@ Return<Result> SimHealth::update() {
     // Outside the lock: a callback may call back into this service.
     for (const auto& callback : callbacks) {
         const sp<V2_1::IHealthInfoCallback> v21 =
-            V2_1::IHealthInfoCallback::castFrom(callback).withDefault(nullptr);
+                V2_1::IHealthInfoCallback::castFrom(callback).withDefault(nullptr);
         if (v21 != nullptr) {
             v21->healthInfoChanged_2_1(info).isOk();
         } else {

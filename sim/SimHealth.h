@@ -35,7 +35,7 @@ struct ChargerSession {
 struct BatteryScript {
     double startLevelPercent = 50.0;
     int64_t cycleNs = INT64_C(14400000000000);  // the charger plan repeats every 4 h
-    std::vector<ChargerSession> chargers;     // within [0, cycleNs)
+    std::vector<ChargerSession> chargers;       // within [0, cycleNs)
     int32_t capacityUah = 5000000;
     // Currents in µA: drain while interactive / idle; charge per charger (the strongest plugged
     // charger wins).
@@ -80,9 +80,11 @@ public:
     std::optional<PowerChange> nextPowerChangeAfter(int64_t deviceNs) const;
 
     Return<Result> registerCallback(
-        const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback) override;
+            const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback)
+            override;
     Return<Result> unregisterCallback(
-        const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback) override;
+            const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback)
+            override;
     Return<Result> update() override;
     Return<void> getChargeCounter(getChargeCounter_cb _hidl_cb) override;
     Return<void> getCurrentNow(getCurrentNow_cb _hidl_cb) override;

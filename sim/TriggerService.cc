@@ -40,11 +40,10 @@ int32_t simulatedMemtrackKb(pid_t pid) {
 void installTriggerService() {
     hostplatform::addService<ITrigger>(kTriggerServiceInstance,
                                        android::sp<ITrigger>(new RecordingTriggerService));
-    hostplatform::setMemoryFootprintSource(
-        [](pid_t pid, memory_footprint_data* data, uint32_t what) {
-            if (what & MEMORY_FOOTPRINT_MEMTRACK) data->memtrack_pss_kb = simulatedMemtrackKb(pid);
-            return 0;
-        });
+    hostplatform::setMemoryFootprintSource([](pid_t pid, memory_footprint_data* data, uint32_t what) {
+        if (what & MEMORY_FOOTPRINT_MEMTRACK) data->memtrack_pss_kb = simulatedMemtrackKb(pid);
+        return 0;
+    });
 }
 
 void removeTriggerService() {
@@ -58,7 +57,8 @@ void setTriggerReportListener(TriggerReportListener listener) {
 }
 
 std::vector<TriggerContext> recordedTriggerReports() {
-    const android::sp<ITrigger> service = hostplatform::findService<ITrigger>(kTriggerServiceInstance);
+    const android::sp<ITrigger> service =
+            hostplatform::findService<ITrigger>(kTriggerServiceInstance);
     if (service == nullptr) return {};
     return static_cast<RecordingTriggerService*>(service.get())->reports();
 }

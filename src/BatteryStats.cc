@@ -29,11 +29,11 @@ void append(std::string& target, const char* text) {
 }
 
 // Index = raw HAL value. "?!?": inside the table but unnamed; "???": beyond the table.
-const char* const kStatusNames[] = {"?!?", "UNKNOWN", "CHARGING", "DISCHARGING", "NOT_CHARGING",
-                                    "FULL", "?!?"};
-const char* const kHealthNames[] = {"?!?",  "UNKNOWN", "GOOD",
-                                    "OVERHEAT", "DEAD", "OVER_VOLTAGE",
-                                    "UNSPECIFIED_FAILURE", "COLD", "?!?"};
+const char* const kStatusNames[] = {"?!?",          "UNKNOWN", "CHARGING", "DISCHARGING",
+                                    "NOT_CHARGING", "FULL",    "?!?"};
+const char* const kHealthNames[] = {
+        "?!?",  "UNKNOWN", "GOOD", "OVERHEAT", "DEAD", "OVER_VOLTAGE", "UNSPECIFIED_FAILURE",
+        "COLD", "?!?"};
 
 template <size_t N>
 const char* nameOf(const char* const (&table)[N], int32_t value) {
@@ -95,9 +95,13 @@ RingStatistics ringStatistics(const float (&ring)[BatteryStats::kRingSize], int3
 
 BatteryStats::~BatteryStats() = default;
 
-const char* BatteryStats::name() const { return "BatteryStats"; }
+const char* BatteryStats::name() const {
+    return "BatteryStats";
+}
 
-SamplePeriod BatteryStats::sampleRate() const { return std::chrono::milliseconds(10000); }
+SamplePeriod BatteryStats::sampleRate() const {
+    return std::chrono::milliseconds(10000);
+}
 
 bool BatteryStats::acquireResources(NotificationRouter, IClockReader& clock) {
     lastSnapshotNs = clock.nowNs();

@@ -1,8 +1,8 @@
 #include "BatteryStatsStates.h"
 
-#include "vistrelcore/PowerManager.h"
 #include "HealthReads.h"
 #include "ProviderSupport.h"
+#include "vistrelcore/PowerManager.h"
 
 namespace Vistrel {
 namespace {
@@ -14,9 +14,9 @@ using android::hardware::health::V2_1::IHealth;
 using health::isChargingStatus;
 using health::readHealthInfo;
 
-constexpr int32_t kFullLevel = 90;     // percent
-constexpr int32_t kLowLevel = 3;       // percent
-constexpr int32_t kDischarging = 3;    // BatteryStatus::DISCHARGING
+constexpr int32_t kFullLevel = 90;   // percent
+constexpr int32_t kLowLevel = 3;     // percent
+constexpr int32_t kDischarging = 3;  // BatteryStatus::DISCHARGING
 constexpr float kUnknownLevel = -1.0f;
 
 // Separator put before the first word only; kept in writable data.
@@ -38,9 +38,13 @@ void logHealthMissing() {
 
 BatteryStatsStates::~BatteryStatsStates() = default;
 
-const char* BatteryStatsStates::name() const { return "BatteryStatsStates"; }
+const char* BatteryStatsStates::name() const {
+    return "BatteryStatsStates";
+}
 
-SamplePeriod BatteryStatsStates::sampleRate() const { return std::chrono::milliseconds(60000); }
+SamplePeriod BatteryStatsStates::sampleRate() const {
+    return std::chrono::milliseconds(60000);
+}
 
 bool BatteryStatsStates::isActive(BatteryState state) {
     return static_cast<uint32_t>(state) < 2;
@@ -60,29 +64,29 @@ void BatteryStatsStates::createFSM(IClockReader& clock) {
     const auto shutdown = [this] { shutdownEvent(); };
     const auto full = [this] { batteryFullEvent(); };
     transitions = TransitionTable{
-        {{"PowerConnected", S::ActiveDischarging}, {S::ActiveCharging, chargeStart}},
-        {{"PowerDisconnected", S::ActiveDischarging}, {S::ActiveDischarging, none}},
-        {{"ScreenOff", S::ActiveDischarging}, {S::InactiveDischarging, activeEnd}},
-        {{"ScreenOn", S::ActiveDischarging}, {S::ActiveDischarging, none}},
-        {{"BatteryLow", S::ActiveDischarging}, {S::ActiveDischarging, shutdown}},
-        {{"PowerConnected", S::InactiveDischarging}, {S::InactiveCharging, chargeStart}},
-        {{"PowerDisconnected", S::InactiveDischarging}, {S::InactiveDischarging, none}},
-        {{"ScreenOff", S::InactiveDischarging}, {S::InactiveDischarging, none}},
-        {{"ScreenOn", S::InactiveDischarging}, {S::ActiveDischarging, activeStart}},
-        {{"BatteryLow", S::InactiveDischarging}, {S::InactiveDischarging, shutdown}},
-        // Connecting while already charging runs chargeStartEvent again.
-        {{"PowerConnected", S::ActiveCharging}, {S::ActiveCharging, chargeStart}},
-        {{"PowerDisconnected", S::ActiveCharging}, {S::ActiveDischarging, chargeEnd}},
-        {{"ScreenOff", S::ActiveCharging}, {S::InactiveCharging, activeEnd}},
-        {{"ScreenOn", S::ActiveCharging}, {S::ActiveCharging, none}},
-        {{"BatteryLow", S::ActiveCharging}, {S::ActiveCharging, shutdown}},
-        {{"BatteryFull", S::ActiveCharging}, {S::ActiveCharging, full}},
-        {{"PowerConnected", S::InactiveCharging}, {S::InactiveCharging, chargeStart}},
-        {{"PowerDisconnected", S::InactiveCharging}, {S::InactiveDischarging, chargeEnd}},
-        {{"ScreenOff", S::InactiveCharging}, {S::InactiveCharging, none}},
-        {{"ScreenOn", S::InactiveCharging}, {S::ActiveCharging, activeStart}},
-        {{"BatteryLow", S::InactiveCharging}, {S::InactiveCharging, shutdown}},
-        {{"BatteryFull", S::InactiveCharging}, {S::InactiveCharging, full}},
+            {{"PowerConnected", S::ActiveDischarging}, {S::ActiveCharging, chargeStart}},
+            {{"PowerDisconnected", S::ActiveDischarging}, {S::ActiveDischarging, none}},
+            {{"ScreenOff", S::ActiveDischarging}, {S::InactiveDischarging, activeEnd}},
+            {{"ScreenOn", S::ActiveDischarging}, {S::ActiveDischarging, none}},
+            {{"BatteryLow", S::ActiveDischarging}, {S::ActiveDischarging, shutdown}},
+            {{"PowerConnected", S::InactiveDischarging}, {S::InactiveCharging, chargeStart}},
+            {{"PowerDisconnected", S::InactiveDischarging}, {S::InactiveDischarging, none}},
+            {{"ScreenOff", S::InactiveDischarging}, {S::InactiveDischarging, none}},
+            {{"ScreenOn", S::InactiveDischarging}, {S::ActiveDischarging, activeStart}},
+            {{"BatteryLow", S::InactiveDischarging}, {S::InactiveDischarging, shutdown}},
+            // Connecting while already charging runs chargeStartEvent again.
+            {{"PowerConnected", S::ActiveCharging}, {S::ActiveCharging, chargeStart}},
+            {{"PowerDisconnected", S::ActiveCharging}, {S::ActiveDischarging, chargeEnd}},
+            {{"ScreenOff", S::ActiveCharging}, {S::InactiveCharging, activeEnd}},
+            {{"ScreenOn", S::ActiveCharging}, {S::ActiveCharging, none}},
+            {{"BatteryLow", S::ActiveCharging}, {S::ActiveCharging, shutdown}},
+            {{"BatteryFull", S::ActiveCharging}, {S::ActiveCharging, full}},
+            {{"PowerConnected", S::InactiveCharging}, {S::InactiveCharging, chargeStart}},
+            {{"PowerDisconnected", S::InactiveCharging}, {S::InactiveDischarging, chargeEnd}},
+            {{"ScreenOff", S::InactiveCharging}, {S::InactiveCharging, none}},
+            {{"ScreenOn", S::InactiveCharging}, {S::ActiveCharging, activeStart}},
+            {{"BatteryLow", S::InactiveCharging}, {S::InactiveCharging, shutdown}},
+            {{"BatteryFull", S::InactiveCharging}, {S::InactiveCharging, full}},
     };
     currentState = S::InactiveCharging;
     stateStartStamp = clock.readTimestamp();
@@ -95,10 +99,11 @@ void BatteryStatsStates::setInitialBatteryState() {
     isChargingNow = isChargingStatus(static_cast<int32_t>(info.legacy.legacy.batteryStatus));
     PowerManager powerManager;
     if (powerManager.getIsInteractive()) {
-        currentState = isChargingNow ? BatteryState::ActiveCharging : BatteryState::ActiveDischarging;
+        currentState =
+                isChargingNow ? BatteryState::ActiveCharging : BatteryState::ActiveDischarging;
     } else {
         currentState =
-            isChargingNow ? BatteryState::InactiveCharging : BatteryState::InactiveDischarging;
+                isChargingNow ? BatteryState::InactiveCharging : BatteryState::InactiveDischarging;
     }
 }
 

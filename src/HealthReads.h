@@ -15,7 +15,9 @@ using android::hardware::health::V2_1::HealthInfo;
 using android::hardware::health::V2_1::IHealth;
 
 // CHARGING (2) or FULL (5).
-inline bool isChargingStatus(int32_t status) { return status == 2 || status == 5; }
+inline bool isChargingStatus(int32_t status) {
+    return status == 2 || status == 5;
+}
 
 // getHealthInfo_2_1 into `info`; logs "getHealthInfo_2_1() failed" and returns false on failure.
 inline bool readHealthInfo(IHealth& hal, HealthInfo& info) {

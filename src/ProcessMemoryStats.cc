@@ -15,11 +15,11 @@
 
 #include <SharedOsServicesProperties.sysprop.h>
 
+#include "ProviderSupport.h"
 #include "Timing.h"
 #include "procfsutils/ProcFsParser.h"
 #include "seams/FsRoot.h"
 #include "seams/Libc.h"
-#include "ProviderSupport.h"
 
 namespace Vistrel {
 namespace {
@@ -89,17 +89,21 @@ std::optional<android::String16> annotation(const char* format, Args... args) {
 ProcessMemoryStats::ProcessMemoryStats() = default;
 ProcessMemoryStats::~ProcessMemoryStats() = default;
 
-const char* ProcessMemoryStats::name() const { return "ProcessMemoryStats"; }
+const char* ProcessMemoryStats::name() const {
+    return "ProcessMemoryStats";
+}
 
-SamplePeriod ProcessMemoryStats::sampleRate() const { return std::chrono::milliseconds(900000); }
+SamplePeriod ProcessMemoryStats::sampleRate() const {
+    return std::chrono::milliseconds(900000);
+}
 
 std::optional<Notification> ProcessMemoryStats::sample(IClockReader& clock) {
     sampleValid = false;
     const int64_t elapsedNs = clock.elapsedNs();
     const int64_t startNs = bootTimeNs();
-    const bool memtrackOn = halden::sysprop::SharedOsServicesProperties::
-                                mobile_vistrel_memory_extended_collector()
-                                    .value_or(false);
+    const bool memtrackOn =
+            halden::sysprop::SharedOsServicesProperties::mobile_vistrel_memory_extended_collector()
+                    .value_or(false);
 
     std::vector<std::string> pidNames;
     pidNames.reserve(1024);
@@ -156,8 +160,7 @@ void ProcessMemoryStats::scanProcess(const std::string& pidName, int pid, bool m
         logError("ProcessMemoryStats fail to get oom_score_adj for pid %s.", pidName.c_str());
     }
     if (!getProcessTimeStat(pid, entry)) {
-        logError("ProcessMemoryStats fail to get process time stats for pid %s.",
-                      pidName.c_str());
+        logError("ProcessMemoryStats fail to get process time stats for pid %s.", pidName.c_str());
     }
 }
 
@@ -187,8 +190,7 @@ bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
     char streamBuffer[kStreamBufferBytes];
     FILE* stream = openStream(procPath(pid, "oom_score_adj", logical, resolved), streamBuffer);
     if (stream == nullptr) {
-        logError("ProcessMemoryStats fail to open %s",
-                      logical);
+        logError("ProcessMemoryStats fail to open %s", logical);
         return false;
     }
     int value = 0;
@@ -261,10 +263,10 @@ void ProcessMemoryStats::reportToTarnet(std::string& processName, int32_t rssAno
 
     android::sp<ITrigger> triggerService;
     const android::status_t status =
-        android::getService<ITrigger>(android::String16(kTriggerServiceName), &triggerService);
+            android::getService<ITrigger>(android::String16(kTriggerServiceName), &triggerService);
     if (status != android::OK || triggerService == nullptr) {
         logError("Error while getting the service proxy: %d %s", status,
-                      triggerService == nullptr ? ", triggerService is null!" : "");
+                 triggerService == nullptr ? ", triggerService is null!" : "");
         return;
     }
 
@@ -279,9 +281,9 @@ void ProcessMemoryStats::reportToTarnet(std::string& processName, int32_t rssAno
     annotations.push_back(annotation("includes_memtrack:%s", withMemtrack ? "true" : "false"));
     annotations.push_back(annotation("rss_anon_plus_swap_kib:%d", rssAnonPlusSwapKb));
     annotations.push_back(annotation("memtrack_pss_kib:%d", memtrackKb));
-    annotations.push_back(annotation(
-        "%s", withMemtrack ? "threshold_units:RSS_anon_plus_swap_plus_memtrack_KB"
-                           : "threshold_units:RSS_anon_plus_swap_KB"));
+    annotations.push_back(
+            annotation("%s", withMemtrack ? "threshold_units:RSS_anon_plus_swap_plus_memtrack_KB"
+                                          : "threshold_units:RSS_anon_plus_swap_KB"));
     triggerService->trigger(context);  // the service's answer changes nothing here
 }
 

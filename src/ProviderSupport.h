@@ -10,13 +10,13 @@
 namespace Vistrel {
 
 // xrlogger::Log with the "Vistrel" tag at the severity the name gives.
-#define VISTREL_DEFINE_LOG(function, severity)                                              \
-    __attribute__((format(printf, 1, 2))) inline int function(const char* format, ...) {   \
-        va_list args;                                                                       \
-        va_start(args, format);                                                             \
+#define VISTREL_DEFINE_LOG(function, severity)                                                 \
+    __attribute__((format(printf, 1, 2))) inline int function(const char* format, ...) {       \
+        va_list args;                                                                          \
+        va_start(args, format);                                                                \
         const int result = xrlogger::LogWriter::Write(severity, xrlogger::kTag, format, args); \
-        va_end(args);                                                                       \
-        return result;                                                                      \
+        va_end(args);                                                                          \
+        return result;                                                                         \
     }
 VISTREL_DEFINE_LOG(logVerbose, xrlogger::VERBOSE)
 VISTREL_DEFINE_LOG(logInfo, xrlogger::INFO)

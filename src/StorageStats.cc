@@ -2,10 +2,10 @@
 
 #include <sys/statvfs.h>
 
-#include "seams/FsRoot.h"
-#include "seams/Libc.h"
 #include "ProviderSupport.h"
 #include "Timing.h"
+#include "seams/FsRoot.h"
+#include "seams/Libc.h"
 
 namespace Vistrel {
 namespace {
@@ -24,9 +24,13 @@ int64_t bytes(uint64_t blocks, uint64_t blockSize) {
 StorageStats::StorageStats() = default;
 StorageStats::~StorageStats() = default;
 
-const char* StorageStats::name() const { return "StorageStats"; }
+const char* StorageStats::name() const {
+    return "StorageStats";
+}
 
-SamplePeriod StorageStats::sampleRate() const { return std::chrono::milliseconds(3600000); }
+SamplePeriod StorageStats::sampleRate() const {
+    return std::chrono::milliseconds(3600000);
+}
 
 bool StorageStats::snapshot(IClockReader& clock, bool force) {
     // The forced sample may refresh the record itself; the refresh below happens regardless.
@@ -49,9 +53,10 @@ std::optional<Notification> StorageStats::sample(IClockReader& clock) {
     const int64_t sinceSnapshotNs = difference(now, lastSnapshotNs);
     if (lastSnapshotNs != 0 && sinceSnapshotNs <= kMaxNsWithinTheHour) {
         // The first figure is whole seconds, although the message says ms.
-        logWarning("StorageStats snapshot failed since %llu ms less than %llu ms have passed "
-                      "since the last snapshot",
-                      static_cast<unsigned long long>(sinceSnapshotNs / kNsPerSec), kHourMs);
+        logWarning(
+                "StorageStats snapshot failed since %llu ms less than %llu ms have passed "
+                "since the last snapshot",
+                static_cast<unsigned long long>(sinceSnapshotNs / kNsPerSec), kHourMs);
         return std::nullopt;
     }
     if (!snapshot(clock, false)) {

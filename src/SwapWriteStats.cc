@@ -1,16 +1,20 @@
 #include "SwapWriteStats.h"
 
-#include "procfsutils/ProcFsParser.h"
 #include "ProviderSupport.h"
+#include "procfsutils/ProcFsParser.h"
 
 namespace Vistrel {
 
 SwapWriteStats::SwapWriteStats() = default;
 SwapWriteStats::~SwapWriteStats() = default;
 
-const char* SwapWriteStats::name() const { return "SwapWriteStats"; }
+const char* SwapWriteStats::name() const {
+    return "SwapWriteStats";
+}
 
-SamplePeriod SwapWriteStats::sampleRate() const { return std::chrono::milliseconds(3600000); }
+SamplePeriod SwapWriteStats::sampleRate() const {
+    return std::chrono::milliseconds(3600000);
+}
 
 std::optional<Notification> SwapWriteStats::sample(IClockReader&) {
     return Notification{"SwapHeartbeat", "1 Hour"};
@@ -32,7 +36,7 @@ bool SwapWriteStats::snapshot(IClockReader& clock, bool) {
     // arithmetic, then clamped: zram0 may account for more than pswpout.
     const auto swappedOutBytes = static_cast<uint64_t>(vmStat.pswpout) << 10;
     const auto toStorage =
-        static_cast<int64_t>(swappedOutBytes - static_cast<uint64_t>(zram.writeBytes));
+            static_cast<int64_t>(swappedOutBytes - static_cast<uint64_t>(zram.writeBytes));
     swapWriteBytes = toStorage < 0 ? 0 : toStorage;
     timestamp = clock.readTimestamp();
     return true;

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Timing.h"
+#include "ProviderSupport.h"
 #include "SharedOsServicesProperties.sysprop.h"
+#include "Timing.h"
 #include "seams/FsRoot.h"
 #include "vistrelcore/Uptime.h"
-#include "ProviderSupport.h"
 
 namespace Vistrel {
 namespace {
@@ -23,7 +23,8 @@ constexpr int32_t kDefaultIdleSecs = 300;
 constexpr int32_t kDefaultHistBucketSz = 60;
 
 constexpr const char kPressurePath[] = "/proc/pressure/memory";
-constexpr const char kIdleControlPath[] = "/sys/devices/virtual/block/zram0/calculate_idle_pg_stats";
+constexpr const char kIdleControlPath[] =
+        "/sys/devices/virtual/block/zram0/calculate_idle_pg_stats";
 constexpr const char kIdleClusterPath[] = "/sys/devices/virtual/block/zram0/idle_cluster_sz";
 constexpr const char kSimulatedBdStatPath[] = "/sys/devices/virtual/block/zram0/simulated_bd_stat";
 constexpr const char kIdleHistoPath[] = "/sys/devices/virtual/block/zram0/idlehisto";
@@ -54,9 +55,13 @@ void readSummedInto(FILE* file, uint32_t* entries, size_t count) {
 SystemMemoryStats::SystemMemoryStats() = default;
 SystemMemoryStats::~SystemMemoryStats() = default;
 
-const char* SystemMemoryStats::name() const { return "SystemMemoryStats"; }
+const char* SystemMemoryStats::name() const {
+    return "SystemMemoryStats";
+}
 
-SamplePeriod SystemMemoryStats::sampleRate() const { return std::chrono::milliseconds(300000); }
+SamplePeriod SystemMemoryStats::sampleRate() const {
+    return std::chrono::milliseconds(300000);
+}
 
 std::optional<Notification> SystemMemoryStats::sample(IClockReader& clock) {
     sampleValid = false;
@@ -89,15 +94,14 @@ void SystemMemoryStats::readPsi() {
     psiSomeAvg10 = psiSomeAvg60 = psiSomeAvg300 = kPsiUnread;
     FILE* file = openFile(kPressurePath, "r");
     if (file == nullptr) {
-        logError("Failed to open memory pressure file: %s",
-                      strerror(errno));
+        logError("Failed to open memory pressure file: %s", strerror(errno));
         return;
     }
     char kind[5];
     float avg10 = 0, avg60 = 0, avg300 = 0;
     unsigned long total = 0;
-    while (fscanf(file, "%4s avg10=%f avg60=%f avg300=%f total=%lu", kind, &avg10, &avg60,
-                  &avg300, &total) == 5) {
+    while (fscanf(file, "%4s avg10=%f avg60=%f avg300=%f total=%lu", kind, &avg10, &avg60, &avg300,
+                  &total) == 5) {
         if (strcmp(kind, "some") == 0) {
             psiSomeAvg10 = avg10;
             psiSomeAvg60 = avg60;
@@ -120,8 +124,7 @@ bool SystemMemoryStats::snapshot(IClockReader& clock, bool force) {
 
 bool SystemMemoryStats::getZramIdleMemStatsEnabled() {
     const bool enabled = props::mobile_vistrel_zram_idle_collector().value_or(false);
-    logVerbose("mobile_vistrel_zram_idle_collector returned %d",
-                  enabled ? 1 : 0);
+    logVerbose("mobile_vistrel_zram_idle_collector returned %d", enabled ? 1 : 0);
     return enabled;
 }
 
@@ -136,26 +139,23 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
 
     const int32_t idleSecs = props::mobile_vistrel_zram_idle_threshold().value_or(kDefaultIdleSecs);
     const int32_t histBucketSz =
-        props::mobile_vistrel_zram_idle_histo_bucket().value_or(kDefaultHistBucketSz);
+            props::mobile_vistrel_zram_idle_histo_bucket().value_or(kDefaultHistBucketSz);
 
     seam::PathBuffer resolved;
     struct stat controlStat {};
     if (stat(seam::path(kIdleControlPath, resolved), &controlStat) != 0) {
         const char* reason = strerror(errno);
         logVerbose("stat failed %s: %s", kIdleControlPath, reason);
-        logVerbose("zram0 histBucketSz %d idleSecs %d",
-                      histBucketSz, idleSecs);
+        logVerbose("zram0 histBucketSz %d idleSecs %d", histBucketSz, idleSecs);
         logError("fopen %s: %s", kIdleControlPath, reason);
         return &zramIdle;
     }
 
     FILE* control = openFile(kIdleControlPath, "w");
     const int openErrno = errno;
-    logVerbose("zram0 histBucketSz %d idleSecs %d",
-                  histBucketSz, idleSecs);
+    logVerbose("zram0 histBucketSz %d idleSecs %d", histBucketSz, idleSecs);
     if (control == nullptr) {
-        logError("fopen %s: %s", kIdleControlPath,
-                      strerror(openErrno));
+        logError("fopen %s: %s", kIdleControlPath, strerror(openErrno));
         return &zramIdle;
     }
     // Left buffered on purpose: the request reaches the kernel when `control` is closed after
@@ -163,8 +163,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     if (fprintf(control, "%d %d", histBucketSz, idleSecs) < 0) {
         const int writeErrno = errno;
         fclose(control);
-        logError("write %s: %s", kIdleControlPath,
-                      strerror(writeErrno));
+        logError("write %s: %s", kIdleControlPath, strerror(writeErrno));
         return &zramIdle;
     }
 
@@ -172,8 +171,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
         readSummedInto(clusters, zramIdle.idleClusterSizes, 8);
         fclose(clusters);
     } else {
-        logError("fopen %s: %s", kIdleClusterPath,
-                      strerror(errno));
+        logError("fopen %s: %s", kIdleClusterPath, strerror(errno));
     }
 
     if (FILE* bdStat = openFile(kSimulatedBdStatPath, "r")) {
@@ -183,16 +181,14 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
         }
         fclose(bdStat);
     } else {
-        logError("Failed to open %s : %s",
-                      kSimulatedBdStatPath, strerror(errno));
+        logError("Failed to open %s : %s", kSimulatedBdStatPath, strerror(errno));
     }
 
     if (FILE* histogram = openFile(kIdleHistoPath, "r")) {
         readSummedInto(histogram, zramIdle.idleHistogram, 16);
         fclose(histogram);
     } else {
-        logError("Failed to open %s : %s", kIdleHistoPath,
-                      strerror(errno));
+        logError("Failed to open %s : %s", kIdleHistoPath, strerror(errno));
     }
 
     fclose(control);

@@ -12,7 +12,9 @@ SystemStateStats::SystemStateStats(uint32_t bitsPerState, int32_t statesPerAggre
 
 SystemStateStats::~SystemStateStats() = default;
 
-const char* SystemStateStats::name() const { return "SystemStateStats"; }
+const char* SystemStateStats::name() const {
+    return "SystemStateStats";
+}
 
 SamplePeriod SystemStateStats::sampleRate() const {
     return std::chrono::milliseconds(samplePeriodMs);
@@ -68,12 +70,13 @@ std::vector<int64_t> SystemStateStats::getDonStates() {
     }
     if (usedBits != 0) words.push_back(static_cast<int64_t>(word));
     for (const int64_t w : words) {
-        logInfo("SystemStateStats::getDonStates: %lx",
-                      static_cast<unsigned long>(w));
+        logInfo("SystemStateStats::getDonStates: %lx", static_cast<unsigned long>(w));
     }
     return words;
 }
 
-int64_t SystemStateStats::getEventStartTime() { return eventStartNs / 1000000; }
+int64_t SystemStateStats::getEventStartTime() {
+    return eventStartNs / 1000000;
+}
 
 }  // namespace Vistrel

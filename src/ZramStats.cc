@@ -1,16 +1,20 @@
 #include "ZramStats.h"
 
-#include "procfsutils/ProcFsParser.h"
 #include "ProviderSupport.h"
+#include "procfsutils/ProcFsParser.h"
 
 namespace Vistrel {
 
 ZramStats::ZramStats() = default;
 ZramStats::~ZramStats() = default;
 
-const char* ZramStats::name() const { return "ZramStats"; }
+const char* ZramStats::name() const {
+    return "ZramStats";
+}
 
-SamplePeriod ZramStats::sampleRate() const { return std::chrono::milliseconds(900000); }
+SamplePeriod ZramStats::sampleRate() const {
+    return std::chrono::milliseconds(900000);
+}
 
 std::optional<Notification> ZramStats::sample(IClockReader&) {
     return Notification{"ZramHeartbeat", "15 minutes"};

@@ -6,7 +6,8 @@ namespace xrlogger {
 namespace {
 
 constexpr int kPriorityBySeverity[] = {
-    ANDROID_LOG_VERBOSE, ANDROID_LOG_INFO, ANDROID_LOG_WARN, ANDROID_LOG_ERROR, ANDROID_LOG_FATAL,
+        ANDROID_LOG_VERBOSE, ANDROID_LOG_INFO,  ANDROID_LOG_WARN,
+        ANDROID_LOG_ERROR,   ANDROID_LOG_FATAL,
 };
 constexpr uint32_t kLastSeverity = sizeof(kPriorityBySeverity) / sizeof(kPriorityBySeverity[0]) - 1;
 

@@ -21,7 +21,7 @@ inline constexpr const char kTag[] = "Vistrel";
 
 // printf-style; returns the Android log call's result (nobody looks at it).
 int Log(LoggingSeverity severity, const char* tag, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
+        __attribute__((format(printf, 3, 4)));
 
 struct LogWriter {
     // Note: the Android debug priority (3) is never produced through this facade.

@@ -23,7 +23,8 @@ namespace memfuzz {
 inline std::vector<std::string_view> split(const uint8_t* data, size_t size) {
     std::vector<std::string_view> parts;
     std::string_view rest(reinterpret_cast<const char*>(data), size);
-    for (size_t cut; (cut = rest.find('\x01')) != std::string_view::npos; rest.remove_prefix(cut + 1)) {
+    for (size_t cut; (cut = rest.find('\x01')) != std::string_view::npos;
+         rest.remove_prefix(cut + 1)) {
         parts.push_back(rest.substr(0, cut));
     }
     parts.push_back(rest);
@@ -56,7 +57,8 @@ public:
         }
     }
     // Writes part `i` of `parts` to the device path, or removes the file when there is none.
-    void put(const std::string& devicePath, const std::vector<std::string_view>& parts, size_t i) const {
+    void put(const std::string& devicePath, const std::vector<std::string_view>& parts,
+             size_t i) const {
         put(devicePath, i < parts.size() ? &parts[i] : nullptr);
     }
 

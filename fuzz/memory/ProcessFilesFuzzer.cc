@@ -15,14 +15,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Vistrel::ProcessMemoryStats stats;
     const std::optional<std::string> name = stats.getProcessName(42);
     // argv[0]: non-empty, without blanks or NULs, from the first 256 bytes.
-    if (name && (name->empty() || name->size() > 256 || name->find_first_of(std::string(" \0", 2)) != std::string::npos)) {
+    if (name && (name->empty() || name->size() > 256 ||
+                 name->find_first_of(std::string(" \0", 2)) != std::string::npos)) {
         abort();
     }
     Vistrel::ProcessMemorySnapshot snapshot;
     snapshot.oomScoreAdj = 12345;
-    if (!stats.getOomScoreAdj(42, snapshot) && snapshot.oomScoreAdj != 12345) abort();  // untouched on failure
+    if (!stats.getOomScoreAdj(42, snapshot) && snapshot.oomScoreAdj != 12345)
+        abort();  // untouched on failure
     if (stats.getProcessTimeStat(42, snapshot) != snapshot.timeStatsValid) abort();
-    if (snapshot.startTimeSec < 0 || snapshot.userTimeSec < 0 || snapshot.systemTimeSec < 0) abort();
+    if (snapshot.startTimeSec < 0 || snapshot.userTimeSec < 0 || snapshot.systemTimeSec < 0)
+        abort();
     logcapture::clear();
     return 0;
 }

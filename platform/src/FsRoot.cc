@@ -45,8 +45,12 @@ const char* path(const char* absolutePath, PathBuffer& buf) {
 
 namespace hostplatform {
 
-void setFsRoot(const std::string& root) { storeRoot(root.c_str()); }
+void setFsRoot(const std::string& root) {
+    storeRoot(root.c_str());
+}
 
-std::string fsRoot() { return std::string(g_root, g_rootLength); }
+std::string fsRoot() {
+    return std::string(g_root, g_rootLength);
+}
 
 }  // namespace hostplatform

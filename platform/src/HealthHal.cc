@@ -53,7 +53,9 @@ Return<void> IHealth::interfaceChain(interfaceChain_cb _hidl_cb) {
     return chain(_hidl_cb, {descriptor, IBase::descriptor});
 }
 
-Return<sp<IHealth>> IHealth::castFrom(const sp<IHealth>& parent, bool) { return parent; }
+Return<sp<IHealth>> IHealth::castFrom(const sp<IHealth>& parent, bool) {
+    return parent;
+}
 
 Return<sp<IHealth>> IHealth::castFrom(const sp<IBase>& parent, bool) {
     return checkedCast<IHealth>(parent);
@@ -84,7 +86,7 @@ Return<void> IHealthInfoCallback::interfaceChain(interfaceChain_cb _hidl_cb) {
 }
 
 Return<sp<IHealthInfoCallback>> IHealthInfoCallback::castFrom(
-    const sp<V2_0::IHealthInfoCallback>& parent, bool) {
+        const sp<V2_0::IHealthInfoCallback>& parent, bool) {
     return checkedCast<IHealthInfoCallback>(parent);
 }
 
@@ -92,7 +94,9 @@ Return<void> IHealth::interfaceChain(interfaceChain_cb _hidl_cb) {
     return chain(_hidl_cb, {descriptor, V2_0::IHealth::descriptor, IBase::descriptor});
 }
 
-Return<sp<IHealth>> IHealth::castFrom(const sp<IHealth>& parent, bool) { return parent; }
+Return<sp<IHealth>> IHealth::castFrom(const sp<IHealth>& parent, bool) {
+    return parent;
+}
 
 Return<sp<IHealth>> IHealth::castFrom(const sp<V2_0::IHealth>& parent, bool) {
     return checkedCast<IHealth>(parent);

@@ -23,7 +23,9 @@ Return<void> IBase::interfaceChain(interfaceChain_cb _hidl_cb) {
     return Void();
 }
 
-Return<void> IBase::debug(const hidl_handle&, const hidl_vec<hidl_string>&) { return Void(); }
+Return<void> IBase::debug(const hidl_handle&, const hidl_vec<hidl_string>&) {
+    return Void();
+}
 
 Return<void> IBase::interfaceDescriptor(interfaceDescriptor_cb _hidl_cb) {
     // The most-derived descriptor is the first entry of the chain.
@@ -43,14 +45,18 @@ Return<void> IBase::getHashChain(getHashChain_cb _hidl_cb) {
     return Void();
 }
 
-Return<void> IBase::setHALInstrumentation() { return Void(); }
+Return<void> IBase::setHALInstrumentation() {
+    return Void();
+}
 
 Return<bool> IBase::linkToDeath(const sp<::android::hardware::hidl_death_recipient>& recipient,
                                 uint64_t) {
     return recipient != nullptr;
 }
 
-Return<void> IBase::ping() { return Void(); }
+Return<void> IBase::ping() {
+    return Void();
+}
 
 Return<void> IBase::getDebugInfo(getDebugInfo_cb _hidl_cb) {
     DebugInfo info{};
@@ -71,7 +77,9 @@ Return<bool> IBase::unlinkToDeath(const sp<::android::hardware::hidl_death_recip
     return recipient != nullptr;
 }
 
-Return<sp<IBase>> IBase::castFrom(const sp<IBase>& parent, bool) { return parent; }
+Return<sp<IBase>> IBase::castFrom(const sp<IBase>& parent, bool) {
+    return parent;
+}
 
 }  // namespace V1_0
 }  // namespace base

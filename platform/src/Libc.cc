@@ -20,15 +20,23 @@ int clock_gettime(clockid_t clock, struct timespec* out) {
     return g_clockGettime ? g_clockGettime(clock, out) : ::clock_gettime(clock, out);
 }
 
-long sysconf(int name) { return g_sysconf ? g_sysconf(name) : ::sysconf(name); }
+long sysconf(int name) {
+    return g_sysconf ? g_sysconf(name) : ::sysconf(name);
+}
 
 }  // namespace seam
 
 namespace hostplatform {
 
-void setStatvfs(StatvfsFn fn) { g_statvfs = std::move(fn); }
-void setClockGettime(ClockGettimeFn fn) { g_clockGettime = std::move(fn); }
-void setSysconf(SysconfFn fn) { g_sysconf = std::move(fn); }
+void setStatvfs(StatvfsFn fn) {
+    g_statvfs = std::move(fn);
+}
+void setClockGettime(ClockGettimeFn fn) {
+    g_clockGettime = std::move(fn);
+}
+void setSysconf(SysconfFn fn) {
+    g_sysconf = std::move(fn);
+}
 
 void resetLibc() {
     g_statvfs = nullptr;

@@ -29,6 +29,8 @@ void setMemoryFootprintSource(MemoryFootprintFn fn) {
     g_source = std::move(source);
 }
 
-void resetMemoryFootprintSource() { setMemoryFootprintSource(nullptr); }
+void resetMemoryFootprintSource() {
+    setMemoryFootprintSource(nullptr);
+}
 
 }  // namespace hostplatform

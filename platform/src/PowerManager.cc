@@ -18,7 +18,9 @@ void setInteractiveSource(std::function<bool()> source) {
     g_interactiveSource = std::move(source);
 }
 
-void resetInteractiveSource() { setInteractiveSource(nullptr); }
+void resetInteractiveSource() {
+    setInteractiveSource(nullptr);
+}
 
 }  // namespace hostplatform
 

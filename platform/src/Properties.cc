@@ -4,13 +4,13 @@
 // otherwise decimal, whole text, range-checked, no sign for unsigned types).
 #include "SharedOsServicesProperties.sysprop.h"
 
+#include <strings.h>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
 #include <map>
 #include <mutex>
-#include <strings.h>
 
 #include "hostplatform/Properties.h"
 
@@ -53,12 +53,12 @@ enum class Type { Bool, Int32, UInt32 };
 
 const std::map<std::string, Type>& propertyTypes() {
     static const std::map<std::string, Type> types = {
-        {"vistrel_instruction_sampler_sampling_period_us", Type::UInt32},
-        {"mobile_vistrel_zram_idle_collector", Type::Bool},
-        {"mobile_vistrel_zram_idle_threshold", Type::Int32},
-        {"mobile_vistrel_zram_idle_histo_bucket", Type::Int32},
-        {"mobile_vistrel_memory_extended_collector", Type::Bool},
-        {"enable_fg_apps_cpu_events", Type::Bool},
+            {"vistrel_instruction_sampler_sampling_period_us", Type::UInt32},
+            {"mobile_vistrel_zram_idle_collector", Type::Bool},
+            {"mobile_vistrel_zram_idle_threshold", Type::Int32},
+            {"mobile_vistrel_zram_idle_histo_bucket", Type::Int32},
+            {"mobile_vistrel_memory_extended_collector", Type::Bool},
+            {"enable_fg_apps_cpu_events", Type::Bool},
     };
     return types;
 }
@@ -100,15 +100,21 @@ std::optional<std::string> checkProperty(const std::string& name, const std::str
     if (it == propertyTypes().end()) return "unknown property '" + name + "'";
     bool ok = false;
     switch (it->second) {
-        case Type::Bool: ok = parseBool(value).has_value(); break;
-        case Type::Int32: ok = parseInteger<int32_t>(value).has_value(); break;
-        case Type::UInt32: ok = parseInteger<uint32_t>(value).has_value(); break;
+        case Type::Bool:
+            ok = parseBool(value).has_value();
+            break;
+        case Type::Int32:
+            ok = parseInteger<int32_t>(value).has_value();
+            break;
+        case Type::UInt32:
+            ok = parseInteger<uint32_t>(value).has_value();
+            break;
     }
     if (ok) return std::nullopt;
     static const char* const kTypeNames[] = {"a boolean (true/false/1/0)", "a 32-bit integer",
                                              "an unsigned 32-bit integer"};
-    return "property '" + name + "' needs " + kTypeNames[static_cast<int>(it->second)] +
-           ", not '" + value + "'";
+    return "property '" + name + "' needs " + kTypeNames[static_cast<int>(it->second)] + ", not '" +
+           value + "'";
 }
 
 }  // namespace hostplatform
@@ -130,6 +136,8 @@ std::optional<std::int32_t> mobile_vistrel_zram_idle_histo_bucket() {
 std::optional<bool> mobile_vistrel_memory_extended_collector() {
     return readBool("mobile_vistrel_memory_extended_collector");
 }
-std::optional<bool> enable_fg_apps_cpu_events() { return readBool("enable_fg_apps_cpu_events"); }
+std::optional<bool> enable_fg_apps_cpu_events() {
+    return readBool("enable_fg_apps_cpu_events");
+}
 
 }  // namespace halden::sysprop::SharedOsServicesProperties

@@ -2,4 +2,6 @@
 
 #include <utils/SystemClock.h>
 
-extern "C" int64_t android_uptimeMillis() { return android::uptimeMillis(); }
+extern "C" int64_t android_uptimeMillis() {
+    return android::uptimeMillis();
+}

@@ -58,8 +58,8 @@ std::vector<std::string> packOneBit(const std::vector<bool>& states) {
 
 TEST(HostEndToEnd, SimulatedRunDeliversDonStateBatchesOnTheirCadence) {
     const HostRun run = runHost(
-        "--simulate 3h --json --providers SystemStateStats --don-states 60 --don-period 1m "
-        "--interactive '40m on, 20m off'");
+            "--simulate 3h --json --providers SystemStateStats --don-states 60 --don-period 1m "
+            "--interactive '40m on, 20m off'");
     ASSERT_EQ(run.status, 0) << run.output;
     const auto lines = jsonLines(run.output);
 
@@ -74,15 +74,16 @@ TEST(HostEndToEnd, SimulatedRunDeliversDonStateBatchesOnTheirCadence) {
             notifiedAt.push_back(line["t_ns"]);
         } else if (event == "fetch") {
             fetches.push_back(line);
-        } else if (event == "host-event" && line["name"].get<std::string>().rfind("Screen", 0) == 0) {
+        } else if (event == "host-event" &&
+                   line["name"].get<std::string>().rfind("Screen", 0) == 0) {
             hostEvents.push_back(line["name"]);  // the screen events; chargers also raise events
         } else if (event == "log" && line["source"] == "Vistrel") {
             loggedWords.push_back(line["text"]);
         }
     }
     EXPECT_EQ(notifiedAt, (std::vector<int64_t>{60 * kMinuteNs, 120 * kMinuteNs, 180 * kMinuteNs}));
-    EXPECT_EQ(hostEvents, (std::vector<std::string>{"ScreenOff", "ScreenOn", "ScreenOff", "ScreenOn",
-                                                    "ScreenOff", "ScreenOn"}));
+    EXPECT_EQ(hostEvents, (std::vector<std::string>{"ScreenOff", "ScreenOn", "ScreenOff",
+                                                    "ScreenOn", "ScreenOff", "ScreenOn"}));
 
     // Samples fall at minutes 1..60 of each batch; the headset is interactive in minutes 0..39
     // of every hour, so every batch is minutes 1..39 on, 40..59 off, then minute 60 on.
@@ -94,14 +95,18 @@ TEST(HostEndToEnd, SimulatedRunDeliversDonStateBatchesOnTheirCadence) {
         EXPECT_EQ(fetches[batch]["donStates"].get<std::vector<std::string>>(), expected);
         EXPECT_EQ(fetches[batch]["eventStartMs"], static_cast<int64_t>(batch * 60 + 1) * 60000);
     }
-    EXPECT_THAT(loggedWords, ::testing::Contains("SystemStateStats::getDonStates: " + expected[0].substr(2)));
+    EXPECT_THAT(loggedWords,
+                ::testing::Contains("SystemStateStats::getDonStates: " + expected[0].substr(2)));
 }
 
 TEST(HostEndToEnd, ReadableTimelineByDefault) {
     const HostRun run = runHost("--simulate 1h --providers SystemStateStats");
     ASSERT_EQ(run.status, 0) << run.output;
-    EXPECT_THAT(run.output, ::testing::HasSubstr("notification  name=SystemStateStats detail=AggregatedDonStates"));
-    EXPECT_THAT(run.output, ::testing::HasSubstr("eventStartMs=60000 donStates=[0xffffffff, 0x800007f]"));
+    EXPECT_THAT(
+            run.output,
+            ::testing::HasSubstr("notification  name=SystemStateStats detail=AggregatedDonStates"));
+    EXPECT_THAT(run.output,
+                ::testing::HasSubstr("eventStartMs=60000 donStates=[0xffffffff, 0x800007f]"));
 }
 
 TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
@@ -113,7 +118,8 @@ TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
         if (event == "notification") ++notifications[line["name"].get<std::string>()];
         if (event == "record") ++records[line["source"].get<std::string>()];
         if (event == "host-event") ++hostEvents[line["name"].get<std::string>()];
-        if (event == "log" && line["text"].get<std::string>().rfind("BatteryStatsStates::", 0) == 0) {
+        if (event == "log" &&
+            line["text"].get<std::string>().rfind("BatteryStatsStates::", 0) == 0) {
             ++actions[line["text"].get<std::string>()];
         }
     }
@@ -137,14 +143,15 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
         const char* arguments;
         const char* message;
     } cases[] = {
-        {"--frobnicate", "--frobnicate"},
-        {"--simulate 2 hours", "hours"},
-        {"--simulate 2x", "bad duration '2x'"},
-        {"--prop no_such_property=1", "unknown property 'no_such_property'"},
-        {"--prop mobile_vistrel_zram_idle_collector=perhaps", "mobile_vistrel_zram_idle_collector"},
-        {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
-        {"--simulate 1h --real 1s", "excludes"},
-        {"--data-total 12Q", "bad byte count '12Q'"},
+            {"--frobnicate", "--frobnicate"},
+            {"--simulate 2 hours", "hours"},
+            {"--simulate 2x", "bad duration '2x'"},
+            {"--prop no_such_property=1", "unknown property 'no_such_property'"},
+            {"--prop mobile_vistrel_zram_idle_collector=perhaps",
+             "mobile_vistrel_zram_idle_collector"},
+            {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
+            {"--simulate 1h --real 1s", "excludes"},
+            {"--data-total 12Q", "bad byte count '12Q'"},
     };
     for (const auto& c : cases) {
         const HostRun run = runHost(c.arguments);
@@ -158,13 +165,15 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
 const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
 
 TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
-    const HostRun run = runHost("--simulate 3h --json --snapshot-every 1h --root " + kData + "memstorage/device" +
-                                " --providers SystemMemoryStats,ZramStats,SwapWriteStats,StorageStats");
+    const HostRun run = runHost(
+            "--simulate 3h --json --snapshot-every 1h --root " + kData + "memstorage/device" +
+            " --providers SystemMemoryStats,ZramStats,SwapWriteStats,StorageStats");
     ASSERT_EQ(run.status, 0) << run.output;
     std::map<std::string, std::vector<int64_t>> heartbeats;
     std::map<std::string, json> last;
     for (const auto& line : jsonLines(run.output)) {
-        if (line["event"] == "notification") heartbeats[line["name"]].push_back(line["t_ns"].get<int64_t>() / kMinuteNs);
+        if (line["event"] == "notification")
+            heartbeats[line["name"]].push_back(line["t_ns"].get<int64_t>() / kMinuteNs);
         if (line["event"] == "record") last[line["source"]] = line;
         EXPECT_NE(line["event"], "log") << line.dump();
     }
@@ -176,7 +185,8 @@ TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
     EXPECT_EQ(heartbeats["SystemMemoryInfo"], every(5, 36));
     EXPECT_EQ(heartbeats["ZramHeartbeat"], every(15, 12));
     EXPECT_EQ(heartbeats["SwapHeartbeat"], every(60, 3));
-    EXPECT_EQ(heartbeats["StorageHeartbeat"], every(60, 3)) << "an hourly host snapshot still lets it through";
+    EXPECT_EQ(heartbeats["StorageHeartbeat"], every(60, 3))
+            << "an hourly host snapshot still lets it through";
     EXPECT_EQ(last["SystemMemoryStats"]["memUsedKb"], 5804656 - 2103340);
     EXPECT_EQ(last["ZramStats"]["column10"], 77);
     EXPECT_EQ(last["SwapWriteStats"]["swapWriteBytes"], 256000000);
@@ -184,16 +194,20 @@ TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
 }
 
 TEST(HostEndToEnd, SetDataFiguresRaiseLowStorage) {
-    const HostRun low = runHost("--simulate 1h --json --providers StorageStats --data-total 64G --data-available 3G");
+    const HostRun low = runHost(
+            "--simulate 1h --json --providers StorageStats --data-total 64G --data-available 3G");
     ASSERT_EQ(low.status, 0) << low.output;
-    EXPECT_THAT(low.output, ::testing::HasSubstr(R"("name":"LowStorage","detail":"Equal to or larger than 90% Disk Usage")"));
+    EXPECT_THAT(low.output,
+                ::testing::HasSubstr(
+                        R"("name":"LowStorage","detail":"Equal to or larger than 90% Disk Usage")"));
 }
 
 // Process memory on its fixture tree with the simulated memtrack: pid 400 gets the HAL's error
 // (-1), pid 401 gets 512 KiB; each scan reports both.
 TEST(HostEndToEnd, ProcessMemoryRecordsAndEveryOverBudgetReport) {
-    const HostRun run = runHost("--simulate 31m --json --snapshot-every 15m --providers ProcessMemoryStats --root " +
-                                kData + "processmemory --prop mobile_vistrel_memory_extended_collector=true");
+    const HostRun run = runHost(
+            "--simulate 31m --json --snapshot-every 15m --providers ProcessMemoryStats --root " +
+            kData + "processmemory --prop mobile_vistrel_memory_extended_collector=true");
     ASSERT_EQ(run.status, 0) << run.output;
     std::vector<json> records;
     std::vector<std::vector<std::string>> reports;
@@ -206,10 +220,12 @@ TEST(HostEndToEnd, ProcessMemoryRecordsAndEveryOverBudgetReport) {
     EXPECT_EQ(records[0]["processNames"], 9);
     EXPECT_EQ(records[0]["topByRss"][2]["name"], "/data/local/my");
     EXPECT_EQ(records[0]["topByRss"][2]["vmRssKb"], 5000);
-    const std::vector<std::string> over = {"threshold_current_value:10240", "includes_memtrack:false",
+    const std::vector<std::string> over = {"threshold_current_value:10240",
+                                           "includes_memtrack:false",
                                            "rss_anon_plus_swap_kib:10240", "memtrack_pss_kib:-1",
                                            "threshold_units:RSS_anon_plus_swap_KB"};
-    const std::vector<std::string> under = {"threshold_current_value:10751", "includes_memtrack:true",
+    const std::vector<std::string> under = {"threshold_current_value:10751",
+                                            "includes_memtrack:true",
                                             "rss_anon_plus_swap_kib:10239", "memtrack_pss_kib:512",
                                             "threshold_units:RSS_anon_plus_swap_plus_memtrack_KB"};
     EXPECT_THAT(reports, ::testing::UnorderedElementsAre(over, under, over, under));

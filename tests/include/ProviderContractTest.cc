@@ -22,8 +22,8 @@ TEST(ProviderContract, BaseBehaviours) {
     MinimalProvider p;
     testing_support::FakeClock clock;
     bool routed = false;
-    EXPECT_TRUE(p.acquireResources([&](const std::string&, const std::string&, bool) { routed = true; },
-                                   clock));
+    EXPECT_TRUE(p.acquireResources(
+            [&](const std::string&, const std::string&, bool) { routed = true; }, clock));
     EXPECT_FALSE(p.sample(clock).has_value());
     EXPECT_FALSE(p.sampleRate().has_value());
     p.notify("PowerConnected", "", clock);

@@ -45,11 +45,11 @@ TEST(HidlReturnDeathTest, AnUncheckedFailureAbortsButAnUncheckedSuccessDoesNot) 
     EXPECT_DEATH({ Return<void> r = Status::fromStatusT(android::DEAD_OBJECT); },
                  "Failed HIDL return status not checked");
     EXPECT_DEATH(
-        {
-            Return<bool> r = Status::fromExceptionCode(Status::EX_SECURITY, "nope");
-            static_cast<void>(static_cast<bool>(r));
-        },
-        "Attempted to retrieve value from failed HIDL call: Status\\(EX_SECURITY\\): 'nope'");
+            {
+                Return<bool> r = Status::fromExceptionCode(Status::EX_SECURITY, "nope");
+                static_cast<void>(static_cast<bool>(r));
+            },
+            "Attempted to retrieve value from failed HIDL call: Status\\(EX_SECURITY\\): 'nope'");
     { Return<void> unchecked = android::hardware::Void(); }
 }
 

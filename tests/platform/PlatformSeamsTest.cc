@@ -53,9 +53,9 @@ TEST(FsRoot, ReadsTheEnvironmentWhenThePlatformLoads) {
     const std::string out = ::testing::TempDir() + "fsroot_probe.txt";
     char self[PATH_MAX] = {};
     ASSERT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
-    const std::string command = "VISTREL_FSROOT_PROBE=" + out + " VISTREL_FS_ROOT=/captured " +
-                                std::string(self) +
-                                " --gtest_filter=FsRoot.ReadsTheEnvironmentWhenThePlatformLoads >/dev/null";
+    const std::string command =
+            "VISTREL_FSROOT_PROBE=" + out + " VISTREL_FS_ROOT=/captured " + std::string(self) +
+            " --gtest_filter=FsRoot.ReadsTheEnvironmentWhenThePlatformLoads >/dev/null";
     ASSERT_EQ(system(command.c_str()), 0) << command;
     std::string seen;
     std::getline(std::ifstream(out), seen);
@@ -91,13 +91,17 @@ TEST(LibcSeam, SubstitutesAndRestores) {
 
 // Each accessor's reading of a raw text, rendered as text ("" for an empty optional).
 std::string readAs(const std::string& name) {
-    const auto show = [](const auto& value) { return value ? std::to_string(*value) : std::string(); };
+    const auto show = [](const auto& value) {
+        return value ? std::to_string(*value) : std::string();
+    };
     if (name == "enable_fg_apps_cpu_events") return show(props::enable_fg_apps_cpu_events());
-    if (name == "mobile_vistrel_zram_idle_collector") return show(props::mobile_vistrel_zram_idle_collector());
+    if (name == "mobile_vistrel_zram_idle_collector")
+        return show(props::mobile_vistrel_zram_idle_collector());
     if (name == "mobile_vistrel_memory_extended_collector") {
         return show(props::mobile_vistrel_memory_extended_collector());
     }
-    if (name == "mobile_vistrel_zram_idle_threshold") return show(props::mobile_vistrel_zram_idle_threshold());
+    if (name == "mobile_vistrel_zram_idle_threshold")
+        return show(props::mobile_vistrel_zram_idle_threshold());
     if (name == "mobile_vistrel_zram_idle_histo_bucket") {
         return show(props::mobile_vistrel_zram_idle_histo_bucket());
     }
@@ -110,19 +114,19 @@ TEST(Properties, ParseAsTheGeneratedAccessorsDoAndReadBadTextAsEmpty) {
         const char* text;  // nullptr: unset
         const char* read;
     } cases[] = {
-        {"mobile_vistrel_zram_idle_collector", nullptr, ""},
-        {"mobile_vistrel_zram_idle_collector", "", ""},
-        {"mobile_vistrel_zram_idle_collector", "yes", ""},
-        {"enable_fg_apps_cpu_events", "TRUE", "1"},
-        {"mobile_vistrel_memory_extended_collector", "0", "0"},
-        {"mobile_vistrel_zram_idle_threshold", "-300", "-300"},
-        {"mobile_vistrel_zram_idle_threshold", "12abc", ""},
-        {"mobile_vistrel_zram_idle_histo_bucket", "0x10", "16"},
-        {"mobile_vistrel_zram_idle_histo_bucket", "010", "10"},  // decimal, not octal
-        {"mobile_vistrel_zram_idle_histo_bucket", "-0x10", ""},  // hex only after a bare 0x
-        {"mobile_vistrel_zram_idle_histo_bucket", "2147483648", ""},
-        {"vistrel_instruction_sampler_sampling_period_us", "4294967295", "4294967295"},
-        {"vistrel_instruction_sampler_sampling_period_us", "-5", ""},
+            {"mobile_vistrel_zram_idle_collector", nullptr, ""},
+            {"mobile_vistrel_zram_idle_collector", "", ""},
+            {"mobile_vistrel_zram_idle_collector", "yes", ""},
+            {"enable_fg_apps_cpu_events", "TRUE", "1"},
+            {"mobile_vistrel_memory_extended_collector", "0", "0"},
+            {"mobile_vistrel_zram_idle_threshold", "-300", "-300"},
+            {"mobile_vistrel_zram_idle_threshold", "12abc", ""},
+            {"mobile_vistrel_zram_idle_histo_bucket", "0x10", "16"},
+            {"mobile_vistrel_zram_idle_histo_bucket", "010", "10"},  // decimal, not octal
+            {"mobile_vistrel_zram_idle_histo_bucket", "-0x10", ""},  // hex only after a bare 0x
+            {"mobile_vistrel_zram_idle_histo_bucket", "2147483648", ""},
+            {"vistrel_instruction_sampler_sampling_period_us", "4294967295", "4294967295"},
+            {"vistrel_instruction_sampler_sampling_period_us", "-5", ""},
     };
     for (const auto& c : cases) {
         hostplatform::clearProperties();

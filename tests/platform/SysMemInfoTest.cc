@@ -27,7 +27,8 @@ TEST(SysMemInfo, ReadsTagsThroughTheFileSystemRootAndLeavesMissingOnesAlone) {
     const std::string_view tags[] = {SysMemInfo::kMemAvailable, SysMemInfo::kMemTotal};
     uint64_t out[] = {7, 7};
     ASSERT_TRUE(old.ReadMemInfo(2, tags, out));
-    EXPECT_EQ(std::vector<uint64_t>(out, out + 2), (std::vector<uint64_t>{7, 5804656})) << "the missing one untouched";
+    EXPECT_EQ(std::vector<uint64_t>(out, out + 2), (std::vector<uint64_t>{7, 5804656}))
+            << "the missing one untouched";
 }
 
 TEST(SysMemInfo, FailsOnAMissingFileOrBadNumberAndReadsOnly4095Bytes) {

@@ -26,8 +26,12 @@ void* operator new(size_t size) {
     if (void* p = malloc(size == 0 ? 1 : size)) return p;
     throw std::bad_alloc();
 }
-void operator delete(void* p) noexcept { free(p); }
-void operator delete(void* p, size_t) noexcept { free(p); }
+void operator delete(void* p) noexcept {
+    free(p);
+}
+void operator delete(void* p, size_t) noexcept {
+    free(p);
+}
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define VISTREL_COUNTS_MALLOC 0
@@ -64,7 +68,8 @@ long allocationsDuring(Call&& call) {
 }
 
 TEST(ProcFsAllocations, NoneAfterConstruction) {
-    ASSERT_GT(allocationsDuring([] { ProcFsParser parser; }), 0) << "the counter must see the buffer";
+    ASSERT_GT(allocationsDuring([] { ProcFsParser parser; }), 0)
+            << "the counter must see the buffer";
 
     ProcFsParser parser;  // scans this machine's /proc, the other files from the device tree
     int pid = 0;
@@ -84,7 +89,8 @@ TEST(ProcFsAllocations, NoneAfterConstruction) {
                   for (int round = 0; round < 3; ++round) {
                       hostplatform::setFsRoot(machine);
                       parser.reset();
-                      while (parser.getNextPid(&pid)) processes += parser.getProcessStatusData(pid, &status);
+                      while (parser.getNextPid(&pid))
+                          processes += parser.getProcessStatusData(pid, &status);
                       ok &= !parser.getProcessStatusData(-1, &status);
                       hostplatform::setFsRoot(deviceTree);
                       ok &= parser.getProcessStatusData(4321, &status);

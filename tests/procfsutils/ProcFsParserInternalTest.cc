@@ -16,7 +16,9 @@ ProcessStatusData status(const std::string& text) {
     parseProcessStatusData(text.data(), static_cast<int>(text.size()), &out);
     return out;
 }
-uint64_t bytes(const std::string& s) { return getByteCount(s.data(), 0, static_cast<int>(s.size())); }
+uint64_t bytes(const std::string& s) {
+    return getByteCount(s.data(), 0, static_cast<int>(s.size()));
+}
 std::string trimmed(const std::string& s, int bufSize) {
     std::string buf(static_cast<size_t>(bufSize), '#');
     getString(s.data(), 0, static_cast<int>(s.size()), buf.data(), bufSize);
@@ -102,17 +104,17 @@ struct Wide {
 
 TEST(ProcFsParse, OtherTypesWrongSizesAndUnknownTypes) {
     const DataFileField fields[] = {
-        {"bytes", offsetof(Wide, byteCount), 8, ByteCount},
-        {"kb64", offsetof(Wide, kiloBytes64), 8, KiloBytes64},
-        {"wrong", offsetof(Wide, wrongSize), 4, UInt64},
-        {"wrongkb", offsetof(Wide, wrongSize), 8, KiloBytes32},
-        {"text", offsetof(Wide, text), sizeof(Wide::text), String},
-        {"letter", offsetof(Wide, letter), 99, Char},
-        {"unknown", offsetof(Wide, unknown), 4, 7},
+            {"bytes", offsetof(Wide, byteCount), 8, ByteCount},
+            {"kb64", offsetof(Wide, kiloBytes64), 8, KiloBytes64},
+            {"wrong", offsetof(Wide, wrongSize), 4, UInt64},
+            {"wrongkb", offsetof(Wide, wrongSize), 8, KiloBytes32},
+            {"text", offsetof(Wide, text), sizeof(Wide::text), String},
+            {"letter", offsetof(Wide, letter), 99, Char},
+            {"unknown", offsetof(Wide, unknown), 4, 7},
     };
     const std::string text =
-        "bytes 3 kB\nkb64 18446744073709551615\nwrong 5\nwrongkb 9 kB\ntext  long text  \n"
-        "letter  xyz\nunknown 4\n";
+            "bytes 3 kB\nkb64 18446744073709551615\nwrong 5\nwrongkb 9 kB\ntext  long text  \n"
+            "letter  xyz\nunknown 4\n";
     Wide out{};
     parse(text.data(), static_cast<int>(text.size()), fields, 7, &out);
     EXPECT_EQ(out.byteCount, 3072u);
@@ -135,7 +137,8 @@ TEST(ProcFsParse, VmStatAndFixedColumnFiles) {
 
     BlockDeviceStatData block;
     EXPECT_EQ(parseBlockDeviceStatData("1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17\n", &block), 15);
-    const int64_t converted[15] = {1, 2, 3 * 512, 4, 5, 6, 7 * 512, 8, 9, 10, 11, 12, 13, 14 * 512, 15};
+    const int64_t converted[15] = {1, 2,  3 * 512, 4,  5,  6,        7 * 512, 8,
+                                   9, 10, 11,      12, 13, 14 * 512, 15};
     EXPECT_EQ(memcmp(&block, converted, sizeof block), 0);
     EXPECT_EQ(parseBlockDeviceStatData("1 2 3 4 5 6 7 8 9 10 11\n", &block), 11);
     EXPECT_EQ(block.readIos, 0);

@@ -61,15 +61,29 @@ std::vector<int> allPids(ProcFsParser& parser) {
 // A strict reading of a well-formed status file: exact keys, every number as the kernel wrote it.
 void referenceStatus(const std::string& file, ProcessStatusData* out) {
     memset(out, 0, sizeof *out);
-    const std::map<std::string, void*> fields = {
-        {"Tgid", &out->tgid}, {"Ngid", &out->ngid}, {"Pid", &out->pid}, {"PPid", &out->ppid},
-        {"TracerPid", &out->tracerPid}, {"FDSize", &out->fdSize}, {"VmPeak", &out->vmPeak},
-        {"VmSize", &out->vmSize}, {"VmLck", &out->vmLck}, {"VmPin", &out->vmPin},
-        {"VmHWM", &out->vmHwm}, {"VmRSS", &out->vmRss}, {"RssAnon", &out->rssAnon},
-        {"RssFile", &out->rssFile}, {"RssShmem", &out->rssShmem}, {"VmData", &out->vmData},
-        {"VmStk", &out->vmStk}, {"VmExe", &out->vmExe}, {"VmLib", &out->vmLib},
-        {"VmPTE", &out->vmPte}, {"VmSwap", &out->vmSwap}, {"HugetlbPages", &out->hugetlbPages},
-        {"Threads", &out->threads}};
+    const std::map<std::string, void*> fields = {{"Tgid", &out->tgid},
+                                                 {"Ngid", &out->ngid},
+                                                 {"Pid", &out->pid},
+                                                 {"PPid", &out->ppid},
+                                                 {"TracerPid", &out->tracerPid},
+                                                 {"FDSize", &out->fdSize},
+                                                 {"VmPeak", &out->vmPeak},
+                                                 {"VmSize", &out->vmSize},
+                                                 {"VmLck", &out->vmLck},
+                                                 {"VmPin", &out->vmPin},
+                                                 {"VmHWM", &out->vmHwm},
+                                                 {"VmRSS", &out->vmRss},
+                                                 {"RssAnon", &out->rssAnon},
+                                                 {"RssFile", &out->rssFile},
+                                                 {"RssShmem", &out->rssShmem},
+                                                 {"VmData", &out->vmData},
+                                                 {"VmStk", &out->vmStk},
+                                                 {"VmExe", &out->vmExe},
+                                                 {"VmLib", &out->vmLib},
+                                                 {"VmPTE", &out->vmPte},
+                                                 {"VmSwap", &out->vmSwap},
+                                                 {"HugetlbPages", &out->hugetlbPages},
+                                                 {"Threads", &out->threads}};
     std::ifstream in(file);
     std::string line;
     while (std::getline(in, line)) {
@@ -230,7 +244,9 @@ TEST_F(ProcFsReader, VmStatBlockDeviceAndZramFiles) {
 }
 
 TEST(ProcFsReaderDescriptors, NothingStaysOpenAfterReadsFailuresAndDestruction) {
-    const auto openDescriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+    const auto openDescriptors = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), {});
+    };
     const auto before = openDescriptors();
     for (const std::string& root : {kDeviceTree, kHostTree, std::string("/nonexistent")}) {
         hostplatform::setFsRoot(root);
@@ -246,7 +262,8 @@ TEST(ProcFsReaderDescriptors, NothingStaysOpenAfterReadsFailuresAndDestruction) 
         parser.getBlockDeviceStatData("missing", &block);
         ZramStatData zram;
         parser.getZramStatData(&zram);
-        EXPECT_EQ(openDescriptors(), before + (root == "/nonexistent" ? 0 : 1)) << "the /proc stream";
+        EXPECT_EQ(openDescriptors(), before + (root == "/nonexistent" ? 0 : 1))
+                << "the /proc stream";
     }
     hostplatform::setFsRoot("");
     EXPECT_EQ(openDescriptors(), before);

@@ -31,7 +31,8 @@ android::hardware::health::V1_0::HealthInfo read(SimHealth& hal, Info* full = nu
 
 struct SimBattery : testing::Test {
     android::sp<SimHealth> make(BatteryScript script, bool interactive) {
-        return new SimHealth(script, [this] { return now; }, [interactive](int64_t) { return interactive; });
+        return new SimHealth(
+                script, [this] { return now; }, [interactive](int64_t) { return interactive; });
     }
     int64_t now = 0;
 };
@@ -59,7 +60,8 @@ TEST_F(SimBattery, DrainsFasterWhileInteractiveAndCanBeSteered) {
 TEST_F(SimBattery, ChargesWithTheStrongestChargerUntilFull) {
     BatteryScript script;
     script.startLevelPercent = 40;
-    script.chargers = {{0, 90 * kMinuteNs, Charger::Usb}, {30 * kMinuteNs, 90 * kMinuteNs, Charger::Ac}};
+    script.chargers = {{0, 90 * kMinuteNs, Charger::Usb},
+                       {30 * kMinuteNs, 90 * kMinuteNs, Charger::Ac}};
     auto hal = make(script, true);
     now = 30 * kMinuteNs;
     EXPECT_EQ(read(*hal).batteryLevel, 52) << "USB: 25 % an hour";
@@ -68,7 +70,8 @@ TEST_F(SimBattery, ChargesWithTheStrongestChargerUntilFull) {
     const auto battery = read(*hal, &info);
     EXPECT_EQ(battery.batteryLevel, 82) << "AC: 60 % an hour";
     EXPECT_EQ(battery.batteryStatus, BatteryStatus::CHARGING);
-    EXPECT_TRUE(battery.chargerAcOnline && battery.chargerUsbOnline && !battery.chargerWirelessOnline);
+    EXPECT_TRUE(battery.chargerAcOnline && battery.chargerUsbOnline &&
+                !battery.chargerWirelessOnline);
     EXPECT_GT(info.batteryChargeTimeToFullNowSeconds, 0);
     now = 80 * kMinuteNs;
     EXPECT_EQ(read(*hal, &info).batteryLevel, 100);
@@ -106,13 +109,16 @@ TEST(SimHeadset, MergesScreenAndPowerEventsAndServesTheHalWhileAlive) {
         EXPECT_NE(V2_1::IHealth::getService("default"), nullptr);
         EXPECT_NE(V2_0::IHealth::getService("default"), nullptr);
         std::string events;
-        for (auto next = headset.nextEventsAfter(0); !next.empty() && next[0].atNs <= 120 * kMinuteNs;
+        for (auto next = headset.nextEventsAfter(0);
+             !next.empty() && next[0].atNs <= 120 * kMinuteNs;
              next = headset.nextEventsAfter(next[0].atNs)) {
             ASSERT_EQ(next.size(), 1u);
-            events += std::to_string(next[0].atNs / kMinuteNs) + " " + next[0].name + " " + next[0].detail + ", ";
+            events += std::to_string(next[0].atNs / kMinuteNs) + " " + next[0].name + " " +
+                      next[0].detail + ", ";
         }
-        EXPECT_EQ(events, "40 ScreenOff not interactive, 60 ScreenOn interactive, 65 PowerConnected AC, "
-                          "100 ScreenOff not interactive, 120 ScreenOn interactive, ");
+        EXPECT_EQ(events,
+                  "40 ScreenOff not interactive, 60 ScreenOn interactive, 65 PowerConnected AC, "
+                  "100 ScreenOff not interactive, 120 ScreenOn interactive, ");
     }
     EXPECT_EQ(V2_1::IHealth::getService("default"), nullptr);
     EXPECT_EQ(V2_0::IHealth::getService("default"), nullptr);

@@ -10,17 +10,19 @@
 
 namespace {
 
-using Vistrel::BatteryState;
-using Vistrel::BatteryStatsStates;
 using testing_support::FakeClock;
 using testing_support::FakeHealth;
+using Vistrel::BatteryState;
+using Vistrel::BatteryStatsStates;
 using Method = FakeHealth::Method;
 using S = BatteryState;
 using Log = std::vector<logcapture::Entry>;
 
-const logcapture::Entry kNotInitialized{ANDROID_LOG_ERROR, "Vistrel", "BatteryStats: health not initialized"};
+const logcapture::Entry kNotInitialized{ANDROID_LOG_ERROR, "Vistrel",
+                                        "BatteryStats: health not initialized"};
 const logcapture::Entry kReadFailed{ANDROID_LOG_INFO, "Vistrel", "getHealthInfo_2_1() failed"};
-const logcapture::Entry kForced{ANDROID_LOG_INFO, "Vistrel", "BatteryStatsStates: force sampled in snapshot"};
+const logcapture::Entry kForced{ANDROID_LOG_INFO, "Vistrel",
+                                "BatteryStatsStates: force sampled in snapshot"};
 
 logcapture::Entry action(const std::string& name) {
     return {ANDROID_LOG_INFO, "Vistrel", "BatteryStatsStates::" + name + "()"};
@@ -54,8 +56,8 @@ TEST(BatteryStatsStatesWithoutHal, AcquireBuildsTheTableButFailsAndTransitionsSk
     EXPECT_EQ(states.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(60000)));
     // The predicates are functions of the value's bits, also beyond the four states.
     const std::tuple<int32_t, bool, bool> predicates[] = {
-        {0, true, false}, {1, true, true},   {2, false, false},  {3, false, true},
-        {5, false, false}, {-1, false, false}, {-3, false, false}};
+            {0, true, false},  {1, true, true},    {2, false, false}, {3, false, true},
+            {5, false, false}, {-1, false, false}, {-3, false, false}};
     for (const auto& [value, active, charging] : predicates) {
         EXPECT_EQ(BatteryStatsStates::isActive(static_cast<S>(value)), active) << value;
         EXPECT_EQ(BatteryStatsStates::isCharging(static_cast<S>(value)), charging) << value;
@@ -79,8 +81,13 @@ TEST(BatteryStatsStatesWithoutHal, AcquireBuildsTheTableButFailsAndTransitionsSk
     EXPECT_FALSE(states.snapshot(clock, false));
     EXPECT_FALSE(states.snapshot(clock, true));
     EXPECT_EQ(logcapture::entries(),
-              (Log{{ANDROID_LOG_ERROR, "Vistrel", "BatteryStatsStates: health HAL V2.1 not available or dead"},
-                   kNotInitialized, kNotInitialized, kNotInitialized, kForced, kNotInitialized,
+              (Log{{ANDROID_LOG_ERROR, "Vistrel",
+                    "BatteryStatsStates: health HAL V2.1 not available or dead"},
+                   kNotInitialized,
+                   kNotInitialized,
+                   kNotInitialized,
+                   kForced,
+                   kNotInitialized,
                    kNotInitialized}));
 }
 
@@ -93,17 +100,28 @@ TEST_F(BatteryStatesConnected, TheTableHasExactlyTheseTwentyTwoEntries) {
         S to;
         const char* action;
     } table[] = {
-        {AD, "PowerConnected", AC, "chargeStartEvent"}, {AD, "PowerDisconnected", AD, "nullEvent"},
-        {AD, "ScreenOff", ID, "activeEndEvent"},        {AD, "ScreenOn", AD, "nullEvent"},
-        {AD, "BatteryLow", AD, "shutdownEvent"},        {ID, "PowerConnected", IC, "chargeStartEvent"},
-        {ID, "PowerDisconnected", ID, "nullEvent"},     {ID, "ScreenOff", ID, "nullEvent"},
-        {ID, "ScreenOn", AD, "activeStartEvent"},       {ID, "BatteryLow", ID, "shutdownEvent"},
-        {AC, "PowerConnected", AC, "chargeStartEvent"}, {AC, "PowerDisconnected", AD, "chargeEndEvent"},
-        {AC, "ScreenOff", IC, "activeEndEvent"},        {AC, "ScreenOn", AC, "nullEvent"},
-        {AC, "BatteryLow", AC, "shutdownEvent"},        {AC, "BatteryFull", AC, "batteryFullEvent"},
-        {IC, "PowerConnected", IC, "chargeStartEvent"}, {IC, "PowerDisconnected", ID, "chargeEndEvent"},
-        {IC, "ScreenOff", IC, "nullEvent"},             {IC, "ScreenOn", AC, "activeStartEvent"},
-        {IC, "BatteryLow", IC, "shutdownEvent"},        {IC, "BatteryFull", IC, "batteryFullEvent"},
+            {AD, "PowerConnected", AC, "chargeStartEvent"},
+            {AD, "PowerDisconnected", AD, "nullEvent"},
+            {AD, "ScreenOff", ID, "activeEndEvent"},
+            {AD, "ScreenOn", AD, "nullEvent"},
+            {AD, "BatteryLow", AD, "shutdownEvent"},
+            {ID, "PowerConnected", IC, "chargeStartEvent"},
+            {ID, "PowerDisconnected", ID, "nullEvent"},
+            {ID, "ScreenOff", ID, "nullEvent"},
+            {ID, "ScreenOn", AD, "activeStartEvent"},
+            {ID, "BatteryLow", ID, "shutdownEvent"},
+            {AC, "PowerConnected", AC, "chargeStartEvent"},
+            {AC, "PowerDisconnected", AD, "chargeEndEvent"},
+            {AC, "ScreenOff", IC, "activeEndEvent"},
+            {AC, "ScreenOn", AC, "nullEvent"},
+            {AC, "BatteryLow", AC, "shutdownEvent"},
+            {AC, "BatteryFull", AC, "batteryFullEvent"},
+            {IC, "PowerConnected", IC, "chargeStartEvent"},
+            {IC, "PowerDisconnected", ID, "chargeEndEvent"},
+            {IC, "ScreenOff", IC, "nullEvent"},
+            {IC, "ScreenOn", AC, "activeStartEvent"},
+            {IC, "BatteryLow", IC, "shutdownEvent"},
+            {IC, "BatteryFull", IC, "batteryFullEvent"},
     };
     ASSERT_EQ(states.transitions.size(), 22u);
     for (const auto& t : table) {
@@ -143,7 +161,8 @@ TEST_F(BatteryStatesConnected, EventsWithoutAnEntryChangeNothingButASelfTransiti
     EXPECT_EQ(logcapture::entries(), Log{action("nullEvent")});
 }
 
-TEST_F(BatteryStatesConnected, LevelsAtEventsAndAFailedReadThatMovesTheStateButSkipsLevelsAndAction) {
+TEST_F(BatteryStatesConnected,
+       LevelsAtEventsAndAFailedReadThatMovesTheStateButSkipsLevelsAndAction) {
     hal->setLevel(37);
     states.notify("PowerConnected", "", clock);
     EXPECT_EQ(states.levelAtEvent, 37.0f);
@@ -177,9 +196,9 @@ TEST_F(BatteryStatesConnected, EveryAcquireRebuildsAndDerivesTheStartingStateKee
         bool interactive;
         S expected;
     } cases[] = {
-        {3, true, S::ActiveDischarging},    {3, false, S::InactiveDischarging},
-        {2, true, S::ActiveCharging},       {5, false, S::InactiveCharging},
-        {4, false, S::InactiveDischarging}, {1, true, S::ActiveDischarging},
+            {3, true, S::ActiveDischarging},    {3, false, S::InactiveDischarging},
+            {2, true, S::ActiveCharging},       {5, false, S::InactiveCharging},
+            {4, false, S::InactiveDischarging}, {1, true, S::ActiveDischarging},
     };
     for (const auto& c : cases) {
         hal->setStatus(c.status);
@@ -208,16 +227,17 @@ TEST_F(BatteryStatesConnected, FullOncePerRiseToNinetyLowOncePerNewLevelAtThreeO
         int32_t level, status;
         const char* notified;
     } steps[] = {
-        {95, 2, ""},  // never "BatteryFull" on the first sample
-        {96, 2, ""}, {89, 2, ""},  {90, 2, full}, {100, 5, ""}, {88, 2, ""}, {92, 2, full},
-        {91, 2, ""}, {4, 3, ""},   {3, 3, low},   {3, 3, ""},   {2, 3, low}, {2, 2, ""},
-        {1, 2, ""},  {1, 3, ""},   {0, 3, low},   {3, 4, ""},   {3, 3, ""},  {-1, 3, low},
+            {95, 2, ""},  // never "BatteryFull" on the first sample
+            {96, 2, ""}, {89, 2, ""}, {90, 2, full}, {100, 5, ""}, {88, 2, ""}, {92, 2, full},
+            {91, 2, ""}, {4, 3, ""},  {3, 3, low},   {3, 3, ""},   {2, 3, low}, {2, 2, ""},
+            {1, 2, ""},  {1, 3, ""},  {0, 3, low},   {3, 4, ""},   {3, 3, ""},  {-1, 3, low},
     };
     for (const auto& s : steps) {
         hal->setLevel(s.level);
         hal->setStatus(s.status);
         const auto n = states.sample(clock);
-        EXPECT_EQ(n ? n->name + " " + n->detail : "", s.notified) << s.level << " status " << s.status;
+        EXPECT_EQ(n ? n->name + " " + n->detail : "", s.notified)
+                << s.level << " status " << s.status;
     }
     hal->setLevel(80);
     states.sample(clock);
@@ -257,8 +277,11 @@ TEST_F(BatteryStatesConnected, SnapshotRecordsPowerSourceCapacitiesAndChargeTime
     const struct {
         bool ac, usb, wireless;
         const char* expected;
-    } steps[] = {{true, true, false, "USB"}, {false, true, true, "WIRELESS"},
-                 {true, true, true, "WIRELESS"}, {true, false, false, "AC"}, {false, false, false, "AC"}};
+    } steps[] = {{true, true, false, "USB"},
+                 {false, true, true, "WIRELESS"},
+                 {true, true, true, "WIRELESS"},
+                 {true, false, false, "AC"},
+                 {false, false, false, "AC"}};
     for (const auto& s : steps) {
         hal->setChargers(s.ac, s.usb, s.wireless);
         ASSERT_TRUE(states.snapshot(clock, false));

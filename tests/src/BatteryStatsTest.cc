@@ -9,15 +9,17 @@
 
 namespace {
 
-using Vistrel::BatteryStats;
 using testing_support::FakeHealth;
+using Vistrel::BatteryStats;
 using Method = FakeHealth::Method;
 using Log = std::vector<logcapture::Entry>;
 
 constexpr int64_t kSecondNs = INT64_C(1000000000);
-const logcapture::Entry kNotInitialized{ANDROID_LOG_ERROR, "Vistrel", "BatteryStats: health not initialized"};
+const logcapture::Entry kNotInitialized{ANDROID_LOG_ERROR, "Vistrel",
+                                        "BatteryStats: health not initialized"};
 const logcapture::Entry kReadFailed{ANDROID_LOG_INFO, "Vistrel", "getHealthInfo_2_1() failed"};
-const logcapture::Entry kForced{ANDROID_LOG_INFO, "Vistrel", "BatteryStats: force sampled in snapshot"};
+const logcapture::Entry kForced{ANDROID_LOG_INFO, "Vistrel",
+                                "BatteryStats: force sampled in snapshot"};
 
 bool isHealthInfo(const std::optional<Vistrel::Notification>& n) {
     return n && n->name == "HealthInfo" && n->detail == "BatteryCollector";
@@ -57,9 +59,12 @@ TEST(BatteryStatsWithoutHal, AcquireFailsAndEveryCallReportsTheMissingService) {
     EXPECT_FALSE(stats.snapshot(clock, true));
     stats.ringCount = 1;  // as if a sample had succeeded on a since-dropped service
     EXPECT_FALSE(stats.snapshot(clock, false));
-    EXPECT_EQ(logcapture::entries(),
-              (Log{{ANDROID_LOG_ERROR, "Vistrel", "BatteryStats: health not initialized or service died"},
-                   kNotInitialized, kForced, kNotInitialized, kNotInitialized}));
+    EXPECT_EQ(logcapture::entries(), (Log{{ANDROID_LOG_ERROR, "Vistrel",
+                                           "BatteryStats: health not initialized or service died"},
+                                          kNotInitialized,
+                                          kForced,
+                                          kNotInitialized,
+                                          kNotInitialized}));
 }
 
 TEST_F(BatteryStatsConnected, NotifiesOnTheProcessFirstSampleOnChangesAndFrom601SecondsOn) {
@@ -95,9 +100,10 @@ TEST_F(BatteryStatsConnected, NotifiesOnTheProcessFirstSampleOnChangesAndFrom601
 
 TEST_F(BatteryStatsConnected, FailedCallsEndTheSampleOrSnapshotWithTheirOwnLogAndKeepTheRecord) {
     const std::pair<Method, logcapture::Entry> calls[] = {
-        {Method::Update, {ANDROID_LOG_ERROR, "Vistrel", "BatteryStats: health->update() failed"}},
-        {Method::CurrentNow, {ANDROID_LOG_INFO, "Vistrel", "getCurrentNow() failed"}},
-        {Method::HealthInfo21, kReadFailed},
+            {Method::Update,
+             {ANDROID_LOG_ERROR, "Vistrel", "BatteryStats: health->update() failed"}},
+            {Method::CurrentNow, {ANDROID_LOG_INFO, "Vistrel", "getCurrentNow() failed"}},
+            {Method::HealthInfo21, kReadFailed},
     };
     for (const auto& [method, line] : calls) {
         for (const auto& fault : FakeHealth::kBothFaults) {
@@ -126,7 +132,8 @@ TEST_F(BatteryStatsConnected, FailedCallsEndTheSampleOrSnapshotWithTheirOwnLogAn
     EXPECT_EQ(stats.lastSnapshotNs, 0);
 }
 
-TEST_F(BatteryStatsConnected, ReacquireKeepsTheServiceAndAForcedSnapshotSamplesThroughTheVirtualSlot) {
+TEST_F(BatteryStatsConnected,
+       ReacquireKeepsTheServiceAndAForcedSnapshotSamplesThroughTheVirtualSlot) {
     clock.now = 3 * kSecondNs;
     hostplatform::clearServices();
     EXPECT_TRUE(stats.acquireResources(nullptr, clock)) << "already connected";
@@ -184,10 +191,11 @@ TEST_F(BatteryStatsConnected, SnapshotFillsTheRecordAndPreviousValues) {
 }
 
 TEST_F(BatteryStatsConnected, NameTablesMarkUnnamedAndOutOfRangeValuesDifferently) {
-    const char* const statusNames[] = {"?!?", "UNKNOWN", "CHARGING", "DISCHARGING", "NOT_CHARGING",
-                                       "FULL", "?!?", "???", "???", "???"};
-    const char* const healthNames[] = {"?!?", "UNKNOWN", "GOOD", "OVERHEAT", "DEAD", "OVER_VOLTAGE",
-                                       "UNSPECIFIED_FAILURE", "COLD", "?!?", "???"};
+    const char* const statusNames[] = {"?!?",  "UNKNOWN", "CHARGING", "DISCHARGING", "NOT_CHARGING",
+                                       "FULL", "?!?",     "???",      "???",         "???"};
+    const char* const healthNames[] = {
+            "?!?",  "UNKNOWN", "GOOD", "OVERHEAT", "DEAD", "OVER_VOLTAGE", "UNSPECIFIED_FAILURE",
+            "COLD", "?!?",     "???"};
     stats.sample(clock);
     for (int32_t value : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, -1, INT32_MIN}) {
         hal->setStatus(value);
@@ -205,9 +213,13 @@ TEST_F(BatteryStatsConnected, PowerSourceIsTheLastOnlineOfAcUsbWirelessAndOutliv
         bool ac, usb, wireless;
         const char* expected;
     } steps[] = {
-        {false, false, false, "NONE"}, {false, true, false, "USB"},  // "NONE" is kept: no blank
-        {true, true, false, "USB"},    {false, true, true, "WIRELESS"}, {true, true, true, "WIRELESS"},
-        {true, false, false, "AC"},    {false, false, false, "AC"},  // nothing online keeps the text
+            {false, false, false, "NONE"},
+            {false, true, false, "USB"},  // "NONE" is kept: no blank
+            {true, true, false, "USB"},
+            {false, true, true, "WIRELESS"},
+            {true, true, true, "WIRELESS"},
+            {true, false, false, "AC"},
+            {false, false, false, "AC"},  // nothing online keeps the text
     };
     stats.sample(clock);
     for (const auto& s : steps) {
@@ -252,8 +264,9 @@ TEST_F(BatteryStatsConnected, StatisticsSumNewestFirstOverTheLatestSamplesUpTo20
     EXPECT_EQ(stats.ringIndex, 55);
     ASSERT_TRUE(stats.snapshot(clock, false));
     const float expected[] = {250, 250, 51, 150.5, 3750, 3949, 3750, 3849.5};
-    const float actual[] = {stats.currentLastMa, stats.currentMaxMa, stats.currentMinMa, stats.currentAvgMa,
-                            stats.voltageLastMv, stats.voltageMaxMv, stats.voltageMinMv, stats.voltageAvgMv};
+    const float actual[] = {stats.currentLastMa, stats.currentMaxMa,  stats.currentMinMa,
+                            stats.currentAvgMa,  stats.voltageLastMv, stats.voltageMaxMv,
+                            stats.voltageMinMv,  stats.voltageAvgMv};
     for (int i = 0; i < 8; ++i) EXPECT_EQ(actual[i], expected[i]) << i;
 }
 

@@ -32,10 +32,13 @@ constexpr const char kMemtrackProperty[] = "mobile_vistrel_memory_extended_colle
 using Report = std::vector<std::string>;  // trigger name, process name, then the annotations
 
 std::vector<Report> recordedReports() {
-    const auto utf8 = [](const android::String16& text) { return std::string(android::String8(text).string()); };
+    const auto utf8 = [](const android::String16& text) {
+        return std::string(android::String8(text).string());
+    };
     std::vector<Report> reports;
     for (const auto& context : sim::recordedTriggerReports()) {
-        Report r{utf8(context.triggerName), context.processName ? utf8(*context.processName) : "<absent>"};
+        Report r{utf8(context.triggerName),
+                 context.processName ? utf8(*context.processName) : "<absent>"};
         if (context.annotations) {
             for (const auto& a : *context.annotations) r.push_back(a ? utf8(*a) : "<absent>");
         }
@@ -44,14 +47,21 @@ std::vector<Report> recordedReports() {
     return reports;
 }
 
-Report overBudget(const std::string& name, int value, bool withMemtrack, int rssAnonPlusSwap, int memtrack) {
-    return {"memory_heartbeat_over_budget:" + name, name, "threshold_current_value:" + std::to_string(value),
+Report overBudget(const std::string& name, int value, bool withMemtrack, int rssAnonPlusSwap,
+                  int memtrack) {
+    return {"memory_heartbeat_over_budget:" + name,
+            name,
+            "threshold_current_value:" + std::to_string(value),
             std::string("includes_memtrack:") + (withMemtrack ? "true" : "false"),
-            "rss_anon_plus_swap_kib:" + std::to_string(rssAnonPlusSwap), "memtrack_pss_kib:" + std::to_string(memtrack),
-            withMemtrack ? "threshold_units:RSS_anon_plus_swap_plus_memtrack_KB" : "threshold_units:RSS_anon_plus_swap_KB"};
+            "rss_anon_plus_swap_kib:" + std::to_string(rssAnonPlusSwap),
+            "memtrack_pss_kib:" + std::to_string(memtrack),
+            withMemtrack ? "threshold_units:RSS_anon_plus_swap_plus_memtrack_KB"
+                         : "threshold_units:RSS_anon_plus_swap_KB"};
 }
 
-logcapture::Entry error(const std::string& text) { return {ANDROID_LOG_ERROR, "Vistrel", text}; }
+logcapture::Entry error(const std::string& text) {
+    return {ANDROID_LOG_ERROR, "Vistrel", text};
+}
 
 // Fixture tree, 100 ticks per second, the simulated trigger service registered. Every test case
 // runs in its own process, so nothing needs undoing.
@@ -59,7 +69,8 @@ class ProcessMemoryStatsTest : public testing::Test {
 protected:
     void SetUp() override {
         hostplatform::setFsRoot(kTree);
-        hostplatform::setSysconf([](int name) { return name == _SC_CLK_TCK ? 100L : sysconf(name); });
+        hostplatform::setSysconf(
+                [](int name) { return name == _SC_CLK_TCK ? 100L : sysconf(name); });
         sim::installTriggerService();
     }
     const ProcessMemorySnapshot& entry(const std::string& key) { return stats.snapshots.at(key); }
@@ -82,8 +93,9 @@ TEST_F(ProcessMemoryStatsTest, ScanKeysEveryProcessByArgv0AndTheLastScannedWins)
 
     std::vector<std::string> keys;
     for (const auto& [key, value] : stats.snapshots) keys.push_back(key);
-    EXPECT_THAT(keys, ElementsAre("", "/data/app/" + std::string(246, 'x'), "/data/local/my", "/system/bin/init",
-                                  "/vendor/bin/badoom", "/vendor/bin/hw/sensors-service", "/vendor/bin/nostat",
+    EXPECT_THAT(keys, ElementsAre("", "/data/app/" + std::string(246, 'x'), "/data/local/my",
+                                  "/system/bin/init", "/vendor/bin/badoom",
+                                  "/vendor/bin/hw/sensors-service", "/vendor/bin/nostat",
                                   "/vendor/bin/overbudget", "/vendor/bin/underbudget"));
     const ProcessMemorySnapshot& init = entry("/system/bin/init");
     EXPECT_EQ(memory("/system/bin/init"), (std::vector<uint32_t>{3000, 2000, 0, 1500}));
@@ -104,8 +116,10 @@ TEST_F(ProcessMemoryStatsTest, ScanKeysEveryProcessByArgv0AndTheLastScannedWins)
 
     // Within one name, the process scanned (listed by readdir) last wins.
     std::vector<std::string> order;
-    for (const auto& e : std::filesystem::directory_iterator(kTree + "/proc")) order.push_back(e.path().filename());
-    const bool laterIs101 = std::find(order.begin(), order.end(), "101") > std::find(order.begin(), order.end(), "100");
+    for (const auto& e : std::filesystem::directory_iterator(kTree + "/proc"))
+        order.push_back(e.path().filename());
+    const bool laterIs101 = std::find(order.begin(), order.end(), "101") >
+                            std::find(order.begin(), order.end(), "100");
     const std::string shared = "/vendor/bin/hw/sensors-service";
     EXPECT_EQ(memory(shared), laterIs101 ? std::vector<uint32_t>({4200, 1200, 22, 2200})
                                          : std::vector<uint32_t>({4100, 1100, 11, 2100}));
@@ -143,15 +157,18 @@ TEST_F(ProcessMemoryStatsTest, TimeFieldsAreCountedFromTheWordAfterTheCommandUnc
 TEST_F(ProcessMemoryStatsTest, PerProcessFailuresAreLoggedWithThePid) {
     // 500: unreadable oom_score_adj, 510: empty stat, 600: vanished after the listing, 700: a file.
     ASSERT_TRUE(stats.sample(clock));
-    std::vector<logcapture::Entry> expected = {error("ProcessMemoryStats failed to read oom_score_adj"),
-                                               error("ProcessMemoryStats fail to get oom_score_adj for pid 500."),
-                                               error("ProcessMemoryStats fail to read stats"),
-                                               error("ProcessMemoryStats fail to get process time stats for pid 510.")};
+    std::vector<logcapture::Entry> expected = {
+            error("ProcessMemoryStats failed to read oom_score_adj"),
+            error("ProcessMemoryStats fail to get oom_score_adj for pid 500."),
+            error("ProcessMemoryStats fail to read stats"),
+            error("ProcessMemoryStats fail to get process time stats for pid 510.")};
     for (const std::string pid : {"600", "700"}) {
         expected.push_back(error("ProcessMemoryStats fail to open /proc/" + pid + "/oom_score_adj"));
-        expected.push_back(error("ProcessMemoryStats fail to get oom_score_adj for pid " + pid + "."));
+        expected.push_back(
+                error("ProcessMemoryStats fail to get oom_score_adj for pid " + pid + "."));
         expected.push_back(error("ProcessMemoryStats fail to read stats"));
-        expected.push_back(error("ProcessMemoryStats fail to get process time stats for pid " + pid + "."));
+        expected.push_back(
+                error("ProcessMemoryStats fail to get process time stats for pid " + pid + "."));
     }
     EXPECT_THAT(logcapture::entries(), testing::UnorderedElementsAreArray(expected));
     EXPECT_EQ(entry("/vendor/bin/badoom").oomScoreAdj, 9999) << "not read";
@@ -168,7 +185,10 @@ TEST_F(ProcessMemoryStatsTest, EveryScanReportsFromExactly10240KibAndAMissingSer
     sim::removeTriggerService();
     logcapture::clear();
     ASSERT_TRUE(stats.sample(clock));
-    EXPECT_EQ(logcapture::count(ANDROID_LOG_ERROR, "Vistrel", "Error while getting the service proxy: -2 , triggerService is null!"), 1u);
+    EXPECT_EQ(logcapture::count(
+                      ANDROID_LOG_ERROR, "Vistrel",
+                      "Error while getting the service proxy: -2 , triggerService is null!"),
+              1u);
 }
 
 TEST_F(ProcessMemoryStatsTest, MemtrackNeedsThePropertyTrueAndCountsOnlyWhenPositive) {
@@ -177,11 +197,12 @@ TEST_F(ProcessMemoryStatsTest, MemtrackNeedsThePropertyTrueAndCountsOnlyWhenPosi
     const auto sampleWithFreshService = [&] {
         sim::removeTriggerService();
         sim::installTriggerService();  // with its own memtrack source, replaced here
-        hostplatform::setMemoryFootprintSource([&](pid_t, memory_footprint_data* data, uint32_t what) {
-            requested.push_back(what);
-            data->memtrack_pss_kb = figure;
-            return 0;
-        });
+        hostplatform::setMemoryFootprintSource(
+                [&](pid_t, memory_footprint_data* data, uint32_t what) {
+                    requested.push_back(what);
+                    data->memtrack_pss_kb = figure;
+                    return 0;
+                });
         ASSERT_TRUE(stats.sample(clock));
     };
     for (const char* value : {"false", "0", "bogus"}) {
@@ -193,15 +214,18 @@ TEST_F(ProcessMemoryStatsTest, MemtrackNeedsThePropertyTrueAndCountsOnlyWhenPosi
     hostplatform::setProperty(kMemtrackProperty, "true");
     sampleWithFreshService();
     // A negative figure adds nothing and is sent as "not included".
-    EXPECT_THAT(recordedReports(), ElementsAre(overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5)));
+    EXPECT_THAT(recordedReports(),
+                ElementsAre(overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5)));
     EXPECT_EQ(entry("/vendor/bin/underbudget").memtrackPssKb, -5);
     EXPECT_EQ(entry("").memtrackPssKb, 0) << "no footprint for processes without memory";
-    EXPECT_EQ(requested, std::vector<uint32_t>(9, MEMORY_FOOTPRINT_MEMTRACK)) << "one per process with memory";
+    EXPECT_EQ(requested, std::vector<uint32_t>(9, MEMORY_FOOTPRINT_MEMTRACK))
+            << "one per process with memory";
 
     figure = 1;
     sampleWithFreshService();
-    EXPECT_THAT(recordedReports(), UnorderedElementsAre(overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
-                                                        overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
+    EXPECT_THAT(recordedReports(),
+                UnorderedElementsAre(overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
+                                     overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
 }
 
 TEST_F(ProcessMemoryStatsTest, ReportSumsWrapAs32BitAndAZeroMemtrackIsIncluded) {
@@ -211,7 +235,8 @@ TEST_F(ProcessMemoryStatsTest, ReportSumsWrapAs32BitAndAZeroMemtrackIsIncluded) 
     EXPECT_THAT(recordedReports(), IsEmpty());
     stats.reportToTarnet(name, 0, 10240);
     stats.reportToTarnet(name, 10240, 0);
-    EXPECT_THAT(recordedReports(), ElementsAre(overBudget("/x", 10240, true, 0, 10240), overBudget("/x", 10240, true, 10240, 0)));
+    EXPECT_THAT(recordedReports(), ElementsAre(overBudget("/x", 10240, true, 0, 10240),
+                                               overBudget("/x", 10240, true, 10240, 0)));
 }
 
 TEST_F(ProcessMemoryStatsTest, SnapshotReportsWhetherTheLastScanCompleted) {
@@ -220,8 +245,12 @@ TEST_F(ProcessMemoryStatsTest, SnapshotReportsWhetherTheLastScanCompleted) {
     EXPECT_TRUE(stats.snapshot(clock, true));
     EXPECT_EQ(stats.timestampMs, 7000) << "forced snapshot samples";
     EXPECT_TRUE(stats.snapshot(clock, false));
-    EXPECT_EQ(logcapture::count(ANDROID_LOG_ERROR, "Vistrel", "ProcessMemoryStats snapshot failed because last sample failed"), 1u);
-    EXPECT_EQ(logcapture::count(ANDROID_LOG_INFO, "Vistrel", "ProcessMemoryStats: force sampled in snapshot"), 1u);
+    EXPECT_EQ(logcapture::count(ANDROID_LOG_ERROR, "Vistrel",
+                                "ProcessMemoryStats snapshot failed because last sample failed"),
+              1u);
+    EXPECT_EQ(logcapture::count(ANDROID_LOG_INFO, "Vistrel",
+                                "ProcessMemoryStats: force sampled in snapshot"),
+              1u);
 
     // An unopenable /proc keeps the old map but invalidates the sample.
     const size_t before = stats.snapshots.size();
@@ -234,7 +263,9 @@ TEST_F(ProcessMemoryStatsTest, SnapshotReportsWhetherTheLastScanCompleted) {
 }
 
 TEST_F(ProcessMemoryStatsTest, RepeatedSamplesLeaveNoDescriptorBehind) {
-    const auto openDescriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto openDescriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
     const auto before = openDescriptors();
     for (int i = 0; i < 50; ++i) ASSERT_TRUE(stats.sample(clock));
     EXPECT_EQ(openDescriptors(), before);

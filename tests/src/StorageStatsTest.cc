@@ -20,8 +20,9 @@ constexpr int64_t kMinuteNs = INT64_C(60000000000);
 constexpr int64_t kHourNs = 60 * kMinuteNs;
 
 Entry gateWarning(int seconds) {
-    return {ANDROID_LOG_WARN, "Vistrel", "StorageStats snapshot failed since " + std::to_string(seconds) +
-                                             " ms less than 3600000 ms have passed since the last snapshot"};
+    return {ANDROID_LOG_WARN, "Vistrel",
+            "StorageStats snapshot failed since " + std::to_string(seconds) +
+                    " ms less than 3600000 ms have passed since the last snapshot"};
 }
 
 // /data answers 1000 blocks of f_bsize 4096 (f_frsize deliberately 512), `available` of them
@@ -75,7 +76,8 @@ TEST_F(StorageStatsTest, EverySuccessfulSnapshotRestartsTheHourOfTheGate) {
     EXPECT_FALSE(stats.sample(clock));
     clock.now = 2 * kHourNs - 1;  // one nanosecond short of the hour
     EXPECT_FALSE(stats.sample(clock));
-    EXPECT_EQ(logcapture::entries(), (std::vector<Entry>{gateWarning(600), gateWarning(3599)})) << "seconds, not ms";
+    EXPECT_EQ(logcapture::entries(), (std::vector<Entry>{gateWarning(600), gateWarning(3599)}))
+            << "seconds, not ms";
     EXPECT_EQ(queries, 1) << "a gated sample queries nothing";
 
     ASSERT_TRUE(stats.snapshot(clock, false));  // the host's own snapshot restarts the hour
@@ -106,7 +108,8 @@ TEST_F(StorageStatsTest, FailedStatvfsIsSilentKeepsTheRecordAndSampleLogsIt) {
     EXPECT_EQ(stats.availableBytes, 2048000);
     EXPECT_EQ(stats.lastSnapshotNs, kHourNs);
     EXPECT_FALSE(stats.sample(clock));
-    EXPECT_EQ(logcapture::entries(), std::vector<Entry>({{ANDROID_LOG_ERROR, "Vistrel", "Failed to get updated storage stats"}}));
+    EXPECT_EQ(logcapture::entries(), std::vector<Entry>({{ANDROID_LOG_ERROR, "Vistrel",
+                                                          "Failed to get updated storage stats"}}));
 }
 
 }  // namespace

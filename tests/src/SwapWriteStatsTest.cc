@@ -27,7 +27,8 @@ TEST(SwapWriteStats, SwapOutMinusZramWritesNeverNegativeAndFailuresChangeNothing
     EXPECT_EQ(swap.timestamp, 42);
 
     for (const char* sectors : {"4000000", "4000001"}) {  // exactly pswpout, and one sector more
-        tree.write("/sys/block/zram0/stat", std::string("0 0 0 0 1 0 ") + sectors + " 0 0 0 0 0 0 0 0\n");
+        tree.write("/sys/block/zram0/stat",
+                   std::string("0 0 0 0 1 0 ") + sectors + " 0 0 0 0 0 0 0 0\n");
         ASSERT_TRUE(swap.snapshot(clock, false));
         EXPECT_EQ(swap.swapWriteBytes, 0) << sectors;
     }
@@ -35,9 +36,11 @@ TEST(SwapWriteStats, SwapOutMinusZramWritesNeverNegativeAndFailuresChangeNothing
     clock.timestamp = 7;
     EXPECT_FALSE(swap.snapshot(clock, false));
     EXPECT_EQ(swap.timestamp, 99);
-    EXPECT_EQ(logcapture::entries(), (std::vector<logcapture::Entry>{
-                                         {ANDROID_LOG_ERROR, "Vistrel", "SwapWriteStats: failed to get block device stats"},
-                                         {ANDROID_LOG_ERROR, "Vistrel", "SwapWriteStats: failed to get vmstats"}}));
+    EXPECT_EQ(logcapture::entries(),
+              (std::vector<logcapture::Entry>{
+                      {ANDROID_LOG_ERROR, "Vistrel",
+                       "SwapWriteStats: failed to get block device stats"},
+                      {ANDROID_LOG_ERROR, "Vistrel", "SwapWriteStats: failed to get vmstats"}}));
 }
 
 }  // namespace

@@ -26,30 +26,42 @@ using Vistrel::SystemMemoryStats;
 const std::string kZram = "/sys/devices/virtual/block/zram0/";
 const std::string kControl = kZram + "calculate_idle_pg_stats";
 constexpr char kCollector[] = "mobile_vistrel_zram_idle_collector";
-const Entry kEnabled{ANDROID_LOG_VERBOSE, "Vistrel", "mobile_vistrel_zram_idle_collector returned 1"};
+const Entry kEnabled{ANDROID_LOG_VERBOSE, "Vistrel",
+                     "mobile_vistrel_zram_idle_collector returned 1"};
 
-Entry verbose(const std::string& text) { return {ANDROID_LOG_VERBOSE, "Vistrel", text}; }
-Entry error(const std::string& text) { return {ANDROID_LOG_ERROR, "Vistrel", text}; }
+Entry verbose(const std::string& text) {
+    return {ANDROID_LOG_VERBOSE, "Vistrel", text};
+}
+Entry error(const std::string& text) {
+    return {ANDROID_LOG_ERROR, "Vistrel", text};
+}
 
 std::vector<float> psi(const SystemMemoryStats& s) {
-    return {s.psiSomeAvg10, s.psiSomeAvg60, s.psiSomeAvg300, s.psiFullAvg10, s.psiFullAvg60, s.psiFullAvg300};
+    return {s.psiSomeAvg10, s.psiSomeAvg60, s.psiSomeAvg300,
+            s.psiFullAvg10, s.psiFullAvg60, s.psiFullAvg300};
 }
 
 template <typename T, size_t N>
-std::vector<uint64_t> values(const T (&entries)[N]) { return std::vector<uint64_t>(entries, entries + N); }
+std::vector<uint64_t> values(const T (&entries)[N]) {
+    return std::vector<uint64_t>(entries, entries + N);
+}
 
 template <typename T>
-bool allOnes(const T& o) { return std::all_of((const uint8_t*)&o, (const uint8_t*)(&o + 1), [](uint8_t b) { return b == 0xff; }); }
+bool allOnes(const T& o) {
+    return std::all_of((const uint8_t*)&o, (const uint8_t*)(&o + 1),
+                       [](uint8_t b) { return b == 0xff; });
+}
 
 // Boot-clock reads answer the given nanosecond values in turn; a negative value fails with EINVAL.
 void scriptBootClock(std::vector<int64_t> answers) {
-    hostplatform::setClockGettime([answers, next = size_t{0}](clockid_t clock, timespec* out) mutable {
-        EXPECT_EQ(clock, CLOCK_BOOTTIME);
-        const int64_t ns = answers.at(next++);
-        if (ns < 0) return errno = EINVAL, -1;
-        *out = {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
-        return 0;
-    });
+    hostplatform::setClockGettime(
+            [answers, next = size_t{0}](clockid_t clock, timespec* out) mutable {
+                EXPECT_EQ(clock, CLOCK_BOOTTIME);
+                const int64_t ns = answers.at(next++);
+                if (ns < 0) return errno = EINVAL, -1;
+                *out = {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
+                return 0;
+            });
 }
 
 // Every test case runs in its own process, so properties and seams start unset.
@@ -88,7 +100,8 @@ TEST_F(SystemMemoryStatsTest, OldKernelWithoutMemAvailableOrPsi) {
     EXPECT_EQ(stats.memAvailableKb, 0u);
     EXPECT_EQ(stats.memUsedKb, 5804656u);
     EXPECT_EQ(psi(stats), std::vector<float>(6, -1.0f));
-    EXPECT_EQ(logcapture::entries(), Entries{error("Failed to open memory pressure file: No such file or directory")});
+    EXPECT_EQ(logcapture::entries(),
+              Entries{error("Failed to open memory pressure file: No such file or directory")});
 }
 
 TEST_F(SystemMemoryStatsTest, FailedBootClockReadsLogAtErrorAndCountFromZero) {
@@ -99,7 +112,9 @@ TEST_F(SystemMemoryStatsTest, FailedBootClockReadsLogAtErrorAndCountFromZero) {
     EXPECT_EQ(logcapture::entries(), Entries{error("error getting time: Invalid argument")});
     stats.sample(clock);
     EXPECT_EQ(stats.readDurationMs, 0);
-    EXPECT_EQ(logcapture::count(ANDROID_LOG_ERROR, "Vistrel", "error getting time: Invalid argument"), 3u);
+    EXPECT_EQ(
+            logcapture::count(ANDROID_LOG_ERROR, "Vistrel", "error getting time: Invalid argument"),
+            3u);
 }
 
 TEST_F(SystemMemoryStatsTest, SnapshotReportsWhetherASampleCompleted) {
@@ -111,8 +126,10 @@ TEST_F(SystemMemoryStatsTest, SnapshotReportsWhetherASampleCompleted) {
     clock.elapsed = INT64_C(9000000000);
     EXPECT_TRUE(stats.snapshot(clock, false));
     EXPECT_EQ(stats.timestampMs, 3000) << "a plain snapshot reads nothing";
-    EXPECT_EQ(logcapture::entries(), (Entries{error("SystemMemoryStats snapshot failed because last sample failed"),
-                                             {ANDROID_LOG_INFO, "Vistrel", "SystemMemoryStats: force sampled in snapshot"}}));
+    EXPECT_EQ(logcapture::entries(),
+              (Entries{error("SystemMemoryStats snapshot failed because last sample failed"),
+                       {ANDROID_LOG_INFO, "Vistrel",
+                        "SystemMemoryStats: force sampled in snapshot"}}));
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleRequestsAndReadsEveryFileOnlyWhenEnabled) {
@@ -122,17 +139,20 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestsAndReadsEveryFileOnlyWhenEnabled) 
     EXPECT_EQ(z, &stats.zramIdle);
     EXPECT_TRUE(allOnes(stats.zramIdle)) << "every entry is reset, even when disabled";
     EXPECT_EQ(tree.read(kControl), "");
-    EXPECT_EQ(logcapture::entries(), Entries{verbose("mobile_vistrel_zram_idle_collector returned 0")});
+    EXPECT_EQ(logcapture::entries(),
+              Entries{verbose("mobile_vistrel_zram_idle_collector returned 0")});
 
     logcapture::clear();
     hostplatform::setProperty(kCollector, "true");
     stats.getZramIdleMemStats();
     EXPECT_EQ(tree.read(kControl), "60 300") << "defaults: 60 s buckets, 300 s idle age";
-    EXPECT_EQ(values(z->idleHistogram), (std::vector<uint64_t>{4081, 1203, 977, 640, 512, 388, 301, 255, 190, 150,
-                                                              120, 98, 80, 66, 51, 40 + 33 + 20 + 9 + 2}));
+    EXPECT_EQ(values(z->idleHistogram),
+              (std::vector<uint64_t>{4081, 1203, 977, 640, 512, 388, 301, 255, 190, 150, 120, 98,
+                                     80, 66, 51, 40 + 33 + 20 + 9 + 2}));
     EXPECT_EQ(values(z->idleClusterSizes), (std::vector<uint64_t>{812, 301, 77, 20, 4, 1, 0, 0}));
     EXPECT_EQ(values(z->simulatedBdStat), (std::vector<uint64_t>{1024, 4096, 52, 7}));
-    EXPECT_EQ(logcapture::entries(), (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300")}));
+    EXPECT_EQ(logcapture::entries(),
+              (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300")}));
 
     // Values past the 8th cluster size add into it; a short bd stat stops at its first bad value.
     hostplatform::setProperty("mobile_vistrel_zram_idle_threshold", "3600");
@@ -142,7 +162,8 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestsAndReadsEveryFileOnlyWhenEnabled) 
     stats.getZramIdleMemStats();
     EXPECT_EQ(tree.read(kControl), "120 3600") << "the control file is rewritten, not appended";
     EXPECT_EQ(values(z->idleClusterSizes), (std::vector<uint64_t>{1, 2, 3, 4, 5, 6, 7, 27}));
-    EXPECT_EQ(values(z->simulatedBdStat), (std::vector<uint64_t>{5, UINT64_MAX, UINT64_MAX, UINT64_MAX}));
+    EXPECT_EQ(values(z->simulatedBdStat),
+              (std::vector<uint64_t>{5, UINT64_MAX, UINT64_MAX, UINT64_MAX}));
 
     // The request reaches the kernel only when the control file is closed after the reads: an
     // idlehisto showing the control file reads it empty.
@@ -160,23 +181,27 @@ TEST_F(SystemMemoryStatsTest, ZramIdleUnusableControlFileLogsAndReadsNothing) {
     tree.remove(kControl);
     stats.getZramIdleMemStats();
     EXPECT_TRUE(allOnes(stats.zramIdle));
-    EXPECT_EQ(logcapture::entries(), (Entries{kEnabled, verbose("stat failed " + kControl + ": No such file or directory"),
-                                             verbose("zram0 histBucketSz 60 idleSecs 900"),
-                                             error("fopen " + kControl + ": No such file or directory")}));
+    EXPECT_EQ(logcapture::entries(),
+              (Entries{kEnabled, verbose("stat failed " + kControl + ": No such file or directory"),
+                       verbose("zram0 histBucketSz 60 idleSecs 900"),
+                       error("fopen " + kControl + ": No such file or directory")}));
 
-    std::filesystem::create_directory(tree.at(kControl));  // stat succeeds, opening for writing fails
+    std::filesystem::create_directory(
+            tree.at(kControl));  // stat succeeds, opening for writing fails
     logcapture::clear();
     stats.getZramIdleMemStats();
     EXPECT_TRUE(allOnes(stats.zramIdle));
-    EXPECT_EQ(logcapture::entries(), (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 900"),
-                                             error("fopen " + kControl + ": Is a directory")}));
+    EXPECT_EQ(logcapture::entries(),
+              (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 900"),
+                       error("fopen " + kControl + ": Is a directory")}));
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleMissingReadFileLogsItsOwnLineAndLeavesItsEntriesAllOnes) {
     const std::pair<std::string, std::string> cases[] = {
-        {"idle_cluster_sz", "fopen " + kZram + "idle_cluster_sz: No such file or directory"},
-        {"simulated_bd_stat", "Failed to open " + kZram + "simulated_bd_stat : No such file or directory"},
-        {"idlehisto", "Failed to open " + kZram + "idlehisto : No such file or directory"},
+            {"idle_cluster_sz", "fopen " + kZram + "idle_cluster_sz: No such file or directory"},
+            {"simulated_bd_stat",
+             "Failed to open " + kZram + "simulated_bd_stat : No such file or directory"},
+            {"idlehisto", "Failed to open " + kZram + "idlehisto : No such file or directory"},
     };
     hostplatform::setProperty(kCollector, "true");
     for (const auto& [file, line] : cases) {
@@ -184,7 +209,8 @@ TEST_F(SystemMemoryStatsTest, ZramIdleMissingReadFileLogsItsOwnLineAndLeavesItsE
         tree.remove(kZram + file);
         logcapture::clear();
         const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
-        EXPECT_EQ(logcapture::entries(), (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300"), error(line)}));
+        EXPECT_EQ(logcapture::entries(),
+                  (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300"), error(line)}));
         EXPECT_EQ(allOnes(z->idleClusterSizes), file == "idle_cluster_sz") << file;
         EXPECT_EQ(allOnes(z->simulatedBdStat), file == "simulated_bd_stat") << file;
         EXPECT_EQ(allOnes(z->idleHistogram), file == "idlehisto") << file;

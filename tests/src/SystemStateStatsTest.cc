@@ -8,8 +8,8 @@
 
 namespace {
 
-using Vistrel::SystemStateStats;
 using testing_support::FakeClock;
+using Vistrel::SystemStateStats;
 
 // A power manager that answers a scripted sequence and reports its own destruction.
 class ScriptedPowerManager : public Vistrel::PowerManager {
@@ -36,7 +36,9 @@ std::vector<int64_t> pack(uint32_t bits, const std::vector<bool>& states) {
     return stats.getDonStates();
 }
 
-std::vector<bool> repeat(bool value, size_t n) { return std::vector<bool>(n, value); }
+std::vector<bool> repeat(bool value, size_t n) {
+    return std::vector<bool>(n, value);
+}
 
 std::vector<bool> concat(std::vector<bool> a, const std::vector<bool>& b) {
     a.insert(a.end(), b.begin(), b.end());
@@ -71,8 +73,8 @@ TEST(SystemStateStatsPacking, EachWordIsLoggedAtInfo) {
     pack(1, repeat(true, 40));
     EXPECT_EQ(logcapture::entries(),
               (std::vector<logcapture::Entry>{
-                  {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ffffffff"},
-                  {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ff"}}));
+                      {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ffffffff"},
+                      {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ff"}}));
 
     SystemStateStats empty(1, 4, 1000);
     logcapture::clear();
@@ -82,7 +84,8 @@ TEST(SystemStateStatsPacking, EachWordIsLoggedAtInfo) {
 
 TEST(SystemStateStatsBatches, EveryNthSampleNotifiesAndStartsTheNextBatch) {
     SystemStateStats stats(1, 3, 60000);
-    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1, 0, 1, 0, 0, 1}));
+    stats.setPowerManager(
+            std::make_unique<ScriptedPowerManager>(std::vector<bool>{1, 0, 1, 0, 0, 1}));
     FakeClock clock;
     clock.elapsed = 1999999;
     EXPECT_FALSE(stats.sample(clock));
@@ -186,7 +189,8 @@ TEST(SystemStateStatsPowerManager, SetTakesOwnershipAndDestroysThePrevious) {
         auto first = std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}, &destroyed);
         stats.setPowerManager(std::move(first));
         EXPECT_EQ(first, nullptr);
-        stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{0}, &destroyed));
+        stats.setPowerManager(
+                std::make_unique<ScriptedPowerManager>(std::vector<bool>{0}, &destroyed));
         EXPECT_EQ(destroyed, 1);
     }
     EXPECT_EQ(destroyed, 2) << "the owned manager dies with the provider";

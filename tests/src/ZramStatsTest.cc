@@ -14,12 +14,13 @@ namespace {
 using testing_support::FixtureTree;
 
 std::vector<int64_t> record(const Vistrel::ZramStats& z) {
-    return {z.origDataSize, z.comprDataSize, z.memUsedTotal, z.memLimit,       z.memUsedMax,
-            z.samePages,    z.pagesCompacted, z.hugePages,   z.hugePagesSince, z.column10};
+    return {z.origDataSize, z.comprDataSize,  z.memUsedTotal, z.memLimit,       z.memUsedMax,
+            z.samePages,    z.pagesCompacted, z.hugePages,    z.hugePagesSince, z.column10};
 }
 
 TEST(ZramStats, CopiesTenColumnsZeroesNineAndKeepsTheRecordWhenMissing) {
-    const std::vector<int64_t> device = {1433600000, 402653184, 419430400, 0, 436207616, 12045, 913, 210, 388, 77};
+    const std::vector<int64_t> device = {1433600000, 402653184, 419430400, 0,   436207616,
+                                         12045,      913,       210,       388, 77};
     FixtureTree tree("memstorage/device");
     Vistrel::ZramStats zram;
     testing_support::FakeClock clock;
@@ -29,8 +30,9 @@ TEST(ZramStats, CopiesTenColumnsZeroesNineAndKeepsTheRecordWhenMissing) {
         FixtureTree empty("");
         EXPECT_FALSE(zram.snapshot(clock, false));
         EXPECT_EQ(record(zram), device);
-        EXPECT_EQ(logcapture::entries(), (std::vector<logcapture::Entry>{
-                                             {ANDROID_LOG_ERROR, "Vistrel", "ZramStats: failed to get zramStats"}}));
+        EXPECT_EQ(logcapture::entries(),
+                  (std::vector<logcapture::Entry>{
+                          {ANDROID_LOG_ERROR, "Vistrel", "ZramStats: failed to get zramStats"}}));
         const auto n = zram.sample(clock);
         ASSERT_TRUE(n) << "the heartbeat does not depend on the device";
         EXPECT_EQ(n->name + "/" + n->detail, "ZramHeartbeat/15 minutes");

@@ -65,7 +65,9 @@ public:
     // Not used by the providers: NOT_SUPPORTED.
     using InfoCallback = android::sp<android::hardware::health::V2_0::IHealthInfoCallback>;
     Return<Result> registerCallback(const InfoCallback&) override { return Result::NOT_SUPPORTED; }
-    Return<Result> unregisterCallback(const InfoCallback&) override { return Result::NOT_SUPPORTED; }
+    Return<Result> unregisterCallback(const InfoCallback&) override {
+        return Result::NOT_SUPPORTED;
+    }
     Return<void> getChargeCounter(getChargeCounter_cb cb) override { return unsupported(cb); }
     Return<void> getCurrentAverage(getCurrentAverage_cb cb) override { return unsupported(cb); }
     Return<void> getCapacity(getCapacity_cb cb) override { return unsupported(cb); }

@@ -20,8 +20,8 @@ public:
         char pattern[] = "/tmp/vistrel-fixture-XXXXXX";
         root_ = mkdtemp(pattern);
         if (!relative.empty()) {
-            std::filesystem::copy(std::string(VISTREL_SOURCE_DIR) + "/tests/data/" + relative, root_,
-                                  std::filesystem::copy_options::recursive);
+            std::filesystem::copy(std::string(VISTREL_SOURCE_DIR) + "/tests/data/" + relative,
+                                  root_, std::filesystem::copy_options::recursive);
         }
         hostplatform::setFsRoot(root_.string());
     }
@@ -33,7 +33,9 @@ public:
     FixtureTree& operator=(const FixtureTree&) = delete;
 
     // Host path of a device path such as "/proc/meminfo".
-    std::filesystem::path at(const std::string& devicePath) const { return root_.string() + devicePath; }
+    std::filesystem::path at(const std::string& devicePath) const {
+        return root_.string() + devicePath;
+    }
 
     void write(const std::string& devicePath, const std::string& text) const {
         std::filesystem::create_directories(at(devicePath).parent_path());

@@ -22,17 +22,17 @@ protected:
 }  // namespace android
 
 // Declares the interface's descriptor (its fully qualified name, as binder spells it: String16).
-#define DECLARE_META_INTERFACE(INTERFACE)                                       \
-public:                                                                         \
-    static const ::android::String16 descriptor;                                \
-    virtual const ::android::String16& getInterfaceDescriptor() const;          \
-    I##INTERFACE() = default;                                                   \
+#define DECLARE_META_INTERFACE(INTERFACE)                              \
+public:                                                                \
+    static const ::android::String16 descriptor;                       \
+    virtual const ::android::String16& getInterfaceDescriptor() const; \
+    I##INTERFACE() = default;                                          \
     ~I##INTERFACE() override = default;
 
-#define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                               \
-    const ::android::String16 I##INTERFACE::descriptor(NAME);                   \
-    const ::android::String16& I##INTERFACE::getInterfaceDescriptor() const {   \
-        return I##INTERFACE::descriptor;                                        \
+#define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                             \
+    const ::android::String16 I##INTERFACE::descriptor(NAME);                 \
+    const ::android::String16& I##INTERFACE::getInterfaceDescriptor() const { \
+        return I##INTERFACE::descriptor;                                      \
     }
 
 namespace hostplatform {

@@ -37,7 +37,9 @@ public:
     int32_t exceptionCode() const { return exception_; }
     const String8& exceptionMessage() const { return message_; }
     status_t transactionError() const { return exception_ == EX_TRANSACTION_FAILED ? error_ : OK; }
-    int32_t serviceSpecificErrorCode() const { return exception_ == EX_SERVICE_SPECIFIC ? error_ : 0; }
+    int32_t serviceSpecificErrorCode() const {
+        return exception_ == EX_SERVICE_SPECIFIC ? error_ : 0;
+    }
     // "No error", or "Status(<exception>, <error>): '<message>'".
     String8 toString8() const;
 

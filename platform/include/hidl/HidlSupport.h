@@ -53,15 +53,15 @@ private:
     std::string text_;
 };
 
-#define HIDL_STRING_COMPARISON(OP)                                                         \
-    inline bool operator OP(const hidl_string& a, const hidl_string& b) {                 \
-        return strcmp(a.c_str(), b.c_str()) OP 0;                                          \
-    }                                                                                      \
-    inline bool operator OP(const hidl_string& a, const char* b) {                        \
-        return strcmp(a.c_str(), b == nullptr ? "" : b) OP 0;                              \
-    }                                                                                      \
-    inline bool operator OP(const char* a, const hidl_string& b) {                        \
-        return strcmp(a == nullptr ? "" : a, b.c_str()) OP 0;                              \
+#define HIDL_STRING_COMPARISON(OP)                                        \
+    inline bool operator OP(const hidl_string& a, const hidl_string& b) { \
+        return strcmp(a.c_str(), b.c_str()) OP 0;                         \
+    }                                                                     \
+    inline bool operator OP(const hidl_string& a, const char* b) {        \
+        return strcmp(a.c_str(), b == nullptr ? "" : b) OP 0;             \
+    }                                                                     \
+    inline bool operator OP(const char* a, const hidl_string& b) {        \
+        return strcmp(a == nullptr ? "" : a, b.c_str()) OP 0;             \
     }
 HIDL_STRING_COMPARISON(==)
 HIDL_STRING_COMPARISON(!=)
@@ -71,7 +71,9 @@ HIDL_STRING_COMPARISON(>)
 HIDL_STRING_COMPARISON(>=)
 #undef HIDL_STRING_COMPARISON
 
-inline std::ostream& operator<<(std::ostream& out, const hidl_string& s) { return out << s.c_str(); }
+inline std::ostream& operator<<(std::ostream& out, const hidl_string& s) {
+    return out << s.c_str();
+}
 
 // A resizable vector. Deliberately without empty(), push_back(), emplace_back(), insert() and
 // clear(): code written against this compiles against libhidl too.
@@ -116,7 +118,9 @@ public:
     const_iterator end() const { return items_.end(); }
 
     iterator find(const T& value) { return std::find(items_.begin(), items_.end(), value); }
-    const_iterator find(const T& value) const { return std::find(items_.begin(), items_.end(), value); }
+    const_iterator find(const T& value) const {
+        return std::find(items_.begin(), items_.end(), value);
+    }
     bool contains(const T& value) const { return find(value) != end(); }
 
     bool operator==(const hidl_vec& other) const { return items_ == other.items_; }
@@ -176,8 +180,12 @@ std::string toHexString(T value, bool prefix = true) {
 
 }  // namespace details
 
-inline std::string toString(const hidl_string& s) { return "\"" + std::string(s) + "\""; }
-inline std::string toString(bool value) { return value ? "true" : "false"; }
+inline std::string toString(const hidl_string& s) {
+    return "\"" + std::string(s) + "\"";
+}
+inline std::string toString(bool value) {
+    return value ? "true" : "false";
+}
 template <typename T, typename = std::enable_if_t<std::is_arithmetic<T>::value>>
 std::string toString(T value) {
     return std::to_string(value);

@@ -101,7 +101,7 @@ template <typename T>
 class Return : public details::return_status {
 public:
     Return(T value) : details::return_status(), value_(std::move(value)) {}  // NOLINT(implicit)
-    Return(Status status) : details::return_status(status), value_() {}  // NOLINT(implicit)
+    Return(Status status) : details::return_status(status), value_() {}      // NOLINT(implicit)
     Return(Return&&) noexcept = default;
     Return& operator=(Return&&) noexcept = default;
 
@@ -119,10 +119,10 @@ template <typename T>
 class Return<sp<T>> : public details::return_status {
 public:
     Return(sp<T> value) : details::return_status(), value_(std::move(value)) {}  // NOLINT
-    Return(T* value) : details::return_status(), value_(value) {}  // NOLINT(implicit)
+    Return(T* value) : details::return_status(), value_(value) {}                // NOLINT(implicit)
     template <typename U>
     Return(const sp<U>& value) : details::return_status(), value_(value) {}  // NOLINT(implicit)
-    Return(Status status) : details::return_status(status) {}  // NOLINT(implicit)
+    Return(Status status) : details::return_status(status) {}                // NOLINT(implicit)
     Return(Return&&) noexcept = default;
     Return& operator=(Return&&) noexcept = default;
 
@@ -145,7 +145,9 @@ public:
     Return& operator=(Return&&) noexcept = default;
 };
 
-inline Return<void> Void() { return Return<void>(); }
+inline Return<void> Void() {
+    return Return<void>();
+}
 
 }  // namespace hardware
 }  // namespace android

@@ -3,9 +3,9 @@
 // Not synchronised with the calls themselves: install before the code under test runs.
 #pragma once
 
-#include <functional>
 #include <sys/statvfs.h>
 #include <time.h>
+#include <functional>
 
 namespace hostplatform {
 

@@ -82,10 +82,10 @@ private:
 };
 
 inline const std::initializer_list<std::string_view> SysMemInfo::kDefaultSysMemInfoTags = {
-    kMemTotal,      kMemFree,        kMemBuffers,    kMemCached,      kMemShmem,
-    kMemSlab,       kMemSReclaim,    kMemSUnreclaim, kMemSwapTotal,   kMemSwapFree,
-    kMemMapped,     kMemVmallocUsed, kMemPageTables, kMemKernelStack, kMemKReclaimable,
-    kMemAvailable,
+        kMemTotal,      kMemFree,        kMemBuffers,      kMemCached,
+        kMemShmem,      kMemSlab,        kMemSReclaim,     kMemSUnreclaim,
+        kMemSwapTotal,  kMemSwapFree,    kMemMapped,       kMemVmallocUsed,
+        kMemPageTables, kMemKernelStack, kMemKReclaimable, kMemAvailable,
 };
 
 }  // namespace meminfo

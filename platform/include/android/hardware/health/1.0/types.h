@@ -59,51 +59,66 @@ struct HealthInfo final {
     bool chargerAcOnline;
     bool chargerUsbOnline;
     bool chargerWirelessOnline;
-    int32_t maxChargingCurrent;    // µA
-    int32_t maxChargingVoltage;    // µV
+    int32_t maxChargingCurrent;  // µA
+    int32_t maxChargingVoltage;  // µV
     BatteryStatus batteryStatus;
     BatteryHealth batteryHealth;
     bool batteryPresent;
-    int32_t batteryLevel;          // percent
-    int32_t batteryVoltage;        // mV
-    int32_t batteryTemperature;    // tenths of a degree Celsius
-    int32_t batteryCurrent;        // µA
+    int32_t batteryLevel;        // percent
+    int32_t batteryVoltage;      // mV
+    int32_t batteryTemperature;  // tenths of a degree Celsius
+    int32_t batteryCurrent;      // µA
     int32_t batteryCycleCount;
-    int32_t batteryFullCharge;     // µAh
-    int32_t batteryChargeCounter;  // µAh
+    int32_t batteryFullCharge;                           // µAh
+    int32_t batteryChargeCounter;                        // µAh
     ::android::hardware::hidl_string batteryTechnology;  // e.g. "Li-ion"
 };
 
 // Bare value names; any other value in hexadecimal ("0" for zero).
 inline std::string toString(Result o) {
     switch (o) {
-        case Result::SUCCESS: return "SUCCESS";
-        case Result::NOT_SUPPORTED: return "NOT_SUPPORTED";
-        case Result::UNKNOWN: return "UNKNOWN";
+        case Result::SUCCESS:
+            return "SUCCESS";
+        case Result::NOT_SUPPORTED:
+            return "NOT_SUPPORTED";
+        case Result::UNKNOWN:
+            return "UNKNOWN";
     }
     return ::android::hardware::details::toHexString(static_cast<int32_t>(o));
 }
 
 inline std::string toString(BatteryStatus o) {
     switch (o) {
-        case BatteryStatus::UNKNOWN: return "UNKNOWN";
-        case BatteryStatus::CHARGING: return "CHARGING";
-        case BatteryStatus::DISCHARGING: return "DISCHARGING";
-        case BatteryStatus::NOT_CHARGING: return "NOT_CHARGING";
-        case BatteryStatus::FULL: return "FULL";
+        case BatteryStatus::UNKNOWN:
+            return "UNKNOWN";
+        case BatteryStatus::CHARGING:
+            return "CHARGING";
+        case BatteryStatus::DISCHARGING:
+            return "DISCHARGING";
+        case BatteryStatus::NOT_CHARGING:
+            return "NOT_CHARGING";
+        case BatteryStatus::FULL:
+            return "FULL";
     }
     return ::android::hardware::details::toHexString(static_cast<int32_t>(o));
 }
 
 inline std::string toString(BatteryHealth o) {
     switch (o) {
-        case BatteryHealth::UNKNOWN: return "UNKNOWN";
-        case BatteryHealth::GOOD: return "GOOD";
-        case BatteryHealth::OVERHEAT: return "OVERHEAT";
-        case BatteryHealth::DEAD: return "DEAD";
-        case BatteryHealth::OVER_VOLTAGE: return "OVER_VOLTAGE";
-        case BatteryHealth::UNSPECIFIED_FAILURE: return "UNSPECIFIED_FAILURE";
-        case BatteryHealth::COLD: return "COLD";
+        case BatteryHealth::UNKNOWN:
+            return "UNKNOWN";
+        case BatteryHealth::GOOD:
+            return "GOOD";
+        case BatteryHealth::OVERHEAT:
+            return "OVERHEAT";
+        case BatteryHealth::DEAD:
+            return "DEAD";
+        case BatteryHealth::OVER_VOLTAGE:
+            return "OVER_VOLTAGE";
+        case BatteryHealth::UNSPECIFIED_FAILURE:
+            return "UNSPECIFIED_FAILURE";
+        case BatteryHealth::COLD:
+            return "COLD";
     }
     return ::android::hardware::details::toHexString(static_cast<int32_t>(o));
 }

@@ -25,10 +25,10 @@ struct IHealth : public ::android::hidl::base::V1_0::IBase {
     static const char* descriptor;  // "android.hardware.health@2.0::IHealth"
 
     virtual ::android::hardware::Return<Result> registerCallback(
-        const ::android::sp<IHealthInfoCallback>& callback) = 0;
+            const ::android::sp<IHealthInfoCallback>& callback) = 0;
     // NOT_FOUND when the callback was not registered.
     virtual ::android::hardware::Return<Result> unregisterCallback(
-        const ::android::sp<IHealthInfoCallback>& callback) = 0;
+            const ::android::sp<IHealthInfoCallback>& callback) = 0;
     // Refreshes the values and pushes them to the registered callbacks.
     virtual ::android::hardware::Return<Result> update() = 0;
 
@@ -44,13 +44,13 @@ struct IHealth : public ::android::hidl::base::V1_0::IBase {
     using getEnergyCounter_cb = std::function<void(Result result, int64_t value)>;  // nWh
     virtual ::android::hardware::Return<void> getEnergyCounter(getEnergyCounter_cb _hidl_cb) = 0;
     using getChargeStatus_cb =
-        std::function<void(Result result, ::android::hardware::health::V1_0::BatteryStatus value)>;
+            std::function<void(Result result, ::android::hardware::health::V1_0::BatteryStatus value)>;
     virtual ::android::hardware::Return<void> getChargeStatus(getChargeStatus_cb _hidl_cb) = 0;
     using getStorageInfo_cb = std::function<void(
-        Result result, const ::android::hardware::hidl_vec<StorageInfo>& value)>;
+            Result result, const ::android::hardware::hidl_vec<StorageInfo>& value)>;
     virtual ::android::hardware::Return<void> getStorageInfo(getStorageInfo_cb _hidl_cb) = 0;
     using getDiskStats_cb =
-        std::function<void(Result result, const ::android::hardware::hidl_vec<DiskStats>& value)>;
+            std::function<void(Result result, const ::android::hardware::hidl_vec<DiskStats>& value)>;
     virtual ::android::hardware::Return<void> getDiskStats(getDiskStats_cb _hidl_cb) = 0;
     using getHealthInfo_cb = std::function<void(Result result, const HealthInfo& value)>;
     virtual ::android::hardware::Return<void> getHealthInfo(getHealthInfo_cb _hidl_cb) = 0;
@@ -58,9 +58,9 @@ struct IHealth : public ::android::hidl::base::V1_0::IBase {
     ::android::hardware::Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override;
 
     static ::android::hardware::Return<::android::sp<IHealth>> castFrom(
-        const ::android::sp<IHealth>& parent, bool emitError = false);
+            const ::android::sp<IHealth>& parent, bool emitError = false);
     static ::android::hardware::Return<::android::sp<IHealth>> castFrom(
-        const ::android::sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
+            const ::android::sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
 
     // The registered instance, or null. Keep every overload: without the const char[] one,
     // getService("default") would bind to getService(bool) and mean getStub = true.
@@ -75,7 +75,9 @@ struct IHealth : public ::android::hidl::base::V1_0::IBase {
         const std::string name(serviceName.c_str());
         return getService(name, getStub);
     }
-    static ::android::sp<IHealth> getService(bool getStub) { return getService("default", getStub); }
+    static ::android::sp<IHealth> getService(bool getStub) {
+        return getService("default", getStub);
+    }
     // The host registry never blocks, so these answer as getService() does.
     static ::android::sp<IHealth> tryGetService(const std::string& serviceName = "default",
                                                 bool getStub = false);

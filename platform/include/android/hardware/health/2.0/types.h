@@ -52,18 +52,23 @@ struct DiskStats final {
 
 struct HealthInfo final {
     ::android::hardware::health::V1_0::HealthInfo legacy;
-    int32_t batteryCurrentAverage;  // µA, 0 when unsupported
-    ::android::hardware::hidl_vec<DiskStats> diskStats;      // empty when unsupported
+    int32_t batteryCurrentAverage;                            // µA, 0 when unsupported
+    ::android::hardware::hidl_vec<DiskStats> diskStats;       // empty when unsupported
     ::android::hardware::hidl_vec<StorageInfo> storageInfos;  // empty when unsupported
 };
 
 inline std::string toString(Result o) {
     switch (o) {
-        case Result::SUCCESS: return "SUCCESS";
-        case Result::NOT_SUPPORTED: return "NOT_SUPPORTED";
-        case Result::UNKNOWN: return "UNKNOWN";
-        case Result::NOT_FOUND: return "NOT_FOUND";
-        case Result::CALLBACK_DIED: return "CALLBACK_DIED";
+        case Result::SUCCESS:
+            return "SUCCESS";
+        case Result::NOT_SUPPORTED:
+            return "NOT_SUPPORTED";
+        case Result::UNKNOWN:
+            return "UNKNOWN";
+        case Result::NOT_FOUND:
+            return "NOT_FOUND";
+        case Result::CALLBACK_DIED:
+            return "CALLBACK_DIED";
     }
     return ::android::hardware::details::toHexString(static_cast<int32_t>(o));
 }

@@ -24,25 +24,25 @@ namespace V2_1 {
 struct IHealth : public ::android::hardware::health::V2_0::IHealth {
     static const char* descriptor;  // "android.hardware.health@2.1::IHealth"
 
-    using getHealthConfig_cb = std::function<void(
-        ::android::hardware::health::V2_0::Result result, const HealthConfig& config)>;
+    using getHealthConfig_cb = std::function<void(::android::hardware::health::V2_0::Result result,
+                                                  const HealthConfig& config)>;
     virtual ::android::hardware::Return<void> getHealthConfig(getHealthConfig_cb _hidl_cb) = 0;
     using getHealthInfo_2_1_cb = std::function<void(
-        ::android::hardware::health::V2_0::Result result, const HealthInfo& value)>;
+            ::android::hardware::health::V2_0::Result result, const HealthInfo& value)>;
     virtual ::android::hardware::Return<void> getHealthInfo_2_1(getHealthInfo_2_1_cb _hidl_cb) = 0;
     using shouldKeepScreenOn_cb =
-        std::function<void(::android::hardware::health::V2_0::Result result, bool value)>;
+            std::function<void(::android::hardware::health::V2_0::Result result, bool value)>;
     virtual ::android::hardware::Return<void> shouldKeepScreenOn(shouldKeepScreenOn_cb _hidl_cb) = 0;
 
     ::android::hardware::Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override;
 
     static ::android::hardware::Return<::android::sp<IHealth>> castFrom(
-        const ::android::sp<IHealth>& parent, bool emitError = false);
+            const ::android::sp<IHealth>& parent, bool emitError = false);
     static ::android::hardware::Return<::android::sp<IHealth>> castFrom(
-        const ::android::sp<::android::hardware::health::V2_0::IHealth>& parent,
-        bool emitError = false);
+            const ::android::sp<::android::hardware::health::V2_0::IHealth>& parent,
+            bool emitError = false);
     static ::android::hardware::Return<::android::sp<IHealth>> castFrom(
-        const ::android::sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
+            const ::android::sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
 
     // The registered instance, or null. Keep every overload: without the const char[] one,
     // getService("default") would bind to getService(bool) and mean getStub = true.
@@ -57,7 +57,9 @@ struct IHealth : public ::android::hardware::health::V2_0::IHealth {
         const std::string name(serviceName.c_str());
         return getService(name, getStub);
     }
-    static ::android::sp<IHealth> getService(bool getStub) { return getService("default", getStub); }
+    static ::android::sp<IHealth> getService(bool getStub) {
+        return getService("default", getStub);
+    }
     static ::android::sp<IHealth> tryGetService(const std::string& serviceName = "default",
                                                 bool getStub = false);
     static ::android::sp<IHealth> tryGetService(const char serviceName[], bool getStub = false) {

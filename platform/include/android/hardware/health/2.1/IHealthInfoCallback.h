@@ -18,8 +18,8 @@ struct IHealthInfoCallback : public ::android::hardware::health::V2_0::IHealthIn
     ::android::hardware::Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override;
 
     static ::android::hardware::Return<::android::sp<IHealthInfoCallback>> castFrom(
-        const ::android::sp<::android::hardware::health::V2_0::IHealthInfoCallback>& parent,
-        bool emitError = false);
+            const ::android::sp<::android::hardware::health::V2_0::IHealthInfoCallback>& parent,
+            bool emitError = false);
 };
 
 }  // namespace V2_1

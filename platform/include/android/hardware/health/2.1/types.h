@@ -28,7 +28,7 @@ enum class Constants : int64_t {
 struct HealthInfo final {
     ::android::hardware::health::V2_0::HealthInfo legacy;  // level: legacy.legacy.batteryLevel
     BatteryCapacityLevel batteryCapacityLevel;
-    int64_t batteryChargeTimeToFullNowSeconds;  // -1: unsupported
+    int64_t batteryChargeTimeToFullNowSeconds;   // -1: unsupported
     int32_t batteryFullChargeDesignCapacityUah;  // 0: unknown
 };
 

@@ -40,26 +40,27 @@ struct IBase : virtual public ::android::RefBase {
 
     virtual bool isRemote() const { return false; }
 
-    using interfaceChain_cb =
-        std::function<void(const ::android::hardware::hidl_vec<::android::hardware::hidl_string>&)>;
+    using interfaceChain_cb = std::function<void(
+            const ::android::hardware::hidl_vec<::android::hardware::hidl_string>&)>;
     // The descriptors of this interface and its ancestors, most-derived first.
     virtual ::android::hardware::Return<void> interfaceChain(interfaceChain_cb _hidl_cb);
 
     virtual ::android::hardware::Return<void> debug(
-        const ::android::hardware::hidl_handle& fd,
-        const ::android::hardware::hidl_vec<::android::hardware::hidl_string>& options);
+            const ::android::hardware::hidl_handle& fd,
+            const ::android::hardware::hidl_vec<::android::hardware::hidl_string>& options);
 
     using interfaceDescriptor_cb = std::function<void(const ::android::hardware::hidl_string&)>;
     virtual ::android::hardware::Return<void> interfaceDescriptor(interfaceDescriptor_cb _hidl_cb);
 
     using getHashChain_cb = std::function<void(
-        const ::android::hardware::hidl_vec<::android::hardware::hidl_array<uint8_t, 32>>&)>;
+            const ::android::hardware::hidl_vec<::android::hardware::hidl_array<uint8_t, 32>>&)>;
     virtual ::android::hardware::Return<void> getHashChain(getHashChain_cb _hidl_cb);
 
     virtual ::android::hardware::Return<void> setHALInstrumentation();
 
     virtual ::android::hardware::Return<bool> linkToDeath(
-        const ::android::sp<::android::hardware::hidl_death_recipient>& recipient, uint64_t cookie);
+            const ::android::sp<::android::hardware::hidl_death_recipient>& recipient,
+            uint64_t cookie);
 
     virtual ::android::hardware::Return<void> ping();
 
@@ -69,10 +70,10 @@ struct IBase : virtual public ::android::RefBase {
     virtual ::android::hardware::Return<void> notifySyspropsChanged();
 
     virtual ::android::hardware::Return<bool> unlinkToDeath(
-        const ::android::sp<::android::hardware::hidl_death_recipient>& recipient);
+            const ::android::sp<::android::hardware::hidl_death_recipient>& recipient);
 
     static ::android::hardware::Return<::android::sp<IBase>> castFrom(
-        const ::android::sp<IBase>& parent, bool emitError = false);
+            const ::android::sp<IBase>& parent, bool emitError = false);
 };
 
 }  // namespace V1_0

@@ -15,7 +15,7 @@ struct DebugInfo final {
         IS_32BIT = 2,
     };
 
-    int32_t pid;  // -1 when unknown
+    int32_t pid;   // -1 when unknown
     uint64_t ptr;  // address of the implementation object, 0 when unknown
     Architecture arch;
 };
