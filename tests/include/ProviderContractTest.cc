@@ -6,6 +6,7 @@
 
 #include "FakeClock.h"
 #include "SystemStateStats.h"
+#include "VtableSlot.h"
 
 namespace {
 
@@ -31,20 +32,8 @@ TEST(ProviderContract, BaseBehaviours) {
     EXPECT_FALSE(routed) << "the base acquireResources must not call the router";
 }
 
-#if defined(__x86_64__)
-// Itanium C++ ABI: a pointer to a virtual member function holds 1 + the byte offset of its
-// vtable slot, and the destructor pair occupies slots 0 and 1. Providers built against the host
-// library depend on this order.
-template <typename F>
-ptrdiff_t slotOf(F member) {
-    struct Representation {
-        uintptr_t ptr;
-        ptrdiff_t adj;
-    } r;
-    static_assert(sizeof(member) == sizeof(r));
-    memcpy(&r, &member, sizeof(r));
-    return static_cast<ptrdiff_t>((r.ptr - 1) / sizeof(void*));
-}
+// Providers built against the host library depend on this order.
+using testing_support::slotOf;
 
 TEST(ProviderContract, VirtualOperationsKeepTheirSlots) {
     EXPECT_EQ(slotOf(&Provider::name), 2);
@@ -57,7 +46,6 @@ TEST(ProviderContract, VirtualOperationsKeepTheirSlots) {
     EXPECT_EQ(slotOf(&Vistrel::SystemStateStats::setPowerManager), 9);
     EXPECT_EQ(slotOf(&Vistrel::PowerManager::getIsInteractive), 0);
 }
-#endif
 
 // Layout the host library relies on: a notification is name then detail; a period is signed
 // 64-bit milliseconds.
