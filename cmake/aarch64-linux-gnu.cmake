@@ -27,6 +27,9 @@ set(CMAKE_CROSSCOMPILING_EMULATOR ${VISTREL_QEMU_AARCH64} -L ${VISTREL_ARM64_PRE
 # /usr/lib/p7zip. That path holds the native plugin; the arm64 one sits at the same path under
 # the prefix, and the linker resolves the indirect dependency there.
 set(_vistrel_arm64_plugin_dir ${VISTREL_ARM64_PREFIX}/usr/lib/p7zip)
+if(NOT EXISTS ${_vistrel_arm64_plugin_dir}/7z.so)
+  message(FATAL_ERROR "${_vistrel_arm64_plugin_dir}/7z.so is missing: run scripts/setup.sh")
+endif()
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${_vistrel_arm64_plugin_dir}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${_vistrel_arm64_plugin_dir}")
 
