@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up, checks the formatting, then builds and runs every test: the plain build, the same suites under
-# AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, and a bounded run
-# of every fuzz target. Exits non-zero on the first failure.
+# AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, the whole suite again
+# cross-built for arm64 and run under qemu-user, and a bounded run of every fuzz target. Exits
+# non-zero on the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
@@ -28,6 +29,11 @@ step "ThreadSanitizer (suites with calls from other threads)"
 cmake --preset tsan >/dev/null
 cmake --build --preset tsan -j "$jobs" --target tsan_tests
 ctest --preset tsan -j "$jobs" -L tsan
+
+step "arm64 cross-build, tests under qemu-user (the headset's architecture)"
+cmake --preset arm64 >/dev/null
+cmake --build --preset arm64 -j "$jobs"
+ctest --preset arm64 -j "$jobs"
 
 step "fuzz targets (clang, ASan + UBSan), about 1M executions each"
 FUZZ_PARALLEL="$jobs" ./scripts/fuzz.sh -runs=1000000

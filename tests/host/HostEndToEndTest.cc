@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "ChildProcess.h"
+
 namespace {
 
 using nlohmann::json;
@@ -19,7 +21,8 @@ struct HostRun {
 };
 
 HostRun runHost(const std::string& arguments) {
-    const std::string command = std::string(VISTREL_HOST_BINARY) + " " + arguments + " 2>&1";
+    const std::string command =
+            testing_support::commandToRun(VISTREL_HOST_BINARY) + " " + arguments + " 2>&1";
     HostRun run{-1, ""};
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return run;

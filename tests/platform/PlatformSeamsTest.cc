@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ChildProcess.h"
 #include "Headset.h"
 #include "SharedOsServicesProperties.sysprop.h"
 #include "hostplatform/FsRoot.h"
@@ -54,7 +55,8 @@ TEST(FsRoot, ReadsTheEnvironmentWhenThePlatformLoads) {
     char self[PATH_MAX] = {};
     ASSERT_GT(readlink("/proc/self/exe", self, sizeof(self) - 1), 0);
     const std::string command =
-            "VISTREL_FSROOT_PROBE=" + out + " VISTREL_FS_ROOT=/captured " + std::string(self) +
+            "VISTREL_FSROOT_PROBE=" + out + " VISTREL_FS_ROOT=/captured " +
+            testing_support::commandToRun(self) +
             " --gtest_filter=FsRoot.ReadsTheEnvironmentWhenThePlatformLoads >/dev/null";
     ASSERT_EQ(system(command.c_str()), 0) << command;
     std::string seen;

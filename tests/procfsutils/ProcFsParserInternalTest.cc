@@ -93,6 +93,33 @@ TEST(ProcFsParse, LineRulesPrefixKeysAndFirstRowWins) {
     EXPECT_EQ(out.threads, 12) << "bounded by len";
 }
 
+// `char` is signed on x86-64 and unsigned on arm64: bytes from 0x80 up (UTF-8 process names,
+// garbage) must parse alike on both, and never index a table by a negative character.
+TEST(ProcFsParse, BytesFrom0x80ParseAlikeOnEveryArchitecture) {
+    const ProcessStatusData named = status("Name:\t\xe2\x80\xa2 app\xff\nState:\t\xe9\n");
+    EXPECT_STREQ(named.name, "\xe2\x80\xa2 app\xff");
+    EXPECT_EQ(static_cast<unsigned char>(named.state), 0xe9);
+    const ProcessStatusData numbers =
+            status("\xd0\x9f: 9\nPid:\t\xff"
+                   "42\xff\nTgid:\t\xb9\n");
+    EXPECT_EQ(numbers.pid, 42);
+    EXPECT_EQ(numbers.tgid, 0) << "0xb9 is no digit in any locale here";
+
+    struct Accented {
+        int32_t ete;
+        int32_t plain;
+    };
+    const DataFileField fields[] = {
+            {"\xc3\xa9t\xc3\xa9", offsetof(Accented, ete), 4, Int32},
+            {"plain", offsetof(Accented, plain), 4, Int32},
+    };
+    const std::string text = "\xff\xfe: 1\n\xc3\xa9t\xc3\xa9: 7\nplain: 8\n";
+    Accented out{};
+    parse(text.data(), static_cast<int>(text.size()), fields, 2, &out);
+    EXPECT_EQ(out.ete, 7);
+    EXPECT_EQ(out.plain, 8);
+}
+
 struct Wide {
     uint64_t byteCount;
     int64_t kiloBytes64;
