@@ -1,10 +1,16 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the reference host need, natively and for
-# the arm64 lane (cross toolchain, qemu-user, and the arm64 builds of the libraries the tests and
-# the host link, through Debian multiarch).
+# Installs the Debian packages the build, the tests and the reference host need.
+#
+#   scripts/setup.sh           what the native build, tests and reference host need
+#   scripts/setup.sh --arm64   also the arm64 lane: cross toolchain, qemu-user, and the arm64
+#                              builds of the libraries the tests and the host link (multiarch)
+#
 # Idempotent: the arm64 architecture is added only when dpkg lacks it, only missing packages are
 # installed, and apt is not touched when none are.
 set -euo pipefail
+
+with_arm64=false
+[ "${1:-}" = --arm64 ] && with_arm64=true
 
 packages=(
   build-essential cmake ninja-build pkg-config
@@ -13,9 +19,9 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libcli11-dev
   procps python3 python3-psutil
-  # arm64 lane: the cross compiler and the user-mode emulator that runs its executables.
-  g++-aarch64-linux-gnu qemu-user
 )
+# arm64 lane: the cross compiler and the user-mode emulator that runs its executables.
+arm64_tools=(g++-aarch64-linux-gnu qemu-user)
 # Libraries linked by the arm64 test executables and host (the header-only ones above serve both).
 arm64_packages=(
   android-liblog-dev android-libutils-dev
@@ -30,9 +36,14 @@ missing=()
 for p in "${packages[@]}"; do
   installed "$p" || missing+=("$p")
 done
-for p in "${arm64_packages[@]}"; do
-  installed "$p:arm64" || missing+=("$p:arm64")
-done
+if $with_arm64; then
+  for p in "${arm64_tools[@]}"; do
+    installed "$p" || missing+=("$p")
+  done
+  for p in "${arm64_packages[@]}"; do
+    installed "$p:arm64" || missing+=("$p:arm64")
+  done
+fi
 
 SUDO=""
 if [ "$(id -u)" -ne 0 ]; then SUDO="sudo"; fi
@@ -40,7 +51,7 @@ export DEBIAN_FRONTEND=noninteractive
 
 if [ "${#missing[@]}" -gt 0 ]; then
   echo "setup: installing ${missing[*]}" >&2
-  if [ "$(dpkg --print-architecture)" != arm64 ] &&
+  if $with_arm64 && [ "$(dpkg --print-architecture)" != arm64 ] &&
     ! dpkg --print-foreign-architectures | grep -qx arm64; then
     $SUDO dpkg --add-architecture arm64
   fi
@@ -54,7 +65,8 @@ fi
 # (-L, cmake/aarch64-linux-gnu.cmake) looks there first for every absolute path the arm64 loader
 # opens, and the linker resolves the indirect dependency there too.
 arm64_prefix=/usr/local/lib/vistrel-arm64-prefix
-if [ "$(dpkg --print-architecture)" != arm64 ] && [ ! -e "$arm64_prefix/usr/lib/p7zip/7z.so" ]; then
+if $with_arm64 && [ "$(dpkg --print-architecture)" != arm64 ] &&
+  [ ! -e "$arm64_prefix/usr/lib/p7zip/7z.so" ]; then
   echo "setup: extracting the arm64 7z.so into $arm64_prefix" >&2
   scratch=$(mktemp -d)
   trap 'rm -rf "$scratch"' EXIT

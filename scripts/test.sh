@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Sets up, checks the formatting, then builds and runs every test: the plain build, the same suites under
-# AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, the whole suite again
+# Sets up, checks the formatting, then builds and runs every test: the plain build, the same
+# suites under AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, the whole suite again
 # cross-built for arm64 and run under qemu-user, and a bounded run of every fuzz target. Exits
 # non-zero on the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-./scripts/setup.sh
+./scripts/setup.sh --arm64
 
 jobs=$(nproc)
 step() { printf '\n== %s ==\n' "$*"; }
