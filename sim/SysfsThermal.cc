@@ -74,13 +74,13 @@ bool isBatteryLimit(TemperatureType type) {
            type == TemperatureType::BCL_PERCENTAGE;
 }
 
-// The severity a trip point of this type stands for; empty for unknown trip types.
-std::optional<ThrottlingSeverity> tripSeverityOf(std::string_view tripType) {
+// The severity a trip point of this type stands for; NONE for unknown trip types.
+ThrottlingSeverity tripSeverityOf(std::string_view tripType) {
     if (tripType == "active") return ThrottlingSeverity::LIGHT;
     if (tripType == "passive") return ThrottlingSeverity::MODERATE;
     if (tripType == "hot") return ThrottlingSeverity::SEVERE;
     if (tripType == "critical") return ThrottlingSeverity::SHUTDOWN;
-    return std::nullopt;
+    return ThrottlingSeverity::NONE;
 }
 
 }  // namespace
@@ -148,15 +148,16 @@ std::optional<Zone> parseZone(const ZoneFiles& files) {
     zone.threshold.vrThrottlingThreshold = NAN;
 
     for (const auto& [tripType, tripTemp] : files.trips) {
-        const auto tripName = tripType ? parseName(*tripType) : std::nullopt;
-        const auto severity = tripName ? tripSeverityOf(*tripName) : std::nullopt;
-        const auto at = tripTemp ? parseInteger(*tripTemp) : std::nullopt;
-        if (!severity || !at) continue;
-        float& threshold = zone.threshold.hotThrottlingThresholds[static_cast<size_t>(*severity)];
-        const float atValue = static_cast<float>(*at) / scale;
+        const ThrottlingSeverity severity =
+                tripSeverityOf(tripType ? parseName(*tripType).value_or("") : "");
+        const std::optional<int64_t> at = tripTemp ? parseInteger(*tripTemp) : std::nullopt;
+        if (severity == ThrottlingSeverity::NONE || !at.has_value()) continue;
+        const int64_t atMillis = at.value_or(0);
+        float& threshold = zone.threshold.hotThrottlingThresholds[static_cast<size_t>(severity)];
+        const float atValue = static_cast<float>(atMillis) / scale;
         if (std::isnan(threshold) || atValue < threshold) threshold = atValue;
-        if (known && millis >= *at && *severity > zone.temperature.throttlingStatus) {
-            zone.temperature.throttlingStatus = *severity;
+        if (known && millis >= atMillis && severity > zone.temperature.throttlingStatus) {
+            zone.temperature.throttlingStatus = severity;
         }
     }
     return zone;
