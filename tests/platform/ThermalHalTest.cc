@@ -3,6 +3,7 @@
 #include <android/hardware/thermal/2.0/IThermal.h>
 #include <gtest/gtest.h>
 
+#include <future>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -80,18 +81,22 @@ TEST(HwBinderThreadPool, RunsPostedTransactionsInOrderOnItsOwnThread) {
         threads.insert(std::this_thread::get_id());
     };
     EXPECT_FALSE(hostplatform::onHwBinderThread());
+    std::promise<void> allPosted;
     for (int n = 0; n < 100; ++n) {
         hostplatform::postOnewayTransaction([&, n] {
-            record(n);
             if (n == 0) {
-                // From the pool itself: a nested post runs after everything queued, and
-                // waiting there returns at once instead of deadlocking.
+                // From the pool itself, once the rest is queued: a nested post runs after
+                // everything queued before it, and waiting there returns at once instead of
+                // deadlocking.
+                allPosted.get_future().wait();
                 hostplatform::postOnewayTransaction([&] { record(100); });
                 hostplatform::waitForOnewayTransactions();
             }
+            record(n);
             EXPECT_TRUE(hostplatform::onHwBinderThread());
         });
     }
+    allPosted.set_value();
     hostplatform::waitForOnewayTransactions();
     hostplatform::waitForOnewayTransactions();  // the nested post may follow the first wait
     std::lock_guard<std::mutex> lock(mutex);

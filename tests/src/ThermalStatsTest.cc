@@ -136,9 +136,19 @@ TEST_F(ThermalStatsConnected, RegistrationOutcomesKeepTheNewCallbackAndTheHandle
     EXPECT_EQ(pushes.delivered(), (std::vector<Push>{{"ThermalThrottle", "skin", true}}));
     EXPECT_EQ(pushes.offCallerThread, 1) << "the HAL's callback arrives on its own thread";
     EXPECT_EQ(later.delivered().size(), 2u);
-    hal->failNext(Call::Temperatures, Fault::Transport);
+}
+
+TEST(ThermalStatsRefused, ARefusedRegistrationStillLeavesSamplingWorking) {
+    android::sp<FakeThermal> hal = new FakeThermal;
+    hal->registerDefault();
+    hal->temperatures = {FakeThermal::temperature("cpu", Type::CPU, 40)};
+    hal->failNext(Call::Register, Fault::FailureEmpty);
+    ThermalStats stats;
+    testing_support::FakeClock clock;
+    EXPECT_FALSE(stats.acquireResources([](auto&&...) {}, clock));
     stats.sampleHAL();
-    EXPECT_EQ(stats.sampleCount, 0) << "sampling goes on with the registered handle";
+    EXPECT_EQ(stats.sampleCount, 1);
+    EXPECT_EQ(stats.temperatureHistory.at("cpu")[0], 40);
 }
 
 TEST_F(ThermalStatsConnected, TransportFailuresStopTheSampleAndRefusedListsStillUseTheirSlot) {
