@@ -1,5 +1,5 @@
-// A scriptable thermal HAL 2.0 for tests: it answers `temperatures`, `coolingDevices` and
-// `thresholds` as set, with the callback registry, the throttling delivery on the
+// A scriptable thermal HAL 2.0 for tests: it answers `temperatures` and `coolingDevices` as set
+// (no thresholds), with the callback registry, the throttling delivery on the
 // hardware-binder thread and the call-by-call faults of every simulated thermal HAL
 // (sim/ThermalHal.h: failNext(Call, Fault), deliverThrottling()).
 //
@@ -41,7 +41,6 @@ public:
 
     std::vector<Temperature> temperatures;
     std::vector<CoolingDevice> coolingDevices;
-    std::vector<TemperatureThreshold> thresholds;
 
 protected:
     ThermalStatus readTemperatures(std::vector<Temperature>& out) override {
@@ -56,10 +55,7 @@ protected:
         out = coolingDevices;
         return {};
     }
-    ThermalStatus readThresholds(std::vector<TemperatureThreshold>& out) override {
-        out = thresholds;
-        return {};
-    }
+    ThermalStatus readThresholds(std::vector<TemperatureThreshold>&) override { return {}; }
 
 private:
     int perRead_ = 0;
