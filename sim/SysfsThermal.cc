@@ -108,6 +108,18 @@ std::optional<int64_t> parseInteger(std::string_view text) {
     return negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
 }
 
+std::optional<uint64_t> entryNumber(std::string_view name, std::string_view prefix) {
+    if (name.substr(0, prefix.size()) != prefix) return std::nullopt;
+    const std::string_view digits = name.substr(prefix.size());
+    if (digits.empty() || digits.size() > 18) return std::nullopt;
+    uint64_t number = 0;
+    for (char c : digits) {
+        if (c < '0' || c > '9') return std::nullopt;
+        number = number * 10 + static_cast<uint64_t>(c - '0');
+    }
+    return number;
+}
+
 ThermalHal::TemperatureType zoneTypeOf(std::string_view zoneType) {
     const std::string lower = lowerCase(zoneType);
     for (const auto& entry : kZoneTypes) {
@@ -204,15 +216,10 @@ int numberedEntries(const char* prefix, std::vector<std::string>& names) {
     DIR* dir = opendir(hostPath(kThermalClass).c_str());
     if (dir == nullptr) return errno;
     std::vector<std::pair<uint64_t, std::string>> found;
-    const size_t prefixLength = strlen(prefix);
     while (const dirent* entry = readdir(dir)) {
-        const std::string_view name(entry->d_name);
-        const std::string_view digits = name.substr(std::min(prefixLength, name.size()));
-        if (name.rfind(prefix, 0) != 0 || digits.empty() || digits.size() > 18 ||
-            !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
-            continue;
+        if (const auto number = sysfs::entryNumber(entry->d_name, prefix)) {
+            found.emplace_back(*number, entry->d_name);
         }
-        found.emplace_back(static_cast<uint64_t>(*sysfs::parseInteger(digits)), std::string(name));
     }
     closedir(dir);
     std::sort(found.begin(), found.end());

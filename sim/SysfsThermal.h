@@ -54,6 +54,10 @@ std::optional<std::string> parseName(std::string_view text);
 // when it does not fit 64 bits.
 std::optional<int64_t> parseInteger(std::string_view text);
 
+// The number of a directory entry named `prefix` followed by decimal digits ("thermal_zone12"
+// with prefix "thermal_zone": 12); empty for any other name.
+std::optional<uint64_t> entryNumber(std::string_view name, std::string_view prefix);
+
 ThermalHal::TemperatureType zoneTypeOf(std::string_view zoneType);
 ThermalHal::CoolingType coolingTypeOf(std::string_view deviceType);
 
