@@ -106,6 +106,13 @@ struct ThermalStatsConnected : testing::Test {
     testing_support::FakeClock clock;
 };
 
+TEST_F(ThermalStatsConnected, AsksTheHalForEverythingUnfiltered) {
+    stats.sampleHAL();
+    EXPECT_EQ(hal->requests,
+              (std::vector<std::string>{"register(false, CPU)", "temperatures(false, UNKNOWN)",
+                                        "coolingDevices(false, CPU)"}));
+}
+
 TEST_F(ThermalStatsConnected, RegistrationOutcomesKeepTheNewCallbackAndTheHandle) {
     EXPECT_EQ(hal->callbackCount(), 1u);
     hal->failNext(Call::Register, Fault::Failure);

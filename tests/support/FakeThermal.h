@@ -41,6 +41,26 @@ public:
 
     std::vector<Temperature> temperatures;
     std::vector<CoolingDevice> coolingDevices;
+    // Every registration and list request as "call(filterType, type)", so tests can check the
+    // arguments callers pass (a filter would silently hide sensors).
+    std::vector<std::string> requests;
+
+    Return<void> registerThermalChangedCallback(const android::sp<Callback>& callback,
+                                                bool filterType, TemperatureType type,
+                                                registerThermalChangedCallback_cb cb) override {
+        requests.push_back(request("register", filterType, toString(type)));
+        return ThermalHal::registerThermalChangedCallback(callback, filterType, type, cb);
+    }
+    Return<void> getCurrentTemperatures(bool filterType, TemperatureType type,
+                                        getCurrentTemperatures_cb cb) override {
+        requests.push_back(request("temperatures", filterType, toString(type)));
+        return ThermalHal::getCurrentTemperatures(filterType, type, cb);
+    }
+    Return<void> getCurrentCoolingDevices(bool filterType, CoolingType type,
+                                          getCurrentCoolingDevices_cb cb) override {
+        requests.push_back(request("coolingDevices", filterType, toString(type)));
+        return ThermalHal::getCurrentCoolingDevices(filterType, type, cb);
+    }
 
 protected:
     ThermalStatus readTemperatures(std::vector<Temperature>& out) override {
@@ -58,6 +78,10 @@ protected:
     ThermalStatus readThresholds(std::vector<TemperatureThreshold>&) override { return {}; }
 
 private:
+    static std::string request(const char* call, bool filterType, const std::string& type) {
+        return std::string(call) + (filterType ? "(true, " : "(false, ") + type + ")";
+    }
+
     int perRead_ = 0;
     int total_ = 0;
     int sent_ = 0;  // only touched by temperature reads, which the host serialises
