@@ -111,6 +111,30 @@ void Host::drainPushes() {
     }
 }
 
+bool Host::callHookAt(int64_t atNs, const std::string& provider, const std::string& hook) {
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        if (providers_[i].provider->name() != provider || providers_[i].hooks.count(hook) == 0) {
+            continue;
+        }
+        const auto later = std::upper_bound(
+                hooks_.begin(), hooks_.end(), atNs,
+                [](int64_t at, const ScheduledHook& scheduled) { return at < scheduled.atNs; });
+        hooks_.insert(later, ScheduledHook{atNs, i, hook});
+        return true;
+    }
+    return false;
+}
+
+void Host::callHooksDueAt(int64_t ns) {
+    while (!hooks_.empty() && hooks_.front().atNs == ns) {
+        const ScheduledHook due = hooks_.front();
+        hooks_.erase(hooks_.begin());
+        HostedProvider& hosted = providers_[due.provider];
+        output_.write(clock_.deviceNs(), hosted.provider->name(), "hook", json{{"name", due.hook}});
+        hosted.hooks[due.hook]();
+    }
+}
+
 bool Host::waitUntil(int64_t ns) {
     if (clock_.mode() == HostClock::Mode::Simulated) {
         clock_.advanceTo(ns);
@@ -129,20 +153,23 @@ int Host::run(int64_t durationNs) {
     std::vector<sim::HostEvent> nextEvents = headset_.nextEventsAfter(clock_.deviceNs());
 
     for (;;) {
+        if (clock_.mode() == HostClock::Mode::Simulated) headset_.settle();
         drainPushes();
         int64_t next = std::min(endNs, nextSnapshotNs);
         if (!nextEvents.empty()) next = std::min(next, nextEvents.front().atNs);
+        if (!hooks_.empty()) next = std::min(next, hooks_.front().atNs);
         for (const auto& due : nextSampleNs_) {
             if (due) next = std::min(next, *due);
         }
         if (!waitUntil(next)) continue;  // a push arrived first, or woke early: re-plan
 
-        // Everything due at `next`, in a fixed order: host events, samples, snapshots.
+        // Everything due at `next`, in a fixed order: host events, hooks, samples, snapshots.
         if (!nextEvents.empty() && nextEvents.front().atNs == next) {
             for (const auto& event : nextEvents)
                 route("host", "host-event", event.name, event.detail);
             nextEvents = headset_.nextEventsAfter(next);
         }
+        callHooksDueAt(next);
         for (size_t i = 0; i < providers_.size(); ++i) {
             if (nextSampleNs_[i] == next) sampleOne(i, next);
         }
@@ -152,6 +179,7 @@ int Host::run(int64_t durationNs) {
         }
         if (next >= endNs) break;
     }
+    headset_.settle();
     drainPushes();
     releaseAll();
     return 0;

@@ -6,7 +6,8 @@
 // snapshots every provider each `snapshotEveryNs` and prints the records, and finally releases
 // and destroys them. Pushes may arrive on any thread: they are queued and handled on the
 // driving thread; a forced push makes the host snapshot the pushing provider at once and print
-// its record.
+// its record. In simulated time the host lets the simulated HALs deliver the callbacks they
+// have sent before it handles pushes, so a push shows at the device time it was sent.
 #pragma once
 
 #include <condition_variable>
@@ -27,6 +28,10 @@ public:
     Host(HostClock& clock, Output& output, sim::Headset& headset,
          std::vector<HostedProvider> providers, int64_t snapshotEveryNs);
 
+    // Calls the named hook of the named provider (HostedProvider::hooks) at device time
+    // `atNs` during run(). False when no hosted provider has that hook.
+    bool callHookAt(int64_t atNs, const std::string& provider, const std::string& hook);
+
     // Runs until `durationNs` of device time has passed; returns the process exit status.
     int run(int64_t durationNs);
 
@@ -36,6 +41,12 @@ private:
         std::string name;
         std::string detail;
         bool force;
+    };
+
+    struct ScheduledHook {
+        int64_t atNs;
+        size_t provider;
+        std::string hook;
     };
 
     void acquireAll();
@@ -48,6 +59,7 @@ private:
     void enqueuePush(size_t provider, const std::string& name, const std::string& detail,
                      bool force);
     void drainPushes();
+    void callHooksDueAt(int64_t ns);
     // Moves device time to `ns`; in real mode returns early (false) when a push arrives.
     bool waitUntil(int64_t ns);
 
@@ -57,6 +69,7 @@ private:
     std::vector<HostedProvider> providers_;
     std::vector<std::optional<int64_t>> nextSampleNs_;
     int64_t snapshotEveryNs_;
+    std::vector<ScheduledHook> hooks_;  // in time order
 
     std::mutex pushMutex_;
     std::condition_variable pushArrived_;

@@ -1,6 +1,7 @@
 #include "Providers.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "BatteryStats.h"
 #include "BatteryStatsStates.h"
@@ -9,6 +10,7 @@
 #include "SwapWriteStats.h"
 #include "SystemMemoryStats.h"
 #include "SystemStateStats.h"
+#include "ThermalStats.h"
 #include "ZramStats.h"
 
 namespace host {
@@ -195,16 +197,47 @@ HostedProvider systemMemory(const ProviderOptions&) {
             });
 }
 
+// Thermal statistics rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
+json thermalStatistics(const std::map<std::string, Vistrel::SampledData>& all) {
+    const auto rounded = [](float value) { return std::round(value * 100.0) / 100.0; };
+    json byName = json::object();
+    for (const auto& [name, d] : all) {
+        byName[name] = {{"current", rounded(d.current)},
+                        {"max", rounded(d.max)},
+                        {"min", rounded(d.min)},
+                        {"average", rounded(d.average)}};
+    }
+    return byName;
+}
+
+HostedProvider thermal(const ProviderOptions&) {
+    auto hosted = hostedWith<Vistrel::ThermalStats>(
+            std::make_unique<Vistrel::ThermalStats>(), [](Vistrel::ThermalStats& t) {
+                return json{{"sensorsByType", t.sensorsByType},
+                            {"temperatures", thermalStatistics(t.temperatureStats)},
+                            {"coolingDevices", thermalStatistics(t.coolingDeviceStats)},
+                            {"throttlingStatus", t.throttlingStatus}};
+            });
+    auto* p = static_cast<Vistrel::ThermalStats*>(hosted.provider.get());
+    hosted.hooks["fireThrottlingNotification"] = [p] { p->fireThrottlingNotification(); };
+    return hosted;
+}
+
 struct Entry {
     const char* name;
     HostedProvider (*make)(const ProviderOptions&);
 };
 
 const Entry kProviders[] = {
-        {"SystemStateStats", systemState},     {"BatteryStats", battery},
-        {"BatteryStatsStates", batteryStates}, {"ProcessMemoryStats", processMemory},
-        {"SystemMemoryStats", systemMemory},   {"ZramStats", zram},
-        {"SwapWriteStats", swapWrite},         {"StorageStats", storage},
+        {"SystemStateStats", systemState},
+        {"BatteryStats", battery},
+        {"BatteryStatsStates", batteryStates},
+        {"ProcessMemoryStats", processMemory},
+        {"SystemMemoryStats", systemMemory},
+        {"ZramStats", zram},
+        {"SwapWriteStats", swapWrite},
+        {"StorageStats", storage},
+        {"ThermalStats", thermal},
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,6 +30,9 @@ struct HostedProvider {
     // What the host fetches after routing one of the provider's own notifications (for
     // example the packed don states after "AggregatedDonStates"); empty when nothing.
     std::function<std::optional<nlohmann::ordered_json>(const Vistrel::Notification&)> follow;
+    // Test hooks the host can call by name at a scripted device time, on the driving thread
+    // (for example ThermalStats' "fireThrottlingNotification").
+    std::map<std::string, std::function<void()>> hooks;
 };
 
 // Every provider the host knows, by class name, in the order the host drives them.

@@ -48,6 +48,10 @@ struct Options {
     std::string logLevel = "info";
     std::string dataTotal;
     std::string dataAvailable;
+    // Thermal HAL of the simulated headset, and scripted throttling notifications.
+    std::string thermal = "sim";
+    std::string thermalScenario;
+    std::vector<std::string> fireThrottling;
 };
 
 int usageError(const std::string& message) {
@@ -129,6 +133,15 @@ int main(int argc, char** argv) {
     app.add_option("--data-available", o.dataAvailable,
                    "Space available on /data, e.g. 3G (default 71G); below 10 % of the size "
                    "StorageStats raises LowStorage");
+    app.add_option("--thermal", o.thermal,
+                   "Thermal HAL: sim (the simulated sensors, default) or sysfs (the "
+                   "/sys/class/thermal tree under --root, or the workstation's own)")
+            ->check(CLI::IsMember({"sim", "sysfs"}));
+    app.add_option("--thermal-scenario", o.thermalScenario,
+                   "Scenario of the simulated thermal HAL: default, hot-room or stuck-fan");
+    app.add_option("--fire-throttling", o.fireThrottling,
+                   "Call ThermalStats' fireThrottlingNotification at this device time, e.g. 30m "
+                   "(repeatable)");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -187,6 +200,20 @@ int main(int argc, char** argv) {
         if (!bytes) return usageError("bad byte count '" + *text + "'");
         *figure = *bytes;
     }
+    if (o.thermal == "sysfs") {
+        if (!o.thermalScenario.empty()) return usageError("--thermal-scenario needs --thermal sim");
+        config.thermalBackend = sim::HeadsetConfig::ThermalBackend::Sysfs;
+    } else if (!o.thermalScenario.empty()) {
+        const auto scenario = sim::ThermalScript::named(o.thermalScenario);
+        if (!scenario) return usageError("unknown thermal scenario '" + o.thermalScenario + "'");
+        config.thermal = *scenario;
+    }
+    std::vector<int64_t> fireThrottlingAt;
+    for (const auto& text : o.fireThrottling) {
+        const auto at = host::parseDuration(text);
+        if (!at) return usageError("bad duration '" + text + "'");
+        fireThrottlingAt.push_back(*at);
+    }
     sim::Headset headset(config, [&clock] { return clock.deviceNs(); });
 
     host::ProviderOptions providerOptions;
@@ -196,6 +223,11 @@ int main(int argc, char** argv) {
 
     host::Host host(clock, output, headset, host::makeProviders(providerOptions, names),
                     *snapshotEvery);
+    for (const int64_t at : fireThrottlingAt) {
+        if (!host.callHookAt(at, "ThermalStats", "fireThrottlingNotification")) {
+            return usageError("--fire-throttling needs ThermalStats among the providers");
+        }
+    }
     const int status = host.run(*duration);
     __android_log_set_logger(__android_log_stderr_logger);
     return status;

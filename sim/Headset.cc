@@ -1,6 +1,8 @@
 #include "Headset.h"
 
+#include "SysfsThermal.h"
 #include "TriggerService.h"
+#include "hostplatform/HwBinderThreadPool.h"
 #include "hostplatform/Power.h"
 #include "hostplatform/ServiceRegistry.h"
 
@@ -47,10 +49,29 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     health_ = new SimHealth(config_.battery, now_,
                             [script = config_.interactive](int64_t ns) { return script.at(ns); });
     health_->registerAsService("default");
+    if (config_.thermalBackend == HeadsetConfig::ThermalBackend::Sysfs) {
+        thermal_ = new SysfsThermal;
+    } else {
+        const auto stateAt = [script = config_.interactive, health = health_](int64_t ns) {
+            const bool wired = health->chargerOnline(Charger::Ac, ns) ||
+                               health->chargerOnline(Charger::Usb, ns);
+            return HeadsetState{script.at(ns),
+                                wired || health->chargerOnline(Charger::Wireless, ns), wired};
+        };
+        thermal_ = new SimThermal(config_.thermal, now_, stateAt);
+    }
+    thermal_->registerAsService("default");
     installTriggerService();
 }
 
+void Headset::settle() {
+    hostplatform::waitForOnewayTransactions();
+}
+
 Headset::~Headset() {
+    settle();
+    hostplatform::removeService<android::hardware::thermal::V2_0::IThermal>("default");
+    hostplatform::removeService<android::hardware::thermal::V1_0::IThermal>("default");
     removeTriggerService();
     hostplatform::removeService<android::hardware::health::V2_1::IHealth>("default");
     hostplatform::removeService<android::hardware::health::V2_0::IHealth>("default");

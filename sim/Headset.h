@@ -14,6 +14,7 @@
 
 #include "DataPartition.h"
 #include "SimHealth.h"
+#include "SimThermal.h"
 
 namespace sim {
 
@@ -55,6 +56,10 @@ struct HeadsetConfig {
     InteractiveScript interactive = InteractiveScript::defaults();
     BatteryScript battery = BatteryScript::defaults();  // health HAL "default" while alive
     DataFigures data;                                   // statvfs("/data") while the headset lives
+    // Thermal HAL 2.0 "default" while the headset lives: the simulated sensors of `thermal`,
+    // or the thermal sysfs tree under the file-system root.
+    enum class ThermalBackend { Simulated, Sysfs } thermalBackend = ThermalBackend::Simulated;
+    ThermalScript thermal = ThermalScript::defaults();
 };
 
 class Headset {
@@ -70,11 +75,17 @@ public:
 
     const HeadsetConfig& config() const { return config_; }
     SimHealth& health() { return *health_; }
+    ThermalHal& thermal() { return *thermal_; }
+
+    // Waits until every callback the simulated HALs have sent so far (one-way calls on the
+    // hardware-binder thread) has been delivered.
+    void settle();
 
 private:
     HeadsetConfig config_;
     DeviceTime now_;
     android::sp<SimHealth> health_;
+    android::sp<ThermalHal> thermal_;
     DataPartition data_{config_.data};
 };
 

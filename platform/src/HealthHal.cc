@@ -5,40 +5,16 @@
 #include <android/hardware/health/2.1/IHealth.h>
 #include <android/hardware/health/2.1/IHealthInfoCallback.h>
 
+#include "InterfaceChains.h"
 #include "hostplatform/HidlServices.h"
 
 namespace android {
 namespace hardware {
 namespace health {
-namespace {
 
 using ::android::hidl::base::V1_0::IBase;
-
-// Whether `object` lists `descriptor` in its interface chain.
-bool implements(IBase& object, const char* descriptor) {
-    bool found = false;
-    auto ret = object.interfaceChain([&](const hidl_vec<hidl_string>& chain) {
-        found = chain.contains(hidl_string(descriptor));
-    });
-    return ret.isOk() && found;
-}
-
-// A checked down-cast: null when `parent` is null or not of type To.
-template <typename To, typename From>
-Return<sp<To>> checkedCast(const sp<From>& parent) {
-    if (parent == nullptr || !implements(*parent, To::descriptor)) return sp<To>();
-    return sp<To>(dynamic_cast<To*>(parent.get()));
-}
-
-Return<void> chain(const IBase::interfaceChain_cb& cb, std::initializer_list<const char*> names) {
-    hidl_vec<hidl_string> descriptors(names.size());
-    size_t i = 0;
-    for (const char* name : names) descriptors[i++] = name;
-    cb(descriptors);
-    return Void();
-}
-
-}  // namespace
+using ::hostplatform::interfaces::chain;
+using ::hostplatform::interfaces::checkedCast;
 
 namespace V2_0 {
 

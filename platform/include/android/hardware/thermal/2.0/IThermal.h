@@ -1,0 +1,105 @@
+// Host stand-in for android.hardware.thermal@2.0::IThermal: the 1.0 interface plus current
+// temperatures and cooling devices by type, thresholds and throttling callbacks. Every method
+// answers through a callback that runs before the call returns (ThermalStatus is a struct, so
+// even registration reports through one). getService() looks the instance up in the host
+// service registry (see hostplatform/HidlServices.h).
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <android/hardware/thermal/1.0/IThermal.h>
+#include <android/hardware/thermal/1.0/types.h>
+#include <android/hardware/thermal/2.0/IThermalChangedCallback.h>
+#include <android/hardware/thermal/2.0/types.h>
+#include <hidl/HidlSupport.h>
+#include <hidl/Status.h>
+#include <utils/Errors.h>
+#include <utils/StrongPointer.h>
+
+namespace android {
+namespace hardware {
+namespace thermal {
+namespace V2_0 {
+
+struct IThermal : public ::android::hardware::thermal::V1_0::IThermal {
+    static const char* descriptor;  // "android.hardware.thermal@2.0::IThermal"
+
+    // With filterType false, `type` is ignored and every sensor or device is listed.
+    using getCurrentTemperatures_cb =
+            std::function<void(const ::android::hardware::thermal::V1_0::ThermalStatus& status,
+                               const ::android::hardware::hidl_vec<Temperature>& temperatures)>;
+    virtual ::android::hardware::Return<void> getCurrentTemperatures(
+            bool filterType, TemperatureType type, getCurrentTemperatures_cb _hidl_cb) = 0;
+    using getTemperatureThresholds_cb = std::function<void(
+            const ::android::hardware::thermal::V1_0::ThermalStatus& status,
+            const ::android::hardware::hidl_vec<TemperatureThreshold>& temperatureThresholds)>;
+    virtual ::android::hardware::Return<void> getTemperatureThresholds(
+            bool filterType, TemperatureType type, getTemperatureThresholds_cb _hidl_cb) = 0;
+    // FAILURE for a null callback or one that is already registered.
+    using registerThermalChangedCallback_cb =
+            std::function<void(const ::android::hardware::thermal::V1_0::ThermalStatus& status)>;
+    virtual ::android::hardware::Return<void> registerThermalChangedCallback(
+            const ::android::sp<IThermalChangedCallback>& callback, bool filterType,
+            TemperatureType type, registerThermalChangedCallback_cb _hidl_cb) = 0;
+    // FAILURE for a null callback or one that is not registered.
+    using unregisterThermalChangedCallback_cb =
+            std::function<void(const ::android::hardware::thermal::V1_0::ThermalStatus& status)>;
+    virtual ::android::hardware::Return<void> unregisterThermalChangedCallback(
+            const ::android::sp<IThermalChangedCallback>& callback,
+            unregisterThermalChangedCallback_cb _hidl_cb) = 0;
+    using getCurrentCoolingDevices_cb =
+            std::function<void(const ::android::hardware::thermal::V1_0::ThermalStatus& status,
+                               const ::android::hardware::hidl_vec<CoolingDevice>& devices)>;
+    virtual ::android::hardware::Return<void> getCurrentCoolingDevices(
+            bool filterType, CoolingType type, getCurrentCoolingDevices_cb _hidl_cb) = 0;
+
+    ::android::hardware::Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override;
+
+    static ::android::hardware::Return<::android::sp<IThermal>> castFrom(
+            const ::android::sp<IThermal>& parent, bool emitError = false);
+    static ::android::hardware::Return<::android::sp<IThermal>> castFrom(
+            const ::android::sp<::android::hardware::thermal::V1_0::IThermal>& parent,
+            bool emitError = false);
+    static ::android::hardware::Return<::android::sp<IThermal>> castFrom(
+            const ::android::sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
+
+    // The registered instance, or null. Keep every overload: without the const char[] one,
+    // getService("default") would bind to getService(bool) and mean getStub = true.
+    static ::android::sp<IThermal> getService(const std::string& serviceName = "default",
+                                              bool getStub = false);
+    static ::android::sp<IThermal> getService(const char serviceName[], bool getStub = false) {
+        const std::string name(serviceName == nullptr ? "" : serviceName);
+        return getService(name, getStub);
+    }
+    static ::android::sp<IThermal> getService(const ::android::hardware::hidl_string& serviceName,
+                                              bool getStub = false) {
+        const std::string name(serviceName.c_str());
+        return getService(name, getStub);
+    }
+    static ::android::sp<IThermal> getService(bool getStub) {
+        return getService("default", getStub);
+    }
+    static ::android::sp<IThermal> tryGetService(const std::string& serviceName = "default",
+                                                 bool getStub = false);
+    static ::android::sp<IThermal> tryGetService(const char serviceName[], bool getStub = false) {
+        const std::string name(serviceName == nullptr ? "" : serviceName);
+        return tryGetService(name, getStub);
+    }
+    static ::android::sp<IThermal> tryGetService(const ::android::hardware::hidl_string& serviceName,
+                                                 bool getStub = false) {
+        const std::string name(serviceName.c_str());
+        return tryGetService(name, getStub);
+    }
+    static ::android::sp<IThermal> tryGetService(bool getStub) {
+        return tryGetService("default", getStub);
+    }
+
+    // Server side: registers this object under `serviceName` as a 2.0 and as a 1.0 service.
+    ::android::status_t registerAsService(const std::string& serviceName = "default");
+};
+
+}  // namespace V2_0
+}  // namespace thermal
+}  // namespace hardware
+}  // namespace android

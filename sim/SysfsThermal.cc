@@ -1,0 +1,305 @@
+#include "SysfsThermal.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "hostplatform/FsRoot.h"
+
+namespace sim {
+namespace sysfs {
+namespace {
+
+using android::hardware::thermal::V2_0::CoolingType;
+using android::hardware::thermal::V2_0::TemperatureType;
+using android::hardware::thermal::V2_0::ThrottlingSeverity;
+
+struct ZonePrefix {
+    const char* prefix;
+    TemperatureType type;
+};
+
+// In match order: the BCL zones before anything their names could also start with.
+const ZonePrefix kZoneTypes[] = {
+        {"vbat", TemperatureType::BCL_VOLTAGE},
+        {"ibat", TemperatureType::BCL_CURRENT},
+        {"soc", TemperatureType::BCL_PERCENTAGE},
+        {"cpu", TemperatureType::CPU},
+        {"apc", TemperatureType::CPU},
+        {"x86_pkg", TemperatureType::CPU},
+        {"gpu", TemperatureType::GPU},
+        {"battery", TemperatureType::BATTERY},
+        {"bms", TemperatureType::BATTERY},
+        {"skin", TemperatureType::SKIN},
+        {"xo-therm", TemperatureType::SKIN},
+        {"usb", TemperatureType::USB_PORT},
+        {"pa-therm", TemperatureType::POWER_AMPLIFIER},
+        {"pa_therm", TemperatureType::POWER_AMPLIFIER},
+        {"npu", TemperatureType::NPU},
+        {"nsp", TemperatureType::NPU},
+};
+
+struct CoolingPart {
+    const char* part;
+    CoolingType type;
+};
+
+const CoolingPart kCoolingTypes[] = {
+        {"fan", CoolingType::FAN},         {"cpu", CoolingType::CPU},
+        {"gpu", CoolingType::GPU},         {"kgsl", CoolingType::GPU},
+        {"battery", CoolingType::BATTERY}, {"charge", CoolingType::BATTERY},
+        {"modem", CoolingType::MODEM},     {"npu", CoolingType::NPU},
+        {"cdsp", CoolingType::NPU},
+};
+
+std::string lowerCase(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return lower;
+}
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+bool isBatteryLimit(TemperatureType type) {
+    return type == TemperatureType::BCL_VOLTAGE || type == TemperatureType::BCL_CURRENT ||
+           type == TemperatureType::BCL_PERCENTAGE;
+}
+
+// The severity a trip point of this type stands for; NONE for unknown trip types.
+ThrottlingSeverity tripSeverityOf(std::string_view tripType) {
+    if (tripType == "active") return ThrottlingSeverity::LIGHT;
+    if (tripType == "passive") return ThrottlingSeverity::MODERATE;
+    if (tripType == "hot") return ThrottlingSeverity::SEVERE;
+    if (tripType == "critical") return ThrottlingSeverity::SHUTDOWN;
+    return ThrottlingSeverity::NONE;
+}
+
+}  // namespace
+
+std::optional<std::string> parseName(std::string_view text) {
+    text = text.substr(0, text.find('\n'));
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    if (text.empty()) return std::nullopt;
+    return std::string(text);
+}
+
+std::optional<int64_t> parseInteger(std::string_view text) {
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    const bool negative = !text.empty() && text.front() == '-';
+    if (negative) text.remove_prefix(1);
+    if (text.empty()) return std::nullopt;
+    uint64_t magnitude = 0;
+    const uint64_t limit = negative ? uint64_t{1} << 63 : std::numeric_limits<int64_t>::max();
+    for (char c : text) {
+        if (c < '0' || c > '9') return std::nullopt;
+        const uint64_t digit = static_cast<uint64_t>(c - '0');
+        if (magnitude > (limit - digit) / 10) return std::nullopt;
+        magnitude = magnitude * 10 + digit;
+    }
+    return negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
+}
+
+std::optional<uint64_t> entryNumber(std::string_view name, std::string_view prefix) {
+    if (name.substr(0, prefix.size()) != prefix) return std::nullopt;
+    const std::string_view digits = name.substr(prefix.size());
+    if (digits.empty() || digits.size() > 18) return std::nullopt;
+    uint64_t number = 0;
+    for (char c : digits) {
+        if (c < '0' || c > '9') return std::nullopt;
+        number = number * 10 + static_cast<uint64_t>(c - '0');
+    }
+    return number;
+}
+
+ThermalHal::TemperatureType zoneTypeOf(std::string_view zoneType) {
+    const std::string lower = lowerCase(zoneType);
+    for (const auto& entry : kZoneTypes) {
+        if (lower.rfind(entry.prefix, 0) == 0) return entry.type;
+    }
+    return TemperatureType::UNKNOWN;
+}
+
+ThermalHal::CoolingType coolingTypeOf(std::string_view deviceType) {
+    const std::string lower = lowerCase(deviceType);
+    for (const auto& entry : kCoolingTypes) {
+        if (lower.find(entry.part) != std::string::npos) return entry.type;
+    }
+    return CoolingType::COMPONENT;
+}
+
+std::optional<Zone> parseZone(const ZoneFiles& files) {
+    const auto name = files.type ? parseName(*files.type) : std::nullopt;
+    if (!name) return std::nullopt;
+    const TemperatureType type = zoneTypeOf(*name);
+    // Degrees from millidegrees; the battery limit zones are already in their own units.
+    const float scale = isBatteryLimit(type) ? 1.0f : 1000.0f;
+    const std::optional<int64_t> temp = files.temp ? parseInteger(*files.temp) : std::nullopt;
+    const bool known = temp.has_value();
+    const int64_t millis = temp.value_or(0);
+
+    Zone zone{};
+    zone.temperature.type = type;
+    zone.temperature.name = *name;
+    zone.temperature.value = known ? static_cast<float>(millis) / scale : NAN;
+    zone.temperature.throttlingStatus = ThrottlingSeverity::NONE;
+    zone.threshold.type = type;
+    zone.threshold.name = *name;
+    for (size_t i = 0; i < 7; ++i) {
+        zone.threshold.hotThrottlingThresholds[i] = NAN;
+        zone.threshold.coldThrottlingThresholds[i] = NAN;
+    }
+    zone.threshold.vrThrottlingThreshold = NAN;
+
+    for (const auto& [tripType, tripTemp] : files.trips) {
+        const ThrottlingSeverity severity =
+                tripSeverityOf(tripType ? parseName(*tripType).value_or("") : "");
+        const std::optional<int64_t> at = tripTemp ? parseInteger(*tripTemp) : std::nullopt;
+        if (severity == ThrottlingSeverity::NONE || !at.has_value()) continue;
+        const int64_t atMillis = at.value_or(0);
+        float& threshold = zone.threshold.hotThrottlingThresholds[static_cast<size_t>(severity)];
+        const float atValue = static_cast<float>(atMillis) / scale;
+        if (std::isnan(threshold) || atValue < threshold) threshold = atValue;
+        if (known && millis >= atMillis && severity > zone.temperature.throttlingStatus) {
+            zone.temperature.throttlingStatus = severity;
+        }
+    }
+    return zone;
+}
+
+std::optional<ThermalHal::CoolingDevice> parseCoolingDevice(
+        const std::optional<std::string>& type, const std::optional<std::string>& curState) {
+    const auto name = type ? parseName(*type) : std::nullopt;
+    const auto state = curState ? parseInteger(*curState) : std::nullopt;
+    if (!name || !state || *state < 0) return std::nullopt;
+    return ThermalHal::CoolingDevice{coolingTypeOf(*name), *name, static_cast<uint64_t>(*state)};
+}
+
+}  // namespace sysfs
+
+namespace {
+
+using android::hardware::thermal::V1_0::ThermalStatus;
+using android::hardware::thermal::V1_0::ThermalStatusCode;
+
+constexpr const char kThermalClass[] = "/sys/class/thermal";
+constexpr size_t kMaxFileBytes = 4096;  // a sysfs attribute is at most one page
+constexpr size_t kMaxTrips = 32;
+
+std::string hostPath(const std::string& devicePath) {
+    return hostplatform::fsRoot() + devicePath;
+}
+
+// The text of a small file (its first kMaxFileBytes), or empty when it cannot be read.
+// Non-blocking, so a FIFO in a captured tree cannot hang the reader.
+std::optional<std::string> readSmallFile(const std::string& devicePath) {
+    const int fd = open(hostPath(devicePath).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return std::nullopt;
+    char buffer[kMaxFileBytes];
+    const ssize_t n = read(fd, buffer, sizeof(buffer));
+    close(fd);
+    if (n < 0) return std::nullopt;
+    return std::string(buffer, static_cast<size_t>(n));
+}
+
+// Entries of the thermal class directory named `prefix` followed by a decimal number, in
+// number order. Returns 0, or the errno of a directory that cannot be read.
+int numberedEntries(const char* prefix, std::vector<std::string>& names) {
+    DIR* dir = opendir(hostPath(kThermalClass).c_str());
+    if (dir == nullptr) return errno;
+    std::vector<std::pair<uint64_t, std::string>> found;
+    while (const dirent* entry = readdir(dir)) {
+        if (const auto number = sysfs::entryNumber(entry->d_name, prefix)) {
+            found.emplace_back(*number, entry->d_name);
+        }
+    }
+    closedir(dir);
+    std::sort(found.begin(), found.end());
+    for (auto& entry : found) names.push_back(std::move(entry.second));
+    return 0;
+}
+
+ThermalStatus unreadableDirectory(int error) {
+    return ThermalStatus{ThermalStatusCode::FAILURE,
+                         std::string("cannot read ") + kThermalClass + ": " + strerror(error)};
+}
+
+ThermalStatus success() {
+    return ThermalStatus{ThermalStatusCode::SUCCESS, ""};
+}
+
+sysfs::ZoneFiles readZoneFiles(const std::string& directory) {
+    sysfs::ZoneFiles files;
+    files.type = readSmallFile(directory + "/type");
+    files.temp = readSmallFile(directory + "/temp");
+    for (size_t i = 0; i < kMaxTrips; ++i) {
+        const std::string trip = directory + "/trip_point_" + std::to_string(i);
+        auto type = readSmallFile(trip + "_type");
+        if (!type) break;  // the kernel numbers trip points without gaps
+        files.trips.emplace_back(std::move(type), readSmallFile(trip + "_temp"));
+    }
+    return files;
+}
+
+}  // namespace
+
+ThermalStatus SysfsThermal::readZones(std::vector<std::pair<std::string, sysfs::Zone>>& zones) {
+    std::vector<std::string> names;
+    if (const int error = numberedEntries("thermal_zone", names)) return unreadableDirectory(error);
+    for (const auto& name : names) {
+        auto zone = sysfs::parseZone(readZoneFiles(std::string(kThermalClass) + "/" + name));
+        if (zone) zones.emplace_back(name, std::move(*zone));
+    }
+    return success();
+}
+
+ThermalStatus SysfsThermal::readTemperatures(std::vector<Temperature>& out) {
+    std::vector<std::pair<std::string, sysfs::Zone>> zones;
+    const ThermalStatus status = readZones(zones);
+    std::vector<Temperature> risen;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& [directory, zone] : zones) {
+            const auto severity = static_cast<int32_t>(zone.temperature.throttlingStatus);
+            const auto last = lastSeverity_.find(directory);
+            if (last != lastSeverity_.end() && severity > last->second) {
+                risen.push_back(zone.temperature);
+            }
+            lastSeverity_[directory] = severity;
+            out.push_back(zone.temperature);
+        }
+    }
+    for (const auto& temperature : risen) deliverThrottling(temperature);
+    return status;
+}
+
+ThermalStatus SysfsThermal::readThresholds(std::vector<TemperatureThreshold>& out) {
+    std::vector<std::pair<std::string, sysfs::Zone>> zones;
+    const ThermalStatus status = readZones(zones);
+    for (const auto& entry : zones) out.push_back(entry.second.threshold);
+    return status;
+}
+
+ThermalStatus SysfsThermal::readCoolingDevices(std::vector<CoolingDevice>& out) {
+    std::vector<std::string> names;
+    if (const int error = numberedEntries("cooling_device", names)) {
+        return unreadableDirectory(error);
+    }
+    for (const auto& name : names) {
+        const std::string directory = std::string(kThermalClass) + "/" + name;
+        const auto device = sysfs::parseCoolingDevice(readSmallFile(directory + "/type"),
+                                                      readSmallFile(directory + "/cur_state"));
+        if (device) out.push_back(*device);
+    }
+    return success();
+}
+
+}  // namespace sim
