@@ -8,43 +8,15 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "ChildProcess.h"
+#include "HostRun.h"
 
 namespace {
 
 using nlohmann::json;
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 
-struct HostRun {
-    int status;
-    std::string output;
-};
-
-HostRun runHost(const std::string& arguments) {
-    const std::string command =
-            testing_support::commandToRun(VISTREL_HOST_BINARY) + " " + arguments + " 2>&1";
-    HostRun run{-1, ""};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    char chunk[4096];
-    size_t n;
-    while ((n = fread(chunk, 1, sizeof(chunk), pipe)) > 0) run.output.append(chunk, n);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
-
-std::vector<json> jsonLines(const std::string& text) {
-    std::vector<json> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos) end = text.size();
-        if (end > start) lines.push_back(json::parse(text.substr(start, end - start)));
-        start = end + 1;
-    }
-    return lines;
-}
+using testing_support::HostRun;
+using testing_support::runHost;
 
 // Independent packing of one-bit states: state i is bit (i mod 32) of word i / 32.
 std::vector<std::string> packOneBit(const std::vector<bool>& states) {
@@ -64,7 +36,7 @@ TEST(HostEndToEnd, SimulatedRunDeliversDonStateBatchesOnTheirCadence) {
             "--simulate 3h --json --providers SystemStateStats --don-states 60 --don-period 1m "
             "--interactive '40m on, 20m off'");
     ASSERT_EQ(run.status, 0) << run.output;
-    const auto lines = jsonLines(run.output);
+    const auto lines = run.lines;
 
     std::vector<int64_t> notifiedAt;
     std::vector<json> fetches;
@@ -116,7 +88,7 @@ TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
     const HostRun run = runHost("--json --providers BatteryStats,BatteryStatsStates");
     ASSERT_EQ(run.status, 0) << run.output;
     std::map<std::string, int> notifications, records, hostEvents, actions;
-    for (const auto& line : jsonLines(run.output)) {
+    for (const auto& line : run.lines) {
         const std::string event = line["event"];
         if (event == "notification") ++notifications[line["name"].get<std::string>()];
         if (event == "record") ++records[line["source"].get<std::string>()];
@@ -174,7 +146,7 @@ TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
     ASSERT_EQ(run.status, 0) << run.output;
     std::map<std::string, std::vector<int64_t>> heartbeats;
     std::map<std::string, json> last;
-    for (const auto& line : jsonLines(run.output)) {
+    for (const auto& line : run.lines) {
         if (line["event"] == "notification")
             heartbeats[line["name"]].push_back(line["t_ns"].get<int64_t>() / kMinuteNs);
         if (line["event"] == "record") last[line["source"]] = line;
@@ -214,7 +186,7 @@ TEST(HostEndToEnd, ProcessMemoryRecordsAndEveryOverBudgetReport) {
     ASSERT_EQ(run.status, 0) << run.output;
     std::vector<json> records;
     std::vector<std::vector<std::string>> reports;
-    for (const auto& line : jsonLines(run.output)) {
+    for (const auto& line : run.lines) {
         if (line["event"] == "record") records.push_back(line);
         if (line["event"] == "trigger-report") reports.push_back(line["annotations"]);
     }

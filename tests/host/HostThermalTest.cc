@@ -9,32 +9,15 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "HostRun.h"
+
 namespace {
 
 using nlohmann::json;
 constexpr int64_t kSecondNs = INT64_C(1000000000);
 
-struct HostRun {
-    int status = -1;
-    std::string output;
-    std::vector<json> lines;  // with --json
-};
-
-HostRun runHost(const std::string& arguments) {
-    HostRun run;
-    FILE* pipe = popen((std::string(VISTREL_HOST_BINARY) + " " + arguments + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) return run;
-    char chunk[4096];
-    for (size_t n; (n = fread(chunk, 1, sizeof(chunk), pipe)) > 0;) run.output.append(chunk, n);
-    const int status = pclose(pipe);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    for (size_t start = 0, end; start < run.output.size(); start = end + 1) {
-        end = run.output.find('\n', start);
-        const std::string line = run.output.substr(start, end - start);
-        if (!line.empty() && line[0] == '{') run.lines.push_back(json::parse(line));
-    }
-    return run;
-}
+using testing_support::HostRun;
+using testing_support::runHost;
 
 TEST(HostThermal, DefaultRunHasRecordsHeartbeatsAndThrottlingFromTheSimulatedHal) {
     const HostRun run = runHost("--json");
