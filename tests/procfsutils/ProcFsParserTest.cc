@@ -1,10 +1,7 @@
 #include "procfsutils/ProcFsParser.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -170,7 +167,7 @@ TEST_F(ProcFsReader, StatusVariants) {
     EXPECT_EQ(out.vmRss, 473660u);
 }
 
-TEST_F(ProcFsReader, MissingUnreadableOrExitedProcessGivesFalseAndAZeroRecord) {
+TEST_F(ProcFsReader, MissingOrUnreadableStatusGivesFalseAndAZeroRecord) {
     TempTree tree;
     fs::create_directories(tree.root / "proc/77/status");  // opens, but read fails (EISDIR)
     fs::create_directories(tree.root / "proc/78");
@@ -181,23 +178,6 @@ TEST_F(ProcFsReader, MissingUnreadableOrExitedProcessGivesFalseAndAZeroRecord) {
         EXPECT_FALSE(parser.getProcessStatusData(pid, &out)) << pid;
         EXPECT_TRUE(allZero(out)) << pid;
     }
-
-    hostplatform::setFsRoot("");  // this machine: a child exits between enumeration and read
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        pause();
-        _exit(0);
-    }
-    bool found = false;
-    int pid;
-    while (!found && parser.getNextPid(&pid)) found = pid == child;
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    ASSERT_TRUE(found);
-    ProcessStatusData out = garbage<ProcessStatusData>();
-    EXPECT_FALSE(parser.getProcessStatusData(child, &out));
-    EXPECT_TRUE(allZero(out));
 }
 
 TEST_F(ProcFsReader, VmStatBlockDeviceAndZramFiles) {

@@ -42,9 +42,4 @@ TEST(Logger, PassesTagAndFormattedTextUnchanged) {
     EXPECT_EQ(lines[1].text, "BatteryStats: force sampled in snapshot");
 }
 
-TEST(Logger, ReturnsTheAndroidLogResult) {
-    // The capture substitute returns 1 for every line it records.
-    EXPECT_EQ(xrlogger::Log(xrlogger::WARNING, "Vistrel", "x"), 1);
-}
-
 }  // namespace
