@@ -74,7 +74,7 @@ TEST(HostEndToEnd, ReadableTimelineByDefault) {
                 ::testing::HasSubstr("eventStartMs=60000 donStates=[0xffffffff, 0x800007f]"));
 }
 
-TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
+TEST(HostEndToEnd, BatteryRunShowsEveryEventKind) {
     const HostRun run = runHost("--json --providers BatteryStats,BatteryStatsStates");
     ASSERT_EQ(run.status, 0) << run.output;
     std::map<std::string, int> notifications, records, hostEvents, actions;
@@ -123,7 +123,7 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
 // stays off, so nothing is written into the tree).
 const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
 
-TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
+TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriods) {
     const HostRun run = runHost(
             "--simulate 3h --json --snapshot-every 1h --root " + kData + "memstorage/device" +
             " --providers SystemMemoryStats,ZramStats,SwapWriteStats,StorageStats");
@@ -154,7 +154,7 @@ TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
 
 // Process memory on its fixture tree with the simulated memtrack: pid 400 gets the HAL's error
 // (-1), pid 401 gets 512 KiB; each scan reports both.
-TEST(HostEndToEnd, ProcessMemoryRecordsAndEveryOverBudgetReport) {
+TEST(HostEndToEnd, ProcessMemoryRunReportsEveryScan) {
     const HostRun run = runHost(
             "--simulate 31m --json --snapshot-every 15m --providers ProcessMemoryStats --root " +
             kData + "processmemory --prop mobile_vistrel_memory_extended_collector=true");

@@ -17,7 +17,7 @@ using testing_support::FakeHealth;
 namespace V2_0 = android::hardware::health::V2_0;
 namespace V2_1 = android::hardware::health::V2_1;
 
-TEST(HidlValues, NullStringsAreEmptyAndHexStringsWidenSmallTypes) {
+TEST(HidlValues, ValueHelpersMatchLibhidl) {
     EXPECT_EQ(hidl_string(nullptr, 4), "");
     EXPECT_EQ(hidl_string("abcdef", 3), "abc");
     EXPECT_EQ(android::hardware::details::toHexString(true), "0x1");
@@ -25,7 +25,7 @@ TEST(HidlValues, NullStringsAreEmptyAndHexStringsWidenSmallTypes) {
     EXPECT_EQ(android::hardware::details::toHexString(int16_t{-1}), "0xffff");
 }
 
-TEST(HidlReturnDeathTest, AnUncheckedFailureAbortsButAnUncheckedSuccessDoesNot) {
+TEST(HidlReturnDeathTest, OnlyAnUncheckedFailureAborts) {
     EXPECT_DEATH({ Return<void> r = Status::fromStatusT(android::DEAD_OBJECT); },
                  "Failed HIDL return status not checked");
     EXPECT_DEATH(

@@ -64,7 +64,7 @@ std::string readAs(const std::string& name) {
     return show(props::vistrel_instruction_sampler_sampling_period_us());
 }
 
-TEST(Properties, ParseAsTheGeneratedAccessorsDoAndReadBadTextAsEmpty) {
+TEST(Properties, ParseAsTheGeneratedAccessors) {
     const struct {
         const char* name;
         const char* text;  // nullptr: unset

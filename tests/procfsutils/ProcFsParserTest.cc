@@ -102,7 +102,7 @@ protected:
     ProcFsParser parser;
 };
 
-TEST_F(ProcFsReader, EnumeratesNumericDirectoriesOnlyAndStaysEndedUntilReset) {
+TEST_F(ProcFsReader, EnumeratesNumericDirectories) {
     hostplatform::setFsRoot(kDeviceTree);  // also holds self, net, 1a and 99 (a file)
     EXPECT_TRUE(parser.openProcDir());
     const std::vector<int> expected = {2, 301, 302, 303, 612, 4321, 5000};
@@ -167,7 +167,7 @@ TEST_F(ProcFsReader, StatusVariants) {
     EXPECT_EQ(out.vmRss, 473660u);
 }
 
-TEST_F(ProcFsReader, MissingOrUnreadableStatusGivesFalseAndAZeroRecord) {
+TEST_F(ProcFsReader, UnreadableStatusGivesAZeroRecord) {
     TempTree tree;
     fs::create_directories(tree.root / "proc/77/status");  // opens, but read fails (EISDIR)
     fs::create_directories(tree.root / "proc/78");
@@ -180,7 +180,7 @@ TEST_F(ProcFsReader, MissingOrUnreadableStatusGivesFalseAndAZeroRecord) {
     }
 }
 
-TEST_F(ProcFsReader, VmStatBlockDeviceAndZramFiles) {
+TEST_F(ProcFsReader, FixedRecordFiles) {
     hostplatform::setFsRoot(kDeviceTree);
     VmStatData vm = garbage<VmStatData>();
     ASSERT_TRUE(parser.getVmStatData(&vm));
@@ -223,7 +223,7 @@ TEST_F(ProcFsReader, VmStatBlockDeviceAndZramFiles) {
     EXPECT_FALSE(parser.getZramStatData(&zram));
 }
 
-TEST(ProcFsReaderDescriptors, NothingStaysOpenAfterReadsFailuresAndDestruction) {
+TEST(ProcFsReaderDescriptors, NothingStaysOpen) {
     const auto openDescriptors = [] {
         return std::distance(fs::directory_iterator("/proc/self/fd"), {});
     };

@@ -9,7 +9,7 @@ namespace {
 namespace V2_1 = android::hardware::health::V2_1;
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 
-TEST(SimHeadset, CoincidingScreenAndPowerEventsAreBothReported) {
+TEST(SimHeadset, CoincidingEventsAreAllReported) {
     sim::HeadsetConfig config;
     config.interactive = sim::InteractiveScript({{65 * kMinuteNs, true}, {35 * kMinuteNs, false}});
     sim::Headset headset(config, [] { return INT64_C(0); });

@@ -108,7 +108,7 @@ TEST_F(BatteryStatesWithoutHal, FailedAcquireStillBuildsTheTable) {
                     "BatteryStatsStates: health HAL V2.1 not available or dead"}}));
 }
 
-TEST_F(BatteryStatesWithoutHal, TransitionMovesTheStateButSkipsLevelAndAction) {
+TEST_F(BatteryStatesWithoutHal, TransitionMovesOnWithoutReading) {
     states.acquireResources(nullptr, clock);
     clock.timestamp = 8;
     logcapture::clear();
@@ -119,7 +119,7 @@ TEST_F(BatteryStatesWithoutHal, TransitionMovesTheStateButSkipsLevelAndAction) {
     EXPECT_EQ(logcapture::entries(), Log{kNotInitialized});
 }
 
-TEST_F(BatteryStatesWithoutHal, SampleAndSnapshotLogTheMissingService) {
+TEST_F(BatteryStatesWithoutHal, EveryReadLogsTheMissingService) {
     EXPECT_FALSE(states.sample(clock));
     EXPECT_FALSE(states.snapshot(clock, false));
     EXPECT_FALSE(states.snapshot(clock, true));
@@ -207,7 +207,7 @@ TEST_F(BatteryStatesTest, FirstTransitionTakesItsOwnLevelAsThePrevious) {
     EXPECT_EQ(states.previousLevelAtEvent, 37.0f);
 }
 
-TEST_F(BatteryStatesTest, FailedReadDuringATransitionMovesTheStateButSkipsLevelAndAction) {
+TEST_F(BatteryStatesTest, FailedReadDuringATransitionMovesOnWithoutReading) {
     hal->setLevel(37);
     states.notify("PowerConnected", "", clock);
     hal->setChargers(true, false, false);
@@ -293,7 +293,7 @@ TEST_F(BatteryStatesTest, FailedSampleReadLeavesTheSampleMemoryAlone) {
     EXPECT_TRUE(states.sample(clock));
 }
 
-TEST_F(BatteryStatesTest, SnapshotRecordsCapacitiesAndChargeTimeWithoutAnEarlierSample) {
+TEST_F(BatteryStatesTest, SnapshotRecordsTheHealthFigures) {
     auto& battery = hal->info.legacy.legacy;
     battery.batteryFullCharge = 5000000;
     battery.batteryChargeCounter = 2500000;
@@ -334,7 +334,7 @@ TEST_F(BatteryStatesTest, FailedSnapshotReadChangesNothing) {
     EXPECT_EQ(logcapture::entries(), (Log{kReadFailed, kReadFailed}));
 }
 
-TEST_F(BatteryStatesTest, ForcedSnapshotSamplesThroughTheVirtualSlotAndDropsTheNotification) {
+TEST_F(BatteryStatesTest, ForcedSnapshotSamplesThroughTheVirtualSlot) {
     hal->setLevel(2);
     EXPECT_TRUE(states.snapshot(clock, true));
     EXPECT_EQ(states.samples, 1);

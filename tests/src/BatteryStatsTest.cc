@@ -156,7 +156,7 @@ TEST_F(BatteryStatsTest, ForcedSnapshotSamplesThroughTheVirtualSlot) {
               (Log{{ANDROID_LOG_INFO, "Vistrel", "BatteryStats: force sampled in snapshot"}}));
 }
 
-TEST_F(BatteryStatsTest, ReacquireKeepsTheServiceAndStamps) {
+TEST_F(BatteryStatsTest, ReacquireKeepsTheService) {
     hostplatform::clearServices();
     clock.now = 3 * kSecondNs;
     EXPECT_TRUE(stats.acquireResources(nullptr, clock));
@@ -210,7 +210,7 @@ TEST_F(BatteryStatsTest, PreviousChargeFiguresMoveOnlyWhenTheyChange) {
     EXPECT_EQ(stats.previousChargeCounterMah, 2016.0f);
 }
 
-TEST_F(BatteryStatsTest, NameTablesMarkUnnamedAndOutOfRangeValuesDifferently) {
+TEST_F(BatteryStatsTest, NameTablesMarkUnnamedValuesApart) {
     const char* const statusNames[] = {"?!?",  "UNKNOWN", "CHARGING", "DISCHARGING", "NOT_CHARGING",
                                        "FULL", "?!?",     "???",      "???",         "???"};
     const char* const healthNames[] = {
@@ -228,7 +228,7 @@ TEST_F(BatteryStatsTest, NameTablesMarkUnnamedAndOutOfRangeValuesDifferently) {
     }
 }
 
-TEST_F(BatteryStatsTest, PowerSourceIsTheLastOnlineOfAcUsbWirelessAndOutlivesUnplugging) {
+TEST_F(BatteryStatsTest, PowerSourceIsTheLastOnlineOfAcUsbWireless) {
     stats.sample(clock);
     EXPECT_EQ(powerSourceWith(false, false, false, stats), "NONE");
     EXPECT_EQ(powerSourceWith(false, true, false, stats), "USB") << "after NONE: no blank";

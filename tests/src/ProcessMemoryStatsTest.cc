@@ -92,7 +92,7 @@ protected:
     std::vector<uint32_t> requested;  // what each footprint call asked for
 };
 
-TEST_F(ProcessMemoryStatsTest, SampleNotifiesAndStampsInMs) {
+TEST_F(ProcessMemoryStatsTest, SampleNotifiesWithAMillisecondStamp) {
     EXPECT_STREQ(stats.name(), "ProcessMemoryStats");
     clock.elapsed = 5123456789;
     const auto notification = stats.sample(clock);
@@ -111,7 +111,7 @@ TEST_F(ProcessMemoryStatsTest, EveryProcessIsKeyedByArgv0) {
                                   "/vendor/bin/overbudget", "/vendor/bin/underbudget"));
 }
 
-TEST_F(ProcessMemoryStatsTest, EntryHoldsStatusFiguresTimesAndOomAdjustment) {
+TEST_F(ProcessMemoryStatsTest, EntryHoldsTheProcessFigures) {
     ASSERT_TRUE(stats.sample(clock));
     const ProcessMemorySnapshot& init = entry("/system/bin/init");
     EXPECT_EQ(memory("/system/bin/init"), (std::vector<uint32_t>{3000, 2000, 0, 1500}));
@@ -273,7 +273,7 @@ TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrue) {
             << "one per process with memory";
 }
 
-TEST_F(ProcessMemoryStatsTest, NegativeMemtrackAddsNothingAndIsReportedAsNotIncluded) {
+TEST_F(ProcessMemoryStatsTest, NegativeMemtrackCountsAsNotIncluded) {
     hostplatform::setProperty(kMemtrackProperty, "true");
     ASSERT_TRUE(stats.sample(clock));
     EXPECT_THAT(recordedReports(),
@@ -318,7 +318,7 @@ TEST_F(ProcessMemoryStatsTest, ForcedSnapshotScans) {
               1u);
 }
 
-TEST_F(ProcessMemoryStatsTest, UnopenableProcKeepsTheMapButFailsTheSnapshot) {
+TEST_F(ProcessMemoryStatsTest, UnopenableProcFailsTheSnapshot) {
     ASSERT_TRUE(stats.sample(clock));
     const size_t before = stats.snapshots.size();
     hostplatform::setFsRoot(kTree + "/missing");

@@ -85,12 +85,16 @@ TEST(SystemMemoryFiles, PressureLinesSetTheirThreeAverages) {
     EXPECT_EQ(averages(""), std::vector<float>(6, -1.0f));
 }
 
-TEST(SystemMemoryFiles, PressureReadingPassesOtherWordsAndStopsAtAMalformedRecord) {
+TEST(SystemMemoryFiles, PressureRecordsOfOtherWordsArePassedOver) {
     EXPECT_EQ(averages("half avg10=1 avg60=2 avg300=3 total=4\n"
-                       "some avg10=5 avg60=6 avg300=7 total=8\n"
-                       "full avg10=1 avg60=2 total=3\n"
-                       "full avg10=1 avg60=2 avg300=3 total=4\n"),
+                       "some avg10=5 avg60=6 avg300=7 total=8\n"),
               (std::vector<float>{5, 6, 7, -1, -1, -1}));
+}
+
+TEST(SystemMemoryFiles, PressureReadingStopsAtAMalformedRecord) {
+    EXPECT_EQ(averages("some avg10=5 avg60=6 total=8\n"
+                       "full avg10=1 avg60=2 avg300=3 total=4\n"),
+              std::vector<float>(6, -1.0f));
 }
 
 TEST(SystemMemoryFiles, SummedValuesAddEverythingPastTheLastEntryIntoIt) {
@@ -109,7 +113,7 @@ TEST(SystemMemoryFiles, LeadingValuesStopAtTheFirstNonNumber) {
     EXPECT_EQ(values(entries), (std::vector<uint64_t>{1, 2, 3, 4}));
 }
 
-TEST_F(SystemMemoryStatsTest, SampleReadsMeminfoPsiUptimeAndDuration) {
+TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
     FixtureTree tree("memstorage/device");
     scriptBootClock({INT64_C(7000000000), INT64_C(7250999999)});
     clock.elapsed = INT64_C(123456789012);
@@ -146,7 +150,7 @@ TEST_F(SystemMemoryStatsTest, OldKernelWithoutMemAvailableOrPsi) {
               Entries{error("Failed to open memory pressure file: No such file or directory")});
 }
 
-TEST_F(SystemMemoryStatsTest, FailedBootClockReadsLogAtErrorAndCountFromZero) {
+TEST_F(SystemMemoryStatsTest, FailedBootClockReadCountsFromZero) {
     FixtureTree tree("memstorage/device");
     scriptBootClock({-1, INT64_C(5000000000), -1, -1});
     stats.sample(clock);
@@ -165,18 +169,24 @@ TEST_F(SystemMemoryStatsTest, SnapshotBeforeAnySampleFails) {
               Entries{error("SystemMemoryStats snapshot failed because last sample failed")});
 }
 
-TEST_F(SystemMemoryStatsTest, ForcedSnapshotSamplesAndAPlainOneReadsNothing) {
+TEST_F(SystemMemoryStatsTest, ForcedSnapshotSamples) {
     FixtureTree tree("memstorage/device");
     clock.elapsed = INT64_C(3000000000);
     EXPECT_TRUE(stats.snapshot(clock, true));
-    clock.elapsed = INT64_C(9000000000);
-    EXPECT_TRUE(stats.snapshot(clock, false));
     EXPECT_EQ(stats.timestampMs, 3000);
     EXPECT_EQ(logcapture::entries(), (Entries{{ANDROID_LOG_INFO, "Vistrel",
                                                "SystemMemoryStats: force sampled in snapshot"}}));
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleDisabledResetsEveryEntryAndWritesNothing) {
+TEST_F(SystemMemoryStatsTest, PlainSnapshotReadsNothing) {
+    FixtureTree tree("memstorage/device");
+    stats.sample(clock);
+    clock.elapsed = INT64_C(9000000000);
+    EXPECT_TRUE(stats.snapshot(clock, false));
+    EXPECT_EQ(stats.timestampMs, 0);
+}
+
+TEST_F(SystemMemoryStatsTest, ZramIdleDisabledOnlyResetsTheEntries) {
     FixtureTree tree("memstorage/device");
     memset(&stats.zramIdle, 0, sizeof(stats.zramIdle));
     EXPECT_EQ(stats.getZramIdleMemStats(), &stats.zramIdle);
@@ -186,7 +196,7 @@ TEST_F(SystemMemoryStatsTest, ZramIdleDisabledResetsEveryEntryAndWritesNothing) 
               Entries{verbose("mobile_vistrel_zram_idle_collector returned 0")});
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleRequestsWithDefaultsAndReadsEveryFile) {
+TEST_F(SystemMemoryStatsTest, ZramIdleReadsEveryFile) {
     FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
@@ -200,7 +210,7 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestsWithDefaultsAndReadsEveryFile) {
               (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300")}));
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleRequestTakesThePropertiesAndReplacesTheLastOne) {
+TEST_F(SystemMemoryStatsTest, ZramIdleRequestTakesTheProperties) {
     FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     hostplatform::setProperty("mobile_vistrel_zram_idle_threshold", "3600");
@@ -220,7 +230,7 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestReachesTheKernelAfterTheReads) {
     EXPECT_EQ(tree.read(kControl), "60 300");
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleMissingControlFileLogsAndReadsNothing) {
+TEST_F(SystemMemoryStatsTest, ZramIdleMissingControlFileStopsIt) {
     FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     tree.remove(kControl);
@@ -231,7 +241,7 @@ TEST_F(SystemMemoryStatsTest, ZramIdleMissingControlFileLogsAndReadsNothing) {
                        error("fopen " + kControl + ": No such file or directory")}));
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleUnwritableControlFileLogsAndReadsNothing) {
+TEST_F(SystemMemoryStatsTest, ZramIdleUnwritableControlFileStopsIt) {
     FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     tree.remove(kControl);

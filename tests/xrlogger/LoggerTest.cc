@@ -30,7 +30,7 @@ INSTANTIATE_TEST_SUITE_P(
                           Mapping{100, ANDROID_LOG_UNKNOWN}, Mapping{-1, ANDROID_LOG_UNKNOWN},
                           Mapping{INT32_MIN, ANDROID_LOG_UNKNOWN}));
 
-TEST(Logger, PassesTagAndFormattedTextUnchanged) {
+TEST(Logger, PassesTheTextThrough) {
     logcapture::clear();
     xrlogger::Log(xrlogger::ERROR, xrlogger::kTag, "fopen %s: %s", "/sys/x", "No such file");
     xrlogger::Log(xrlogger::INFO, "Other", "BatteryStats: force sampled in snapshot");
