@@ -1,33 +1,42 @@
-// The memory and storage collectors against the floor of reading the same files in the same run
-// (open + one read + close of each file the operation reads; statvfs for "/data"):
+// The memory and storage collectors, each paired with the floor of reading the same files (open
+// + one read + close of each file the operation reads; statvfs for "/data"):
 //   SystemMemoryStats::sample   /proc/meminfo and /proc/pressure/memory
 //   ZramStats::snapshot         /sys/block/zram0/mm_stat
 //   SwapWriteStats::snapshot    /proc/vmstat and /sys/block/zram0/stat
 //   StorageStats::snapshot      statvfs("/data")
 // The library reads the workstation's own /proc and /sys through a file-system root made of
 // symbolic links (proc -> /proc, sys -> /sys) and a real "data" directory, and the floor opens
-// the very same resolved paths. Ratios of median times are printed after the table.
-#include <benchmark/benchmark.h>
+// the very same resolved paths. A pair whose files are missing here is skipped.
+//
+// The pairs marked "part:" take an operation apart, each piece against the floor of its own
+// files, to show what a gap consists of: the /proc/meminfo read through SysMemInfo (the host
+// stand-in of libmeminfo), the pressure read with its parse, the ProcFsParser that ZramStats and
+// SwapWriteStats construct every snapshot (its 32 KiB zeroed buffer, measured with the floor
+// read after it, which it leaves with a colder cache) and the sscanf parse of mm_stat.
 #include <fcntl.h>
+#include <meminfo/sysmeminfo.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <map>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
+#include "KernelFiles.h"
 #include "StorageStats.h"
 #include "SwapWriteStats.h"
+#include "SystemMemoryFiles.h"
 #include "SystemMemoryStats.h"
 #include "ZramStats.h"
 #include "hostplatform/FsRoot.h"
+#include "procfsutils/ProcFsParser.h"
+#include "procfsutils/ProcFsParserInternal.h"
 
 namespace {
 
-constexpr int kRepetitions = 5;
+using benchsupport::Side;
 
 class BenchClock : public Vistrel::IClockReader {
 public:
@@ -54,9 +63,7 @@ struct BenchRoot {
     std::filesystem::path dir;
 };
 
-const BenchRoot* g_root = nullptr;
-
-// open + one read of up to the library's buffer size + close; false when the file is missing.
+// open + one read of up to the library's largest buffer + close; false when the file is missing.
 bool readOnce(const std::string& path) {
     static char buffer[32768];
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -66,103 +73,78 @@ bool readOnce(const std::string& path) {
     return true;
 }
 
-void floorOf(benchmark::State& state, std::vector<const char*> devicePaths) {
+// The floor of reading `devicePaths`; -1 when one of them is missing.
+Side floorOf(const BenchRoot& root, std::vector<const char*> devicePaths) {
     std::vector<std::string> paths;
-    for (const char* p : devicePaths) paths.push_back(g_root->at(p));
-    for (const auto& p : paths) {
-        if (!readOnce(p)) return state.SkipWithError(("missing " + p).c_str());
-    }
-    for (auto _ : state) {
+    for (const char* p : devicePaths) paths.push_back(root.at(p));
+    bool present = true;
+    for (const auto& p : paths) present = present && readOnce(p);
+    if (!present) return [](int) { return -1.0; };
+    return benchsupport::onThisThread([paths] {
         for (const auto& p : paths) readOnce(p);
-    }
+    });
 }
 
-void BM_SystemMemorySample(benchmark::State& state) {
-    Vistrel::SystemMemoryStats stats;
-    BenchClock clock;
-    for (auto _ : state) benchmark::DoNotOptimize(stats.sample(clock));
+// A provider call, or -1 when its first call fails (its files are missing here).
+template <typename Provider, typename Call>
+Side providerCall(Call call) {
+    auto provider = std::make_shared<Provider>();
+    auto clock = std::make_shared<BenchClock>();
+    if (!call(*provider, *clock)) return [](int) { return -1.0; };
+    return benchsupport::onThisThread([=] { benchmark::DoNotOptimize(call(*provider, *clock)); });
 }
-void BM_SystemMemorySample_Floor(benchmark::State& state) {
-    floorOf(state, {"/proc/meminfo", "/proc/pressure/memory"});
-}
-
-void BM_ZramSnapshot(benchmark::State& state) {
-    Vistrel::ZramStats stats;
-    BenchClock clock;
-    if (!stats.snapshot(clock, false)) return state.SkipWithError("no zram0 mm_stat");
-    for (auto _ : state) benchmark::DoNotOptimize(stats.snapshot(clock, false));
-}
-void BM_ZramSnapshot_Floor(benchmark::State& state) {
-    floorOf(state, {"/sys/block/zram0/mm_stat"});
-}
-
-void BM_SwapWriteSnapshot(benchmark::State& state) {
-    Vistrel::SwapWriteStats stats;
-    BenchClock clock;
-    if (!stats.snapshot(clock, false)) return state.SkipWithError("no vmstat or zram0 stat");
-    for (auto _ : state) benchmark::DoNotOptimize(stats.snapshot(clock, false));
-}
-void BM_SwapWriteSnapshot_Floor(benchmark::State& state) {
-    floorOf(state, {"/proc/vmstat", "/sys/block/zram0/stat"});
-}
-
-void BM_StorageSnapshot(benchmark::State& state) {
-    Vistrel::StorageStats stats;
-    BenchClock clock;
-    for (auto _ : state) benchmark::DoNotOptimize(stats.snapshot(clock, false));
-}
-void BM_StorageSnapshot_Floor(benchmark::State& state) {
-    const std::string data = g_root->at("/data");
-    struct statvfs fs;
-    for (auto _ : state) benchmark::DoNotOptimize(statvfs(data.c_str(), &fs));
-}
-
-// Each operation runs right after its floor, so both see the same machine load.
-#define VISTREL_PAIR(name)                                                      \
-    BENCHMARK(name##_Floor)->Repetitions(kRepetitions)->ReportAggregatesOnly(); \
-    BENCHMARK(name)->Repetitions(kRepetitions)->ReportAggregatesOnly()
-VISTREL_PAIR(BM_SystemMemorySample);
-VISTREL_PAIR(BM_ZramSnapshot);
-VISTREL_PAIR(BM_SwapWriteSnapshot);
-VISTREL_PAIR(BM_StorageSnapshot);
-
-// Console output as usual, plus the median real time of every benchmark for the ratios.
-class MedianRecorder : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
-                !run.error_occurred) {
-                medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> medians;
-};
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    BenchRoot root;
-    g_root = &root;
-    MedianRecorder recorder;
-    benchmark::RunSpecifiedBenchmarks(&recorder);
-    printf("\n");
-    for (const char* name : {"BM_SystemMemorySample", "BM_ZramSnapshot", "BM_SwapWriteSnapshot",
-                             "BM_StorageSnapshot"}) {
-        const auto ours = recorder.medians.find(name);
-        const auto floor = recorder.medians.find(std::string(name) + "_Floor");
-        if (ours == recorder.medians.end() || floor == recorder.medians.end() ||
-            floor->second == 0) {
-            printf("ratio %-24s not measured (filtered out, or its file is missing here)\n", name);
-            continue;
-        }
-        printf("ratio %-24s vs open+read+close floor = %.3f  (aim <= 1.3)\n", name,
-               ours->second / floor->second);
-    }
-    benchmark::Shutdown();
-    return 0;
+    const BenchRoot root;
+    const auto snapshot = [](auto& provider, auto& clock) {
+        return provider.snapshot(clock, false);
+    };
+    const auto sample = [](auto& provider, auto& clock) {
+        return provider.sample(clock).has_value();
+    };
+    const std::string data = root.at("/data");
+    std::ifstream mmStatFile("/sys/block/zram0/mm_stat");
+    const std::string mmStat((std::istreambuf_iterator<char>(mmStatFile)),
+                             std::istreambuf_iterator<char>());
+    const std::vector<benchsupport::Pair> pairs = {
+            {"SystemMemoryStats::sample vs floor", providerCall<Vistrel::SystemMemoryStats>(sample),
+             floorOf(root, {"/proc/meminfo", "/proc/pressure/memory"}), 100, "<= 1.3"},
+            {"ZramStats::snapshot vs floor", providerCall<Vistrel::ZramStats>(snapshot),
+             floorOf(root, {"/sys/block/zram0/mm_stat"}), 100, "<= 1.3"},
+            {"SwapWriteStats::snapshot vs floor", providerCall<Vistrel::SwapWriteStats>(snapshot),
+             floorOf(root, {"/proc/vmstat", "/sys/block/zram0/stat"}), 100, "<= 1.3"},
+            {"StorageStats::snapshot vs floor", providerCall<Vistrel::StorageStats>(snapshot),
+             benchsupport::onThisThread([data] {
+                 struct statvfs fs;
+                 benchmark::DoNotOptimize(statvfs(data.c_str(), &fs));
+             }),
+             100, "<= 1.3"},
+            {"part: SysMemInfo::ReadMemInfo vs meminfo floor", benchsupport::onThisThread([] {
+                 android::meminfo::SysMemInfo info;
+                 benchmark::DoNotOptimize(info.ReadMemInfo());
+             }),
+             floorOf(root, {"/proc/meminfo"}), 100, "-"},
+            {"part: pressure read + parse vs pressure floor", benchsupport::onThisThread([] {
+                 char text[Vistrel::systemmemoryfiles::kFileBytes + 1];
+                 const ssize_t n = Vistrel::readOnce("/proc/pressure/memory", text);
+                 benchmark::DoNotOptimize(
+                         Vistrel::systemmemoryfiles::pressureAverages(text, n < 0 ? 0 : n));
+             }),
+             floorOf(root, {"/proc/pressure/memory"}), 100, "-"},
+            {"part: ProcFsParser construction + floor vs floor", benchsupport::onThisThread([&root] {
+                 procfsutils::ProcFsParser parser;
+                 benchmark::DoNotOptimize(&parser);
+                 readOnce(root.at("/sys/block/zram0/mm_stat"));
+             }),
+             floorOf(root, {"/sys/block/zram0/mm_stat"}), 100, "-"},
+            {"part: mm_stat sscanf parse vs mm_stat floor", benchsupport::onThisThread([mmStat] {
+                 procfsutils::ZramStatData data;
+                 benchmark::DoNotOptimize(
+                         procfsutils::internal::parseZramStatData(mmStat.c_str(), &data));
+             }),
+             floorOf(root, {"/sys/block/zram0/mm_stat"}), 100, "-"},
+    };
+    return benchsupport::runPairs(argc, argv, pairs, 10, 0.5);
 }

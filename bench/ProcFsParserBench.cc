@@ -1,18 +1,14 @@
-// Kernel-file parsing and the process scan, each against baselines measured in the same run:
+// Kernel-file parsing and the process scan, each paired with a baseline:
 //   - parsing one real status text: the table parser vs a plain linear strncmp walk of the table
 //     and vs a per-line sscanf parser (all three must produce the same record);
 //   - a full scan (getNextPid + getProcessStatusData for every process) vs the floor of
 //     readdir + open + one read + close of every status file, with about 700 processes present
-//     (idle children are spawned for it and killed by pid however the run ends), and vs that
-//     floor plus the per-entry stat the enumeration makes to accept only directories.
-// Ratios are printed after the table, from the median CPU time of the repetitions.
-#include <benchmark/benchmark.h>
+//     (idle children are spawned for it), and vs that floor plus the per-entry stat the
+//     enumeration makes to accept only directories ("part:" adds the table parse of each text
+//     to that floor, to show what the gap consists of).
 #include <dirent.h>
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "procfsutils/ProcFsParser.h"
 #include "procfsutils/ProcFsParserInternal.h"
 
@@ -32,9 +29,6 @@ namespace {
 
 using namespace procfsutils;
 using namespace procfsutils::internal;
-
-constexpr int kRepetitions = 5;
-constexpr int kProcessesWanted = 700;
 
 std::string loadStatusText() {
     std::ifstream in(VISTREL_SOURCE_DIR "/tests/data/procfs-host/proc/4974/status");
@@ -163,189 +157,79 @@ bool sameAsTableParser(StatusParser parser) {
     return memcmp(&ours, &theirs, sizeof ours) == 0 && ours.vmRss != 0 && ours.name[0] != 0;
 }
 
-void runStatusParser(benchmark::State& state, StatusParser parser) {
-    if (!sameAsTableParser(parser)) {
-        state.SkipWithError("result differs from the table parser");
-        return;
-    }
-    const std::string& text = statusText();
-    ProcessStatusData out;
-    for (auto _ : state) {
+// A side that parses the status text `calls` times; -1 when its record differs from the table
+// parser's.
+benchsupport::Side statusParse(StatusParser parser) {
+    if (!sameAsTableParser(parser)) return [](int) { return -1.0; };
+    return benchsupport::onThisThread([parser] {
+        const std::string& text = statusText();
+        ProcessStatusData out;
         memset(&out, 0, sizeof out);
         parser(text.data(), static_cast<int>(text.size()), &out);
         benchmark::DoNotOptimize(out);
         benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+    });
 }
 
-void BM_StatusParse_TableParser(benchmark::State& state) {
-    runStatusParser(state, parseProcessStatusData);
-}
-void BM_StatusParse_StrncmpWalk(benchmark::State& state) {
-    runStatusParser(state, strncmpWalk);
-}
-void BM_StatusParse_SscanfLines(benchmark::State& state) {
-    runStatusParser(state, sscanfLines);
-}
-
-void BM_FullScan_ProcFsParser(benchmark::State& state) {
-    ProcFsParser parser;
+void fullScan(ProcFsParser& parser) {
     ProcessStatusData status;
-    int processes = 0;
-    for (auto _ : state) {
-        parser.reset();
-        processes = 0;
-        int pid;
-        while (parser.getNextPid(&pid)) processes += parser.getProcessStatusData(pid, &status);
-        benchmark::DoNotOptimize(status);
-    }
-    state.counters["processes"] = processes;
+    parser.reset();
+    int pid;
+    while (parser.getNextPid(&pid))
+        benchmark::DoNotOptimize(parser.getProcessStatusData(pid, &status));
 }
 
 // The least any scan must do: list /proc, then open, read once and close each status file.
 // With `withStat`, also the stat of each numeric entry that the enumeration makes to accept only
-// directories: the floor of the system calls the reader itself must issue.
-void scanFloor(benchmark::State& state, bool withStat) {
-    DIR* dir = opendir("/proc");
-    std::vector<char> buffer(32768);
-    int processes = 0;
-    for (auto _ : state) {
-        rewinddir(dir);
-        processes = 0;
-        while (const dirent* entry = readdir(dir)) {
-            if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
-            char path[288];
-            struct stat st;
-            snprintf(path, sizeof path, "/proc/%s", entry->d_name);
-            if (withStat && stat(path, &st) != 0) continue;
-            snprintf(path, sizeof path, "/proc/%s/status", entry->d_name);
-            const int fd = open(path, O_RDONLY | O_CLOEXEC);
-            if (fd < 0) continue;
-            processes += read(fd, buffer.data(), buffer.size()) >= 0;
-            close(fd);
+// directories: the floor of the system calls the reader itself must issue. With `withParse`,
+// also the table parse of each text: what the reader must do, bare.
+void scanFloor(DIR* dir, bool withStat, bool withParse = false) {
+    static char buffer[32768];
+    rewinddir(dir);
+    while (const dirent* entry = readdir(dir)) {
+        if (entry->d_name[0] < '0' || entry->d_name[0] > '9') continue;
+        char path[288];
+        struct stat st;
+        snprintf(path, sizeof path, "/proc/%s", entry->d_name);
+        if (withStat && stat(path, &st) != 0) continue;
+        snprintf(path, sizeof path, "/proc/%s/status", entry->d_name);
+        const int fd = open(path, O_RDONLY | O_CLOEXEC);
+        if (fd < 0) continue;
+        const ssize_t count = read(fd, buffer, sizeof buffer);
+        close(fd);
+        if (withParse && count >= 0) {
+            ProcessStatusData status;
+            memset(&status, 0, sizeof status);
+            parseProcessStatusData(buffer, static_cast<int>(count), &status);
+            benchmark::DoNotOptimize(status);
         }
     }
-    closedir(dir);
-    state.counters["processes"] = processes;
-}
-
-void BM_FullScan_Floor(benchmark::State& state) {
-    scanFloor(state, false);
-}
-void BM_FullScan_FloorWithStat(benchmark::State& state) {
-    scanFloor(state, true);
-}
-
-BENCHMARK(BM_StatusParse_TableParser)->Repetitions(kRepetitions);
-BENCHMARK(BM_StatusParse_StrncmpWalk)->Repetitions(kRepetitions);
-BENCHMARK(BM_StatusParse_SscanfLines)->Repetitions(kRepetitions);
-BENCHMARK(BM_FullScan_ProcFsParser)->Repetitions(kRepetitions)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_FullScan_Floor)->Repetitions(kRepetitions)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_FullScan_FloorWithStat)->Repetitions(kRepetitions)->Unit(benchmark::kMicrosecond);
-
-// Idle child processes for the scan, remembered in plain storage so that a signal handler and
-// an exit handler can kill them; the children also die with this process (PR_SET_PDEATHSIG).
-constexpr int kMaxChildren = 4096;
-pid_t g_children[kMaxChildren];
-volatile sig_atomic_t g_childCount = 0;
-constexpr int kFatalSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGSEGV, SIGBUS, SIGABRT};
-
-void killChildren() {
-    for (int i = 0; i < g_childCount; ++i) kill(g_children[i], SIGKILL);
-}
-
-void onFatalSignal(int signal) {
-    killChildren();
-    ::signal(signal, SIG_DFL);
-    raise(signal);
-}
-
-class IdleProcesses {
-public:
-    explicit IdleProcesses(int count) {
-        for (int signal : kFatalSignals) ::signal(signal, onFatalSignal);
-        atexit(killChildren);
-        const pid_t parent = getpid();
-        while (g_childCount < count && g_childCount < kMaxChildren) {
-            const pid_t child = fork();
-            if (child < 0) break;
-            if (child == 0) idle(parent);
-            g_children[g_childCount] = child;
-            g_childCount = g_childCount + 1;
-        }
-    }
-    ~IdleProcesses() {
-        killChildren();
-        for (int i = 0; i < g_childCount; ++i) waitpid(g_children[i], nullptr, 0);
-        g_childCount = 0;
-        for (int signal : kFatalSignals) ::signal(signal, SIG_DFL);
-    }
-    IdleProcesses(const IdleProcesses&) = delete;
-    IdleProcesses& operator=(const IdleProcesses&) = delete;
-    int count() const { return g_childCount; }
-
-private:
-    [[noreturn]] static void idle(pid_t parent) {
-        g_childCount = 0;
-        for (int signal : kFatalSignals) ::signal(signal, SIG_DFL);
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent) _exit(0);  // the parent died before the request took hold
-        for (;;) pause();
-    }
-};
-
-int countProcesses() {
-    ProcFsParser parser;
-    int pid, count = 0;
-    while (parser.getNextPid(&pid)) ++count;
-    return count;
-}
-
-// Console output as usual, plus the median CPU time of every benchmark for the ratios (CPU time,
-// kernel time included, is what this process spends; wall time on a shared machine is noisier).
-class MedianRecorder : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median") {
-                medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> medians;  // CPU time, in each benchmark's display unit
-};
-
-void printRatio(const MedianRecorder& recorder, const char* what, const std::string& ours,
-                const std::string& baseline, const char* aim) {
-    const auto a = recorder.medians.find(ours), b = recorder.medians.find(baseline);
-    if (a == recorder.medians.end() || b == recorder.medians.end() || b->second == 0) return;
-    printf("ratio %-38s %-28s / %-28s = %.3f  (aim %s)\n", what, ours.c_str(), baseline.c_str(),
-           a->second / b->second, aim);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    const int present = countProcesses();
-    IdleProcesses idle(kProcessesWanted > present ? kProcessesWanted - present : 0);
+    benchsupport::IdleProcesses idle(700);
     printf("processes present for the scan: %d (%d idle children spawned)\n",
-           present + idle.count(), idle.count());
-
-    MedianRecorder recorder;
-    benchmark::RunSpecifiedBenchmarks(&recorder);
-    printf("\n");
-    printRatio(recorder, "status parse: table vs strncmp walk", "BM_StatusParse_TableParser",
-               "BM_StatusParse_StrncmpWalk", "< 0.25");
-    printRatio(recorder, "status parse: table vs per-line sscanf", "BM_StatusParse_TableParser",
-               "BM_StatusParse_SscanfLines", "< 0.125");
-    printRatio(recorder, "full scan vs open+read+close floor", "BM_FullScan_ProcFsParser",
-               "BM_FullScan_Floor", "<= 1.1");
-    printRatio(recorder, "full scan vs floor + per-entry stat", "BM_FullScan_ProcFsParser",
-               "BM_FullScan_FloorWithStat", "-");
-    benchmark::Shutdown();
-    return 0;
+           benchsupport::countProcesses(), idle.spawned());
+    ProcFsParser parser;
+    DIR* proc = opendir("/proc");
+    const std::vector<benchsupport::Pair> pairs = {
+            {"status parse: table vs strncmp walk", statusParse(parseProcessStatusData),
+             statusParse(strncmpWalk), 2000, "< 0.25"},
+            {"status parse: table vs per-line sscanf", statusParse(parseProcessStatusData),
+             statusParse(sscanfLines), 2000, "< 0.125"},
+            {"full scan vs open+read+close floor",
+             benchsupport::onThisThread([&parser] { fullScan(parser); }),
+             benchsupport::onThisThread([proc] { scanFloor(proc, false); }), 1, "<= 1.1"},
+            {"full scan vs floor + per-entry stat",
+             benchsupport::onThisThread([&parser] { fullScan(parser); }),
+             benchsupport::onThisThread([proc] { scanFloor(proc, true); }), 1, "-"},
+            {"part: full scan vs floor + stat + table parse",
+             benchsupport::onThisThread([&parser] { fullScan(parser); }),
+             benchsupport::onThisThread([proc] { scanFloor(proc, true, true); }), 1, "-"},
+    };
+    const int status = benchsupport::runPairs(argc, argv, pairs, 10, 1.0);
+    closedir(proc);
+    return status;
 }

@@ -1,7 +1,7 @@
 // BatteryStats: follows the battery through the health HAL 2.1 (instance "default").
 //
 // Every sample (10 s) refreshes the HAL, reads the instantaneous current and the health record,
-// and pushes current (mA) and voltage (mV) into two 200-entry rings. It returns
+// and pushes current (mA) and voltage (mV) into two rings of kRingSize entries. It returns
 // ("HealthInfo", "BatteryCollector") when status, health or level differ from the last
 // snapshot's, when 601 s or more have passed since the last snapshot (or the acquire), and on the
 // first successful sample of the process. snapshot() turns the newest health record and the
@@ -58,9 +58,10 @@ public:
     int32_t cycleCount = 0;
     float currentLastMa = 0, currentMaxMa = 0, currentMinMa = 0, currentAvgMa = 0;
     float voltageLastMv = 0, voltageMaxMv = 0, voltageMinMv = 0, voltageAvgMv = 0;
-    float reserved[8] = {};  // always 0.0; keeps the record's shape
-    int32_t ringIndex = 0;   // next write position in both rings
-    int32_t ringCount = 0;   // valid entries, saturating at kRingSize
+    // Always 0.0. The host reads the members at their fixed positions, so the slot stays.
+    float reserved[8] = {};
+    int32_t ringIndex = 0;  // next write position in both rings
+    int32_t ringCount = 0;  // valid entries, saturating at kRingSize
     float currentRingMa[kRingSize] = {};
     float voltageRingMv[kRingSize] = {};
     int64_t lastSnapshotNs = 0;  // nowNs() of the last successful snapshot or acquire

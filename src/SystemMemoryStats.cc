@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "KernelFiles.h"
 #include "ProviderSupport.h"
 #include "SharedOsServicesProperties.sysprop.h"
+#include "SystemMemoryFiles.h"
 #include "Timing.h"
 #include "seams/FsRoot.h"
 #include "vistrelcore/Uptime.h"
@@ -18,7 +20,6 @@ namespace {
 
 namespace props = halden::sysprop::SharedOsServicesProperties;
 
-constexpr float kPsiUnread = -1.0f;
 constexpr int32_t kDefaultIdleSecs = 300;
 constexpr int32_t kDefaultHistBucketSz = 60;
 
@@ -28,27 +29,6 @@ constexpr const char kIdleControlPath[] =
 constexpr const char kIdleClusterPath[] = "/sys/devices/virtual/block/zram0/idle_cluster_sz";
 constexpr const char kSimulatedBdStatPath[] = "/sys/devices/virtual/block/zram0/simulated_bd_stat";
 constexpr const char kIdleHistoPath[] = "/sys/devices/virtual/block/zram0/idlehisto";
-
-FILE* openFile(const char* absolutePath, const char* mode) {
-    seam::PathBuffer resolved;
-    return fopen(seam::path(absolutePath, resolved), mode);
-}
-
-// Reads "%u" values into entries[0..count); once all are filled, every further value is added
-// into the last entry (unsigned, wrapping).
-//   idlehisto:        12 0 3 ...      one count per bucket
-//   idle_cluster_sz:  4 1 0 ...       one count per cluster size
-void readSummedInto(FILE* file, uint32_t* entries, size_t count) {
-    size_t filled = 0;
-    unsigned value = 0;
-    while (fscanf(file, "%u", &value) == 1) {
-        if (filled < count) {
-            entries[filled++] = value;
-        } else {
-            entries[count - 1] += value;
-        }
-    }
-}
 
 }  // namespace
 
@@ -86,33 +66,19 @@ std::optional<Notification> SystemMemoryStats::sample(IClockReader& clock) {
     return Notification{"SystemMemoryInfo", "Memory snapshot"};
 }
 
-// /proc/pressure/memory, stall percentages over 10, 60 and 300 s and the total stall in us:
-//   some avg10=0.00 avg60=0.12 avg300=0.05 total=8324753
-//   full avg10=0.00 avg60=0.03 avg300=0.01 total=4102261
 void SystemMemoryStats::readPsi() {
-    psiFullAvg10 = psiFullAvg60 = psiFullAvg300 = kPsiUnread;
-    psiSomeAvg10 = psiSomeAvg60 = psiSomeAvg300 = kPsiUnread;
-    FILE* file = openFile(kPressurePath, "r");
-    if (file == nullptr) {
-        logError("Failed to open memory pressure file: %s", strerror(errno));
-        return;
-    }
-    char kind[5];
-    float avg10 = 0, avg60 = 0, avg300 = 0;
-    unsigned long total = 0;
-    while (fscanf(file, "%4s avg10=%f avg60=%f avg300=%f total=%lu", kind, &avg10, &avg60, &avg300,
-                  &total) == 5) {
-        if (strcmp(kind, "some") == 0) {
-            psiSomeAvg10 = avg10;
-            psiSomeAvg60 = avg60;
-            psiSomeAvg300 = avg300;
-        } else if (strcmp(kind, "full") == 0) {
-            psiFullAvg10 = avg10;
-            psiFullAvg60 = avg60;
-            psiFullAvg300 = avg300;
-        }
-    }
-    fclose(file);
+    char text[systemmemoryfiles::kFileBytes + 1];
+    const ssize_t length = readOnce(kPressurePath, text);
+    if (length < 0) logError("Failed to open memory pressure file: %s", strerror(errno));
+    const systemmemoryfiles::PressureAverages psi =
+            length < 0 ? systemmemoryfiles::PressureAverages{}
+                       : systemmemoryfiles::pressureAverages(text, static_cast<size_t>(length));
+    psiFullAvg10 = psi.fullAvg10;
+    psiFullAvg60 = psi.fullAvg60;
+    psiFullAvg300 = psi.fullAvg300;
+    psiSomeAvg10 = psi.someAvg10;
+    psiSomeAvg60 = psi.someAvg60;
+    psiSomeAvg300 = psi.someAvg300;
 }
 
 bool SystemMemoryStats::snapshot(IClockReader& clock, bool force) {
@@ -151,48 +117,105 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
         return &zramIdle;
     }
 
-    FILE* control = openFile(kIdleControlPath, "w");
+    // Closed, and so flushed, only when the function returns: the request written below reaches
+    // the kernel after the reads, which therefore see the figures of the previous call's
+    // request. Readers of zramIdle pair every set of figures with the call before, as all
+    // records from the device do; flushing first would change what each record means.
+    const UniqueStream control = openStream(kIdleControlPath, "w");
     const int openErrno = errno;
     logVerbose("zram0 histBucketSz %d idleSecs %d", histBucketSz, idleSecs);
     if (control == nullptr) {
         logError("fopen %s: %s", kIdleControlPath, strerror(openErrno));
         return &zramIdle;
     }
-    // Left buffered on purpose: the request reaches the kernel when `control` is closed after
-    // the reads below, which therefore see the figures of the previous request.
-    if (fprintf(control, "%d %d", histBucketSz, idleSecs) < 0) {
-        const int writeErrno = errno;
-        fclose(control);
-        logError("write %s: %s", kIdleControlPath, strerror(writeErrno));
+    if (fprintf(control.get(), "%d %d", histBucketSz, idleSecs) < 0) {
+        logError("write %s: %s", kIdleControlPath, strerror(errno));
         return &zramIdle;
     }
 
-    if (FILE* clusters = openFile(kIdleClusterPath, "r")) {
-        readSummedInto(clusters, zramIdle.idleClusterSizes, 8);
-        fclose(clusters);
+    char text[systemmemoryfiles::kFileBytes + 1];
+    if (readOnce(kIdleClusterPath, text) >= 0) {
+        systemmemoryfiles::summedValues(text, zramIdle.idleClusterSizes, 8);
     } else {
         logError("fopen %s: %s", kIdleClusterPath, strerror(errno));
     }
-
-    if (FILE* bdStat = openFile(kSimulatedBdStatPath, "r")) {
-        unsigned long long value = 0;
-        for (size_t i = 0; i < 4 && fscanf(bdStat, "%llu", &value) == 1; ++i) {
-            zramIdle.simulatedBdStat[i] = value;
-        }
-        fclose(bdStat);
+    if (readOnce(kSimulatedBdStatPath, text) >= 0) {
+        systemmemoryfiles::leadingValues(text, zramIdle.simulatedBdStat, 4);
     } else {
         logError("Failed to open %s : %s", kSimulatedBdStatPath, strerror(errno));
     }
-
-    if (FILE* histogram = openFile(kIdleHistoPath, "r")) {
-        readSummedInto(histogram, zramIdle.idleHistogram, 16);
-        fclose(histogram);
+    if (readOnce(kIdleHistoPath, text) >= 0) {
+        systemmemoryfiles::summedValues(text, zramIdle.idleHistogram, 16);
     } else {
         logError("Failed to open %s : %s", kIdleHistoPath, strerror(errno));
     }
-
-    fclose(control);
     return &zramIdle;
 }
 
+namespace systemmemoryfiles {
+namespace {
+
+// isspace() of the C locale, which is what scanf skips.
+bool isSpace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+}  // namespace
+
+PressureAverages pressureAverages(const char* text, size_t length) {
+    PressureAverages averages;
+    const char* const end = text + length;
+    const char* p = text;
+    for (;;) {
+        // "%4s" by hand: sscanf would end the word at a NUL, where a stream reads on.
+        while (p < end && isSpace(*p)) ++p;
+        if (p == end) break;
+        char kind[5] = {};
+        for (size_t n = 0; n < 4 && p < end && !isSpace(*p); ++n) kind[n] = *p++;
+        // The rest of the record: a NUL stops the conversions here as it stops fscanf's.
+        float avg10 = 0, avg60 = 0, avg300 = 0;
+        unsigned long total = 0;
+        int used = -1;
+        if (sscanf(p, " avg10=%f avg60=%f avg300=%f total=%lu%n", &avg10, &avg60, &avg300, &total,
+                   &used) != 4 ||
+            used < 0) {
+            break;
+        }
+        p += used;
+        if (strcmp(kind, "some") == 0) {
+            averages.someAvg10 = avg10;
+            averages.someAvg60 = avg60;
+            averages.someAvg300 = avg300;
+        } else if (strcmp(kind, "full") == 0) {
+            averages.fullAvg10 = avg10;
+            averages.fullAvg60 = avg60;
+            averages.fullAvg300 = avg300;
+        }
+    }
+    return averages;
+}
+
+void summedValues(const char* text, uint32_t* entries, size_t count) {
+    size_t filled = 0;
+    unsigned value = 0;
+    int used = 0;
+    for (const char* p = text; sscanf(p, "%u%n", &value, &used) == 1; p += used) {
+        if (filled < count) {
+            entries[filled++] = value;
+        } else {
+            entries[count - 1] += value;
+        }
+    }
+}
+
+void leadingValues(const char* text, uint64_t* entries, size_t count) {
+    unsigned long long value = 0;
+    int used = 0;
+    const char* p = text;
+    for (size_t i = 0; i < count && sscanf(p, "%llu%n", &value, &used) == 1; ++i, p += used) {
+        entries[i] = value;
+    }
+}
+
+}  // namespace systemmemoryfiles
 }  // namespace Vistrel

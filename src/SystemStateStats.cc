@@ -1,6 +1,7 @@
 #include "SystemStateStats.h"
 
 #include "ProviderSupport.h"
+#include "Timing.h"
 
 namespace Vistrel {
 
@@ -76,7 +77,7 @@ std::vector<int64_t> SystemStateStats::getDonStates() {
 }
 
 int64_t SystemStateStats::getEventStartTime() {
-    return eventStartNs / 1000000;
+    return eventStartNs / kNsPerMs;
 }
 
 }  // namespace Vistrel

@@ -1,31 +1,72 @@
-// ProcessMemoryStats' per-process readers over arbitrary /proc/<pid>/cmdline, oom_score_adj and
-// stat (in that order in the input, see FuzzFiles.h).
+// ProcessMemoryStats' per-process parsers over arbitrary /proc/<pid>/cmdline, oom_score_adj and
+// stat texts (in that order in the input, see FuzzInput.h). Each must agree with the stdio
+// reading it stands for, run over the same bytes as a stream.
 #include <cstdlib>
+#include <cstring>
 
-#include "FuzzFiles.h"
-#include "ProcessMemoryStats.h"
+#include "FuzzInput.h"
+#include "ProcessFiles.h"
+
+namespace {
+
+using namespace Vistrel::processfiles;
+
+// fread of at most kLineBytes bytes, then strtok(line, " ").
+std::optional<std::string> referenceName(FILE* stream) {
+    char line[kLineBytes + 1] = {};
+    if (fread(line, 1, kLineBytes, stream) < 1) return std::nullopt;
+    char* save = nullptr;
+    const char* first = strtok_r(line, " ", &save);
+    return first ? std::optional<std::string>(first) : std::nullopt;
+}
+
+std::optional<int> referenceOom(FILE* stream) {
+    int value = 0;
+    return fscanf(stream, "%d", &value) == 1 ? std::optional<int>(value) : std::nullopt;
+}
+
+// fscanf "%d %255s", fread of at most kLineBytes bytes, fields counted from 3 by strtok.
+std::optional<StatTimes> referenceTimes(FILE* stream) {
+    char rest[kLineBytes + 1] = {};
+    int pid = 0;
+    char command[kLineBytes];
+    size_t count = 0;
+    if (fscanf(stream, "%d %255s", &pid, command) >= 0) count = fread(rest, 1, kLineBytes, stream);
+    if (count < 1) return std::nullopt;
+    StatTimes times;
+    char* save = nullptr;
+    int field = 3;
+    for (char* token = strtok_r(rest, " ", &save); token != nullptr;
+         token = strtok_r(nullptr, " ", &save), ++field) {
+        if (field == 14) times.utime = strtoul(token, nullptr, 10);
+        if (field == 15) times.stime = strtoul(token, nullptr, 10);
+        if (field == 22) {
+            times.starttime = strtoull(token, nullptr, 10);
+            break;
+        }
+    }
+    return times;
+}
+
+bool same(const std::optional<StatTimes>& a, const std::optional<StatTimes>& b) {
+    if (!a || !b) return !a && !b;
+    return a->utime == b->utime && a->stime == b->stime && a->starttime == b->starttime;
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const memfuzz::Root root;
-    const auto parts = memfuzz::split(data, size);
-    root.put("/proc/42/cmdline", parts, 0);
-    root.put("/proc/42/oom_score_adj", parts, 1);
-    root.put("/proc/42/stat", parts, 2);
+    const memfuzz::Parts parts(data, size);
+    std::string cmdline = parts.get(0, kLineBytes);
+    std::string oom = parts.get(1, kOomScoreAdjBytes);
+    std::string stat = parts.get(2, kStatBytes);
 
-    Vistrel::ProcessMemoryStats stats;
-    const std::optional<std::string> name = stats.getProcessName(42);
-    // argv[0]: non-empty, without blanks or NULs, from the first 256 bytes.
-    if (name && (name->empty() || name->size() > 256 ||
-                 name->find_first_of(std::string(" \0", 2)) != std::string::npos)) {
+    const auto name = programName(cmdline.c_str(), cmdline.size());
+    const auto expectedName = referenceName(memfuzz::streamOver(cmdline).get());
+    if (name.has_value() != expectedName.has_value()) abort();
+    if (name && *name != *expectedName) abort();
+    if (oomScoreAdj(oom.c_str()) != referenceOom(memfuzz::streamOver(oom).get())) abort();
+    if (!same(statTimes(stat.c_str(), stat.size()), referenceTimes(memfuzz::streamOver(stat).get())))
         abort();
-    }
-    Vistrel::ProcessMemorySnapshot snapshot;
-    snapshot.oomScoreAdj = 12345;
-    if (!stats.getOomScoreAdj(42, snapshot) && snapshot.oomScoreAdj != 12345)
-        abort();  // untouched on failure
-    if (stats.getProcessTimeStat(42, snapshot) != snapshot.timeStatsValid) abort();
-    if (snapshot.startTimeSec < 0 || snapshot.userTimeSec < 0 || snapshot.systemTimeSec < 0)
-        abort();
-    logcapture::clear();
     return 0;
 }

@@ -1,42 +1,69 @@
-// SystemMemoryStats' readers over arbitrary files: /proc/pressure/memory through sample(), and
-// zram0's idle_cluster_sz, simulated_bd_stat and idlehisto through getZramIdleMemStats() with
-// the idle collector switched on (in that order in the input, see FuzzFiles.h).
+// SystemMemoryStats' parsers over arbitrary /proc/pressure/memory, idle_cluster_sz,
+// simulated_bd_stat and idlehisto texts (in that order in the input, see FuzzInput.h). Each
+// must agree with the fscanf loop it stands for, run over the same bytes as a stream.
 #include <cstdlib>
+#include <cstring>
 
-#include "FuzzFiles.h"
-#include "SystemMemoryStats.h"
-#include "hostplatform/Properties.h"
+#include "FuzzInput.h"
+#include "SystemMemoryFiles.h"
 
 namespace {
 
-struct ZeroClock : Vistrel::IClockReader {
-    int64_t elapsedNs() override { return 0; }
-    int64_t readTimestamp() override { return 0; }
-    int64_t nowNs() override { return 0; }
-};
+using namespace Vistrel::systemmemoryfiles;
 
-const std::string kZram = "/sys/devices/virtual/block/zram0/";
+PressureAverages referencePressure(FILE* stream) {
+    PressureAverages out;
+    char kind[5];
+    float avg10 = 0, avg60 = 0, avg300 = 0;
+    unsigned long total = 0;
+    while (fscanf(stream, "%4s avg10=%f avg60=%f avg300=%f total=%lu", kind, &avg10, &avg60,
+                  &avg300, &total) == 5) {
+        if (strcmp(kind, "some") == 0)
+            out = {avg10, avg60, avg300, out.fullAvg10, out.fullAvg60, out.fullAvg300};
+        if (strcmp(kind, "full") == 0)
+            out = {out.someAvg10, out.someAvg60, out.someAvg300, avg10, avg60, avg300};
+    }
+    return out;
+}
+
+void referenceSummed(FILE* stream, uint32_t* entries, size_t count) {
+    size_t filled = 0;
+    unsigned value = 0;
+    while (fscanf(stream, "%u", &value) == 1) {
+        if (filled < count) {
+            entries[filled++] = value;
+        } else {
+            entries[count - 1] += value;
+        }
+    }
+}
+
+void referenceLeading(FILE* stream, uint64_t* entries, size_t count) {
+    unsigned long long value = 0;
+    for (size_t i = 0; i < count && fscanf(stream, "%llu", &value) == 1; ++i) entries[i] = value;
+}
+
+template <typename T, size_t N, typename Parse, typename Reference>
+void checkValues(std::string text, Parse parse, Reference reference) {
+    T ours[N], theirs[N];
+    memset(ours, 0xff, sizeof(ours));
+    memset(theirs, 0xff, sizeof(theirs));
+    parse(text.c_str(), ours, N);
+    reference(memfuzz::streamOver(text).get(), theirs, N);
+    if (memcmp(ours, theirs, sizeof(ours)) != 0) abort();
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const memfuzz::Root root = [] {
-        hostplatform::setProperty("mobile_vistrel_zram_idle_collector", "true");
-        return memfuzz::Root();
-    }();
-    const auto parts = memfuzz::split(data, size);
-    root.put("/proc/pressure/memory", parts, 0);
-    const std::string_view control;
-    root.put(kZram + "calculate_idle_pg_stats", &control);
-    root.put(kZram + "idle_cluster_sz", parts, 1);
-    root.put(kZram + "simulated_bd_stat", parts, 2);
-    root.put(kZram + "idlehisto", parts, 3);
+    const memfuzz::Parts parts(data, size);
+    std::string pressure = parts.get(0, kFileBytes);
+    const PressureAverages ours = pressureAverages(pressure.c_str(), pressure.size());
+    const PressureAverages theirs = referencePressure(memfuzz::streamOver(pressure).get());
+    if (memcmp(&ours, &theirs, sizeof(ours)) != 0) abort();  // bitwise, so NaNs compare too
 
-    Vistrel::SystemMemoryStats stats;
-    ZeroClock clock;
-    if (!stats.sample(clock) || !stats.sampleValid) abort();  // a sample always completes
-    if (parts[0].empty() && (stats.psiSomeAvg10 != -1.0f || stats.psiFullAvg300 != -1.0f)) abort();
-    if (stats.getZramIdleMemStats() != &stats.zramIdle) abort();
-    logcapture::clear();
+    checkValues<uint32_t, 8>(parts.get(1, kFileBytes), summedValues, referenceSummed);
+    checkValues<uint64_t, 4>(parts.get(2, kFileBytes), leadingValues, referenceLeading);
+    checkValues<uint32_t, 16>(parts.get(3, kFileBytes), summedValues, referenceSummed);
     return 0;
 }

@@ -18,60 +18,25 @@ constexpr int64_t kMinuteNs = INT64_C(60000000000);
 using testing_support::HostRun;
 using testing_support::runHost;
 
-// Independent packing of one-bit states: state i is bit (i mod 32) of word i / 32.
-std::vector<std::string> packOneBit(const std::vector<bool>& states) {
-    std::vector<uint32_t> words((states.size() + 31) / 32, 0);
-    for (size_t i = 0; i < states.size(); ++i) words[i / 32] |= uint32_t{states[i]} << (i % 32);
-    std::vector<std::string> hex;
-    for (uint32_t w : words) {
-        char text[16];
-        snprintf(text, sizeof(text), "0x%x", w);
-        hex.push_back(text);
-    }
-    return hex;
-}
-
-TEST(HostEndToEnd, SimulatedRunDeliversDonStateBatchesOnTheirCadence) {
+TEST(HostEndToEnd, DonStateBatchesArriveOnTheirCadence) {
     const HostRun run = runHost(
             "--simulate 3h --json --providers SystemStateStats --don-states 60 --don-period 1m "
             "--interactive '40m on, 20m off'");
     ASSERT_EQ(run.status, 0) << run.output;
-    const auto lines = run.lines;
-
-    std::vector<int64_t> notifiedAt;
-    std::vector<json> fetches;
-    std::vector<std::string> hostEvents, loggedWords;
-    for (const auto& line : lines) {
-        const std::string event = line["event"];
-        if (event == "notification" && line["source"] == "SystemStateStats") {
-            EXPECT_EQ(line["name"], "SystemStateStats");
-            EXPECT_EQ(line["detail"], "AggregatedDonStates");
-            notifiedAt.push_back(line["t_ns"]);
-        } else if (event == "fetch") {
-            fetches.push_back(line);
-        } else if (event == "host-event" &&
-                   line["name"].get<std::string>().rfind("Screen", 0) == 0) {
-            hostEvents.push_back(line["name"]);  // the screen events; chargers also raise events
-        } else if (event == "log" && line["source"] == "Vistrel") {
-            loggedWords.push_back(line["text"]);
+    std::vector<int64_t> notifiedAt, startMs;
+    std::vector<json> words;
+    for (const auto& line : run.lines) {
+        if (line["event"] == "notification" && line["name"] == "SystemStateStats") {
+            notifiedAt.push_back(line["t_ns"].get<int64_t>() / kMinuteNs);
+        } else if (line["event"] == "fetch") {
+            startMs.push_back(line["eventStartMs"]);
+            words.push_back(line["donStates"]);
         }
     }
-    EXPECT_EQ(notifiedAt, (std::vector<int64_t>{60 * kMinuteNs, 120 * kMinuteNs, 180 * kMinuteNs}));
-    EXPECT_EQ(hostEvents, (std::vector<std::string>{"ScreenOff", "ScreenOn", "ScreenOff",
-                                                    "ScreenOn", "ScreenOff", "ScreenOn"}));
-
-    // Samples fall at minutes 1..60 of each batch; the headset is interactive in minutes 0..39
-    // of every hour, so every batch is minutes 1..39 on, 40..59 off, then minute 60 on.
-    std::vector<bool> states;
-    for (int minute = 1; minute <= 60; ++minute) states.push_back(minute % 60 < 40);
-    const auto expected = packOneBit(states);
-    ASSERT_EQ(fetches.size(), 3u);
-    for (size_t batch = 0; batch < fetches.size(); ++batch) {
-        EXPECT_EQ(fetches[batch]["donStates"].get<std::vector<std::string>>(), expected);
-        EXPECT_EQ(fetches[batch]["eventStartMs"], static_cast<int64_t>(batch * 60 + 1) * 60000);
-    }
-    EXPECT_THAT(loggedWords,
-                ::testing::Contains("SystemStateStats::getDonStates: " + expected[0].substr(2)));
+    EXPECT_EQ(notifiedAt, (std::vector<int64_t>{60, 120, 180}));
+    EXPECT_EQ(startMs, (std::vector<int64_t>{60000, 3660000, 7260000}));
+    // Samples at minutes 1..60 of each batch: on for 1..39, off for 40..59, on again at 60.
+    for (const json& w : words) EXPECT_EQ(w, json({"0xffffffff", "0x800007f"}));
 }
 
 TEST(HostEndToEnd, ReadableTimelineByDefault) {
@@ -84,7 +49,7 @@ TEST(HostEndToEnd, ReadableTimelineByDefault) {
                 ::testing::HasSubstr("eventStartMs=60000 donStates=[0xffffffff, 0x800007f]"));
 }
 
-TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
+TEST(HostEndToEnd, BatteryRunShowsEveryEventKind) {
     const HostRun run = runHost("--json --providers BatteryStats,BatteryStatsStates");
     ASSERT_EQ(run.status, 0) << run.output;
     std::map<std::string, int> notifications, records, hostEvents, actions;
@@ -119,14 +84,8 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
         const char* message;
     } cases[] = {
             {"--frobnicate", "--frobnicate"},
-            {"--simulate 2 hours", "hours"},
             {"--simulate 2x", "bad duration '2x'"},
-            {"--prop no_such_property=1", "unknown property 'no_such_property'"},
-            {"--prop mobile_vistrel_zram_idle_collector=perhaps",
-             "mobile_vistrel_zram_idle_collector"},
             {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
-            {"--simulate 1h --real 1s", "excludes"},
-            {"--data-total 12Q", "bad byte count '12Q'"},
     };
     for (const auto& c : cases) {
         const HostRun run = runHost(c.arguments);
@@ -139,7 +98,7 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
 // stays off, so nothing is written into the tree).
 const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
 
-TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
+TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriods) {
     const HostRun run = runHost(
             "--simulate 3h --json --snapshot-every 1h --root " + kData + "memstorage/device" +
             " --providers SystemMemoryStats,ZramStats,SwapWriteStats,StorageStats");
@@ -168,18 +127,9 @@ TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriodsAndRecordsShowTheTree) {
     EXPECT_EQ(last["StorageStats"]["totalBytes"], INT64_C(128) << 30);
 }
 
-TEST(HostEndToEnd, SetDataFiguresRaiseLowStorage) {
-    const HostRun low = runHost(
-            "--simulate 1h --json --providers StorageStats --data-total 64G --data-available 3G");
-    ASSERT_EQ(low.status, 0) << low.output;
-    EXPECT_THAT(low.output,
-                ::testing::HasSubstr(
-                        R"("name":"LowStorage","detail":"Equal to or larger than 90% Disk Usage")"));
-}
-
 // Process memory on its fixture tree with the simulated memtrack: pid 400 gets the HAL's error
 // (-1), pid 401 gets 512 KiB; each scan reports both.
-TEST(HostEndToEnd, ProcessMemoryRecordsAndEveryOverBudgetReport) {
+TEST(HostEndToEnd, ProcessMemoryRunReportsEveryScan) {
     const HostRun run = runHost(
             "--simulate 31m --json --snapshot-every 15m --providers ProcessMemoryStats --root " +
             kData + "processmemory --prop mobile_vistrel_memory_extended_collector=true");

@@ -69,7 +69,7 @@ size_t occurrences(const std::string& text, const std::string& needle) {
     return n;
 }
 
-TEST(HostPush, PushesFromAnyThreadAreRoutedOnTheDrivingThreadAndForcedOnesSnapshot) {
+TEST(HostPush, PushesAreRoutedOnTheDrivingThread) {
     constexpr int kPushes = 200;
     Observed seen;
     char* text = nullptr;

@@ -25,7 +25,7 @@ std::string trimmed(const std::string& s, int bufSize) {
     return buf.c_str();
 }
 
-TEST(ProcFsScanners, NumbersByteCountsStringsAndPidNames) {
+TEST(ProcFsScanners, Scanners) {
     EXPECT_EQ(getNumber("ab-12cd34", 0, 9), 12u) << "non-digits skipped, the first run read";
     EXPECT_EQ(getNumber("12345", 1, 3), 23u) << "bounded by [start, end)";
     EXPECT_EQ(getNumber(" kB", 0, 3), 0u);
@@ -49,7 +49,7 @@ TEST(ProcFsScanners, NumbersByteCountsStringsAndPidNames) {
     }
 }
 
-TEST(ProcFsParse, StatusConversionsAndSaturations) {
+TEST(ProcFsParse, StatusConversions) {
     EXPECT_EQ(status("VmRSS:\t  123456 kB\n").vmRss, 123456u);
     EXPECT_EQ(status("VmRSS:\t2 MB\n").vmRss, 2048u);
     EXPECT_EQ(status("VmRSS: 5 B\n").vmRss, 0u);
@@ -67,7 +67,7 @@ TEST(ProcFsParse, StatusConversionsAndSaturations) {
     EXPECT_STREQ(status("Name:\tirq/24-ACPI:Ged\n").name, "irq/24-ACPI:Ged");
 }
 
-TEST(ProcFsParse, LineRulesPrefixKeysAndFirstRowWins) {
+TEST(ProcFsParse, LineRules) {
     EXPECT_STREQ(status("Pid:\t1\nName:").name, "") << "last line without a value";
     const ProcessStatusData swallowed = status("Ngid\nPid:\t7\nTgid:\t9\n");
     EXPECT_EQ(swallowed.ngid, 7) << "a key without colon or blank takes the next line";
@@ -129,7 +129,7 @@ struct Wide {
     uint32_t unknown;
 };
 
-TEST(ProcFsParse, OtherTypesWrongSizesAndUnknownTypes) {
+TEST(ProcFsParse, RowTypes) {
     const DataFileField fields[] = {
             {"bytes", offsetof(Wide, byteCount), 8, ByteCount},
             {"kb64", offsetof(Wide, kiloBytes64), 8, KiloBytes64},
@@ -155,7 +155,7 @@ TEST(ProcFsParse, OtherTypesWrongSizesAndUnknownTypes) {
     EXPECT_EQ(out.kiloBytes64, INT64_MIN / 1024);
 }
 
-TEST(ProcFsParse, VmStatAndFixedColumnFiles) {
+TEST(ProcFsParse, FixedRecords) {
     VmStatData vm{};
     const std::string text = "nr_free_pages 5\npswpin 1000\npswpout 7\n";
     parseVmStatData(text.data(), static_cast<int>(text.size()), &vm);

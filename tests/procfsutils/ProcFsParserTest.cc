@@ -1,10 +1,7 @@
 #include "procfsutils/ProcFsParser.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -105,7 +102,7 @@ protected:
     ProcFsParser parser;
 };
 
-TEST_F(ProcFsReader, EnumeratesNumericDirectoriesOnlyAndStaysEndedUntilReset) {
+TEST_F(ProcFsReader, EnumeratesNumericDirectories) {
     hostplatform::setFsRoot(kDeviceTree);  // also holds self, net, 1a and 99 (a file)
     EXPECT_TRUE(parser.openProcDir());
     const std::vector<int> expected = {2, 301, 302, 303, 612, 4321, 5000};
@@ -170,7 +167,7 @@ TEST_F(ProcFsReader, StatusVariants) {
     EXPECT_EQ(out.vmRss, 473660u);
 }
 
-TEST_F(ProcFsReader, MissingUnreadableOrExitedProcessGivesFalseAndAZeroRecord) {
+TEST_F(ProcFsReader, UnreadableStatusGivesAZeroRecord) {
     TempTree tree;
     fs::create_directories(tree.root / "proc/77/status");  // opens, but read fails (EISDIR)
     fs::create_directories(tree.root / "proc/78");
@@ -181,26 +178,9 @@ TEST_F(ProcFsReader, MissingUnreadableOrExitedProcessGivesFalseAndAZeroRecord) {
         EXPECT_FALSE(parser.getProcessStatusData(pid, &out)) << pid;
         EXPECT_TRUE(allZero(out)) << pid;
     }
-
-    hostplatform::setFsRoot("");  // this machine: a child exits between enumeration and read
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        pause();
-        _exit(0);
-    }
-    bool found = false;
-    int pid;
-    while (!found && parser.getNextPid(&pid)) found = pid == child;
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    ASSERT_TRUE(found);
-    ProcessStatusData out = garbage<ProcessStatusData>();
-    EXPECT_FALSE(parser.getProcessStatusData(child, &out));
-    EXPECT_TRUE(allZero(out));
 }
 
-TEST_F(ProcFsReader, VmStatBlockDeviceAndZramFiles) {
+TEST_F(ProcFsReader, FixedRecordFiles) {
     hostplatform::setFsRoot(kDeviceTree);
     VmStatData vm = garbage<VmStatData>();
     ASSERT_TRUE(parser.getVmStatData(&vm));
@@ -243,7 +223,7 @@ TEST_F(ProcFsReader, VmStatBlockDeviceAndZramFiles) {
     EXPECT_FALSE(parser.getZramStatData(&zram));
 }
 
-TEST(ProcFsReaderDescriptors, NothingStaysOpenAfterReadsFailuresAndDestruction) {
+TEST(ProcFsReaderDescriptors, NothingStaysOpen) {
     const auto openDescriptors = [] {
         return std::distance(fs::directory_iterator("/proc/self/fd"), {});
     };

@@ -18,87 +18,103 @@ constexpr int64_t kSecondNs = INT64_C(1000000000);
 const logcapture::Entry kNotInitialized{ANDROID_LOG_ERROR, "Vistrel",
                                         "BatteryStats: health not initialized"};
 const logcapture::Entry kReadFailed{ANDROID_LOG_INFO, "Vistrel", "getHealthInfo_2_1() failed"};
-const logcapture::Entry kForced{ANDROID_LOG_INFO, "Vistrel",
-                                "BatteryStats: force sampled in snapshot"};
 
 bool isHealthInfo(const std::optional<Vistrel::Notification>& n) {
     return n && n->name == "HealthInfo" && n->detail == "BatteryCollector";
 }
 
-// Gives `stats` the record a snapshot of the fake's defaults leaves, so nothing differs.
-void matchTheFake(BatteryStats& stats) {
-    stats.status = 3;
-    stats.health = 2;
-    stats.level = 50;
-}
-
-// Connected to a registered fake, acquired at clock time 0.
-struct BatteryStatsConnected : testing::Test {
+// Connected to a registered fake (discharging, good, 50 %), acquired at clock time 0.
+struct BatteryStatsTest : testing::Test {
     void SetUp() override {
         hal->registerDefault();
         ASSERT_TRUE(stats.acquireResources(nullptr, clock));
         logcapture::clear();
     }
     void TearDown() override { hostplatform::clearServices(); }
+    // A sample and a snapshot, so that the record matches the fake.
+    void settle() {
+        stats.sample(clock);
+        ASSERT_TRUE(stats.snapshot(clock, false));
+    }
+    // Powers the given chargers and takes a snapshot; the power-source text it leaves.
+    std::string powerSourceWith(bool ac, bool usb, bool wireless, BatteryStats& provider) {
+        hal->setChargers(ac, usb, wireless);
+        EXPECT_TRUE(provider.snapshot(clock, false));
+        return provider.powerSource;
+    }
 
     android::sp<FakeHealth> hal = new FakeHealth;
     testing_support::SampleCounting<BatteryStats> stats;
     testing_support::FakeClock clock;
 };
 
-TEST(BatteryStatsWithoutHal, AcquireFailsAndEveryCallReportsTheMissingService) {
+TEST(BatteryStatsWithoutHal, EveryCallFailsWithItsLine) {
     BatteryStats stats;
     testing_support::FakeClock clock;
     clock.now = 77;
-    EXPECT_STREQ(stats.name(), "BatteryStats");
-    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(10000)));
     EXPECT_FALSE(stats.acquireResources(nullptr, clock));
-    EXPECT_EQ(stats.lastSnapshotNs, 77) << "stamped even when the service is missing";
+    EXPECT_EQ(stats.lastSnapshotNs, 77) << "stamped all the same";
     EXPECT_FALSE(stats.sample(clock));
-    EXPECT_FALSE(stats.snapshot(clock, false)) << "no sample yet: false without a log";
-    EXPECT_FALSE(stats.snapshot(clock, true));
-    stats.ringCount = 1;  // as if a sample had succeeded on a since-dropped service
-    EXPECT_FALSE(stats.snapshot(clock, false));
+    EXPECT_FALSE(stats.snapshot(clock, false)) << "no sample yet: false without a line";
     EXPECT_EQ(logcapture::entries(), (Log{{ANDROID_LOG_ERROR, "Vistrel",
                                            "BatteryStats: health not initialized or service died"},
-                                          kNotInitialized,
-                                          kForced,
-                                          kNotInitialized,
                                           kNotInitialized}));
 }
 
-TEST_F(BatteryStatsConnected, NotifiesOnTheProcessFirstSampleOnChangesAndFrom601SecondsOn) {
-    matchTheFake(stats);
-    EXPECT_TRUE(isHealthInfo(stats.sample(clock)));
-    clock.now = 601 * kSecondNs - 1;
-    EXPECT_FALSE(stats.sample(clock));
-    clock.now = 601 * kSecondNs;
-    EXPECT_TRUE(isHealthInfo(stats.sample(clock))) << "601 s after the acquire";
-    ASSERT_TRUE(stats.snapshot(clock, false));
-    clock.now += INT64_C(600999000000);  // 600.999 s later
-    EXPECT_FALSE(stats.sample(clock));
-    clock.now = 1202 * kSecondNs;
-    EXPECT_TRUE(isHealthInfo(stats.sample(clock))) << "601 s after the snapshot";
-    ASSERT_TRUE(stats.snapshot(clock, false));
-    BatteryStats other;  // the first-sample flag is process-wide
-    ASSERT_TRUE(other.acquireResources(nullptr, clock));
-    matchTheFake(other);
-    EXPECT_FALSE(other.sample(clock));
+TEST_F(BatteryStatsTest, NameAndPeriod) {
+    EXPECT_STREQ(stats.name(), "BatteryStats");
+    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(10000)));
+}
 
-    hal->setLevel(49);
+TEST_F(BatteryStatsTest, SnapshotWithoutTheServiceLogsIt) {
+    stats.sample(clock);
+    stats.healthService.clear();  // a lost service: the HAL cannot take itself away
+    EXPECT_FALSE(stats.snapshot(clock, false));
+    EXPECT_EQ(logcapture::entries(), Log{kNotInitialized});
+}
+
+TEST_F(BatteryStatsTest, OnlyTheFirstSampleOfTheProcessNotifiesUnchanged) {
+    hal->setStatus(0);  // what a fresh record holds, so nothing differs
+    hal->setHealth(0);
+    hal->setLevel(0);
     EXPECT_TRUE(isHealthInfo(stats.sample(clock)));
-    EXPECT_TRUE(isHealthInfo(stats.sample(clock))) << "still differs from the snapshot";
-    ASSERT_TRUE(stats.snapshot(clock, false));
     EXPECT_FALSE(stats.sample(clock));
-    hal->setStatus(2);
-    EXPECT_TRUE(isHealthInfo(stats.sample(clock)));
-    hal->setStatus(3);
-    hal->setHealth(3);
+    BatteryStats other;
+    ASSERT_TRUE(other.acquireResources(nullptr, clock));
+    EXPECT_FALSE(other.sample(clock)) << "the flag is process-wide";
+}
+
+TEST_F(BatteryStatsTest, UnchangedSampleNotifiesFrom601sAfterTheSnapshot) {
+    clock.now = 1000 * kSecondNs;
+    settle();
+    clock.now += INT64_C(600999000000);
+    EXPECT_FALSE(stats.sample(clock));
+    clock.now += 1000000;
     EXPECT_TRUE(isHealthInfo(stats.sample(clock)));
     EXPECT_TRUE(logcapture::entries().empty());
 }
 
-TEST_F(BatteryStatsConnected, FailedCallsEndTheSampleOrSnapshotWithTheirOwnLogAndKeepTheRecord) {
+TEST_F(BatteryStatsTest, ChangedLevelStatusOrHealthNotifies) {
+    settle();
+    for (const auto change :
+         {&FakeHealth::setLevel, &FakeHealth::setStatus, &FakeHealth::setHealth}) {
+        const auto before = hal->info;
+        ((*hal).*change)(4);
+        EXPECT_TRUE(isHealthInfo(stats.sample(clock)));
+        hal->info = before;
+    }
+}
+
+TEST_F(BatteryStatsTest, ComparesWithTheLastSnapshotNotTheLastSample) {
+    settle();
+    hal->setLevel(49);
+    stats.sample(clock);
+    EXPECT_TRUE(isHealthInfo(stats.sample(clock)));
+    ASSERT_TRUE(stats.snapshot(clock, false));
+    EXPECT_FALSE(stats.sample(clock));
+}
+
+TEST_F(BatteryStatsTest, EachFailedHalCallEndsTheSampleWithItsOwnLine) {
     const std::pair<Method, logcapture::Entry> calls[] = {
             {Method::Update,
              {ANDROID_LOG_ERROR, "Vistrel", "BatteryStats: health->update() failed"}},
@@ -114,12 +130,11 @@ TEST_F(BatteryStatsConnected, FailedCallsEndTheSampleOrSnapshotWithTheirOwnLogAn
         }
     }
     EXPECT_EQ(stats.ringCount, 0);
-    EXPECT_EQ(stats.ringIndex, 0);
     EXPECT_FALSE(stats.snapshot(clock, false)) << "still no data";
-    matchTheFake(stats);
-    EXPECT_TRUE(isHealthInfo(stats.sample(clock))) << "the first success is the first sample";
+}
 
-    ASSERT_TRUE(stats.snapshot(clock, false));
+TEST_F(BatteryStatsTest, FailedSnapshotReadKeepsTheRecord) {
+    settle();
     hal->setLevel(10);
     clock.now = kSecondNs;
     for (const auto& fault : FakeHealth::kBothFaults) {
@@ -132,65 +147,70 @@ TEST_F(BatteryStatsConnected, FailedCallsEndTheSampleOrSnapshotWithTheirOwnLogAn
     EXPECT_EQ(stats.lastSnapshotNs, 0);
 }
 
-TEST_F(BatteryStatsConnected,
-       ReacquireKeepsTheServiceAndAForcedSnapshotSamplesThroughTheVirtualSlot) {
-    clock.now = 3 * kSecondNs;
-    hostplatform::clearServices();
-    EXPECT_TRUE(stats.acquireResources(nullptr, clock)) << "already connected";
-    EXPECT_EQ(stats.lastSnapshotNs, 3 * kSecondNs);
-    hal->registerDefault();
+TEST_F(BatteryStatsTest, ForcedSnapshotSamplesThroughTheVirtualSlot) {
     clock.now = 4 * kSecondNs;
     EXPECT_TRUE(stats.snapshot(clock, true)) << "its own sample provided the data";
     EXPECT_EQ(stats.samples, 1);
     EXPECT_EQ(stats.lastSnapshotNs, 4 * kSecondNs);
-    EXPECT_EQ(logcapture::entries(), Log{kForced});
+    EXPECT_EQ(logcapture::entries(),
+              (Log{{ANDROID_LOG_INFO, "Vistrel", "BatteryStats: force sampled in snapshot"}}));
 }
 
-TEST_F(BatteryStatsConnected, SnapshotFillsTheRecordAndPreviousValues) {
+TEST_F(BatteryStatsTest, ReacquireKeepsTheService) {
+    hostplatform::clearServices();
+    clock.now = 3 * kSecondNs;
+    EXPECT_TRUE(stats.acquireResources(nullptr, clock));
+    EXPECT_EQ(stats.lastSnapshotNs, 3 * kSecondNs);
+}
+
+TEST_F(BatteryStatsTest, SnapshotConvertsTheHealthRecord) {
     auto& battery = hal->info.legacy.legacy;
     battery.batteryVoltage = 4100;
     battery.batteryCycleCount = 321;
     battery.batteryFullCharge = 4800500;
     battery.batteryChargeCounter = 2016000;
     hal->info.batteryChargeTimeToFullNowSeconds = 5400;
-    hal->currentUa = 16777219;  // above 2^24: right as a float only when divided in double
-    stats.reserved[3] = 9.0f;
-    stats.sample(clock);
-    ASSERT_TRUE(stats.snapshot(clock, false));
+    settle();
     EXPECT_EQ(stats.level, 50.0f);
-    EXPECT_EQ(stats.previousLevel, 50.0f) << "the first snapshot of the process";
     EXPECT_EQ(stats.fullChargeMah, 4800.5f);
-    EXPECT_EQ(stats.previousFullChargeMah, 4800.5f);
     EXPECT_EQ(stats.chargeCounterMah, 2016.0f);
-    EXPECT_EQ(stats.previousChargeCounterMah, 2016.0f);
     EXPECT_EQ(stats.chargeTimeToFullSeconds, 5400.0f);
     EXPECT_EQ(stats.cycleCount, 321);
-    EXPECT_EQ(stats.currentLastMa, 16777.219f);
     EXPECT_EQ(stats.voltageLastMv, 4100.0f);
-    for (float r : stats.reserved) EXPECT_EQ(r, 0.0f);
+}
 
-    hal->setLevel(40);
-    battery.batteryFullCharge = 4000000;
-    battery.batteryChargeCounter = 800000;
-    ASSERT_TRUE(stats.snapshot(clock, false));
+TEST_F(BatteryStatsTest, CurrentIsDividedInDouble) {
+    hal->currentUa = 16777219;  // above 2^24: right as a float only when divided in double
+    settle();
+    EXPECT_EQ(stats.currentLastMa, 16777.219f);
+}
+
+TEST_F(BatteryStatsTest, FirstSnapshotOfTheProcessSetsThePreviousValues) {
+    hal->info.legacy.legacy.batteryFullCharge = 4000000;
+    settle();
     EXPECT_EQ(stats.previousLevel, 50.0f);
-    EXPECT_EQ(stats.chargeCounterMah, 800.0f);
-    EXPECT_EQ(stats.fullChargeMah, 4000.0f);
-    ASSERT_TRUE(stats.snapshot(clock, false));  // nothing changed
-    EXPECT_EQ(stats.previousLevel, 40.0f) << "the level's previous value moves every snapshot";
-    EXPECT_EQ(stats.previousChargeCounterMah, 2016.0f) << "kept until the counter changes";
-    EXPECT_EQ(stats.previousFullChargeMah, 4800.5f);
-
-    BatteryStats other;  // not the process's first snapshot: nothing is copied back
+    EXPECT_EQ(stats.previousFullChargeMah, 4000.0f);
+    BatteryStats other;  // the flag is process-wide: nothing is copied for it
     ASSERT_TRUE(other.acquireResources(nullptr, clock));
     other.sample(clock);
     ASSERT_TRUE(other.snapshot(clock, false));
     EXPECT_EQ(other.previousLevel, 0.0f);
     EXPECT_EQ(other.previousFullChargeMah, 0.0f);
-    EXPECT_EQ(other.previousChargeCounterMah, 0.0f);
 }
 
-TEST_F(BatteryStatsConnected, NameTablesMarkUnnamedAndOutOfRangeValuesDifferently) {
+TEST_F(BatteryStatsTest, PreviousChargeFiguresMoveOnlyWhenTheyChange) {
+    hal->info.legacy.legacy.batteryChargeCounter = 2016000;
+    settle();
+    hal->setLevel(40);
+    hal->info.legacy.legacy.batteryChargeCounter = 800000;
+    ASSERT_TRUE(stats.snapshot(clock, false));
+    ASSERT_TRUE(stats.snapshot(clock, false));
+    EXPECT_EQ(stats.previousLevel, 40.0f) << "the level's previous value moves every snapshot";
+    EXPECT_EQ(stats.chargeCounterMah, 800.0f);
+    EXPECT_EQ(stats.previousChargeCounterMah, 2016.0f);
+}
+
+TEST_F(BatteryStatsTest, NameTablesMarkUnnamedValuesApart) {
     const char* const statusNames[] = {"?!?",  "UNKNOWN", "CHARGING", "DISCHARGING", "NOT_CHARGING",
                                        "FULL", "?!?",     "???",      "???",         "???"};
     const char* const healthNames[] = {
@@ -208,32 +228,24 @@ TEST_F(BatteryStatsConnected, NameTablesMarkUnnamedAndOutOfRangeValuesDifferentl
     }
 }
 
-TEST_F(BatteryStatsConnected, PowerSourceIsTheLastOnlineOfAcUsbWirelessAndOutlivesUnplugging) {
-    const struct {
-        bool ac, usb, wireless;
-        const char* expected;
-    } steps[] = {
-            {false, false, false, "NONE"},
-            {false, true, false, "USB"},  // "NONE" is kept: no blank
-            {true, true, false, "USB"},
-            {false, true, true, "WIRELESS"},
-            {true, true, true, "WIRELESS"},
-            {true, false, false, "AC"},
-            {false, false, false, "AC"},  // nothing online keeps the text
-    };
+TEST_F(BatteryStatsTest, PowerSourceIsTheLastOnlineOfAcUsbWireless) {
     stats.sample(clock);
-    for (const auto& s : steps) {
-        hal->setChargers(s.ac, s.usb, s.wireless);
-        ASSERT_TRUE(stats.snapshot(clock, false));
-        EXPECT_EQ(stats.powerSource, s.expected) << s.ac << s.usb << s.wireless;
-    }
-    stats.powerSourceScratch.clear();  // as before any snapshot: the first source gets a blank
-    hal->setChargers(true, false, false);
-    ASSERT_TRUE(stats.snapshot(clock, false));
-    EXPECT_EQ(stats.powerSource, " AC");
+    EXPECT_EQ(powerSourceWith(false, false, false, stats), "NONE");
+    EXPECT_EQ(powerSourceWith(false, true, false, stats), "USB") << "after NONE: no blank";
+    EXPECT_EQ(powerSourceWith(true, true, false, stats), "USB");
+    EXPECT_EQ(powerSourceWith(false, true, true, stats), "WIRELESS");
+    EXPECT_EQ(powerSourceWith(true, true, true, stats), "WIRELESS");
+    EXPECT_EQ(powerSourceWith(true, false, false, stats), "AC");
+    EXPECT_EQ(powerSourceWith(false, false, false, stats), "AC") << "nothing online keeps it";
 }
 
-TEST_F(BatteryStatsConnected, StatisticsSumNewestFirstOverTheLatestSamplesUpTo200) {
+TEST_F(BatteryStatsTest, FirstSourceEverSeenGetsALeadingBlank) {
+    stats.sample(clock);
+    EXPECT_EQ(powerSourceWith(true, false, false, stats), " AC");
+    EXPECT_EQ(powerSourceWith(true, true, false, stats), "USB");
+}
+
+TEST_F(BatteryStatsTest, StatisticsSumNewestFirst) {
     const int32_t currentsUa[] = {-500100, 1500300, 250700, 100};  // oldest first
     float newestFirst = 0, oldestFirst = 0;
     for (int i = 0; i < 4; ++i) {
@@ -249,19 +261,17 @@ TEST_F(BatteryStatsConnected, StatisticsSumNewestFirstOverTheLatestSamplesUpTo20
     EXPECT_EQ(stats.currentMinMa, -500.1f);
     EXPECT_EQ(stats.currentAvgMa, newestFirst / 4);
     EXPECT_EQ(stats.voltageMinMv, 3900.0f) << "unwritten entries stay out";
+}
 
-    stats.sample(clock);  // the rings are not reset by a snapshot
-    ASSERT_TRUE(stats.snapshot(clock, false));
-    EXPECT_EQ(stats.ringCount, 5);
-    EXPECT_EQ(stats.currentMinMa, -500.1f);
-
+TEST_F(BatteryStatsTest, StatisticsCoverTheLatest200SamplesAcrossSnapshots) {
     for (int i = 1; i <= 250; ++i) {
         hal->currentUa = i * 1000;  // i mA
         hal->info.legacy.legacy.batteryVoltage = 4000 - i;
         stats.sample(clock);
+        if (i == 10) stats.snapshot(clock, false);  // which does not reset the rings
     }
     EXPECT_EQ(stats.ringCount, 200);
-    EXPECT_EQ(stats.ringIndex, 55);
+    EXPECT_EQ(stats.ringIndex, 50);
     ASSERT_TRUE(stats.snapshot(clock, false));
     const float expected[] = {250, 250, 51, 150.5, 3750, 3949, 3750, 3849.5};
     const float actual[] = {stats.currentLastMa, stats.currentMaxMa,  stats.currentMinMa,

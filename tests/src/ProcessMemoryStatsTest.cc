@@ -9,8 +9,8 @@
 #include <filesystem>
 
 #include "FakeClock.h"
-#include "FixtureTree.h"
 #include "LogCapture.h"
+#include "ProcessFiles.h"
 #include "TriggerService.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Libc.h"
@@ -72,6 +72,13 @@ protected:
         hostplatform::setSysconf(
                 [](int name) { return name == _SC_CLK_TCK ? 100L : sysconf(name); });
         sim::installTriggerService();
+        // Replaces the simulated service's memtrack source, used only with the property on.
+        hostplatform::setMemoryFootprintSource(
+                [this](pid_t, memory_footprint_data* data, uint32_t what) {
+                    requested.push_back(what);
+                    data->memtrack_pss_kb = memtrackKb;
+                    return 0;
+                });
     }
     const ProcessMemorySnapshot& entry(const std::string& key) { return stats.snapshots.at(key); }
     std::vector<uint32_t> memory(const std::string& key) {
@@ -81,22 +88,31 @@ protected:
 
     ProcessMemoryStats stats;
     FakeClock clock;
+    int32_t memtrackKb = -5;
+    std::vector<uint32_t> requested;  // what each footprint call asked for
 };
 
-TEST_F(ProcessMemoryStatsTest, ScanKeysEveryProcessByArgv0AndTheLastScannedWins) {
+TEST_F(ProcessMemoryStatsTest, SampleNotifiesWithAMillisecondStamp) {
     EXPECT_STREQ(stats.name(), "ProcessMemoryStats");
     clock.elapsed = 5123456789;
     const auto notification = stats.sample(clock);
     ASSERT_TRUE(notification);
     EXPECT_EQ(notification->name + "/" + notification->detail, "ProcessMemoryInfo/Memory snapshot");
     EXPECT_EQ(stats.timestampMs, 5123);
+}
 
+TEST_F(ProcessMemoryStatsTest, EveryProcessIsKeyedByArgv0) {
+    ASSERT_TRUE(stats.sample(clock));
     std::vector<std::string> keys;
     for (const auto& [key, value] : stats.snapshots) keys.push_back(key);
     EXPECT_THAT(keys, ElementsAre("", "/data/app/" + std::string(246, 'x'), "/data/local/my",
                                   "/system/bin/init", "/vendor/bin/badoom",
                                   "/vendor/bin/hw/sensors-service", "/vendor/bin/nostat",
                                   "/vendor/bin/overbudget", "/vendor/bin/underbudget"));
+}
+
+TEST_F(ProcessMemoryStatsTest, EntryHoldsTheProcessFigures) {
+    ASSERT_TRUE(stats.sample(clock));
     const ProcessMemorySnapshot& init = entry("/system/bin/init");
     EXPECT_EQ(memory("/system/bin/init"), (std::vector<uint32_t>{3000, 2000, 0, 1500}));
     EXPECT_TRUE(init.timeStatsValid);
@@ -104,18 +120,22 @@ TEST_F(ProcessMemoryStatsTest, ScanKeysEveryProcessByArgv0AndTheLastScannedWins)
               std::vector<float>({5 / 100.0f, 250 / 100.0f, 130 / 100.0f}));
     EXPECT_EQ(init.memtrackPssKb, -1);
     EXPECT_EQ(init.oomScoreAdj, -1000);
+}
 
-    // Kernel threads, the zombie, the vanished pid and the numeric file share the empty name;
-    // only the oom/time steps touch that entry, so its memory figures and memtrack stay zero.
+TEST_F(ProcessMemoryStatsTest, ProcessesWithoutACommandLineShareTheEmptyName) {
+    // Kernel threads, the zombie, the vanished pid and the numeric file: only the oom and time
+    // steps touch their entry, so its memory figures and memtrack stay zero.
+    ASSERT_TRUE(stats.sample(clock));
     const ProcessMemorySnapshot& none = entry("");
     EXPECT_EQ(memory(""), std::vector<uint32_t>(4, 0));
     EXPECT_EQ(none.memtrackPssKb, 0);
     EXPECT_EQ(none.oomScoreAdj, 0);
-    EXPECT_TRUE(none.timeStatsValid);
     EXPECT_FLOAT_EQ(none.systemTimeSec, 0.07f);
+}
 
-    // Within one name, the process scanned (listed by readdir) last wins.
-    std::vector<std::string> order;
+TEST_F(ProcessMemoryStatsTest, LastScannedProcessOfANameWins) {
+    ASSERT_TRUE(stats.sample(clock));
+    std::vector<std::string> order;  // readdir's order
     for (const auto& e : std::filesystem::directory_iterator(kTree + "/proc"))
         order.push_back(e.path().filename());
     const bool laterIs101 = std::find(order.begin(), order.end(), "101") >
@@ -127,31 +147,77 @@ TEST_F(ProcessMemoryStatsTest, ScanKeysEveryProcessByArgv0AndTheLastScannedWins)
     EXPECT_FLOAT_EQ(entry(shared).userTimeSec, laterIs101 ? 6.0f : 3.0f);
 }
 
-TEST_F(ProcessMemoryStatsTest, CommandNamesAreArgv0WithinTheFirst256Bytes) {
-    EXPECT_EQ(stats.getProcessName(1), "/system/bin/init");
-    EXPECT_EQ(stats.getProcessName(300), "/data/local/my") << "cut at the first blank";
+std::optional<std::string> programName(const std::string& text) {
+    const auto name = Vistrel::processfiles::programName(text.c_str(), text.size());
+    return name ? std::optional<std::string>(*name) : std::nullopt;
+}
+
+// utime, stime, starttime; empty when the text gives none.
+std::vector<unsigned long long> times(const std::string& text) {
+    const auto t = Vistrel::processfiles::statTimes(text.c_str(), text.size());
+    if (!t) return {};
+    return {t->utime, t->stime, t->starttime};
+}
+
+TEST(ProcessFiles, ProgramNameIsTheFirstBlankSeparatedTokenBeforeTheFirstNul) {
+    EXPECT_EQ(programName(std::string("/system/bin/init\0second_stage\0", 30)), "/system/bin/init");
+    EXPECT_EQ(programName(std::string("/data/local/my (odd) proc\0", 26)), "/data/local/my");
+    EXPECT_EQ(programName("  lead tail"), "lead");
+    for (const std::string& none : {std::string(), std::string("   "), std::string("\0ab", 3)}) {
+        EXPECT_EQ(programName(none), std::nullopt) << none.size();
+    }
+}
+
+TEST(ProcessFiles, OomScoreAdjReadsOneDecimalInteger) {
+    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj("-800\n"), -800);
+    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj(" +12 x"), 12);
+    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj("n/a\n"), std::nullopt);
+    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj(""), std::nullopt);
+}
+
+TEST(ProcessFiles, StatTimesAreFields14_15And22) {
+    const std::string line =
+            "1 (init) S 1 1 1 0 -1 4194560 500 0 40 900 250 130 0 0 20 0 1 0 5 99\n";
+    EXPECT_EQ(times(line), (std::vector<unsigned long long>{250, 130, 5}));
+    EXPECT_EQ(times("1 (init) S 1 2 3"), (std::vector<unsigned long long>{0, 0, 0}));
+    EXPECT_EQ(times("1 (init)"), std::vector<unsigned long long>()) << "nothing after the command";
+    EXPECT_EQ(times(""), std::vector<unsigned long long>());
+}
+
+TEST(ProcessFiles, StatFieldsAreCountedFromTheWordAfterTheCommandUncompensated) {
+    // "(my (odd) proc)" splits into three words: fields 14, 15 and 22 land on the kernel's
+    // majflt (17), cmajflt (29) and num_threads (4).
+    EXPECT_EQ(times("300 (my (odd) proc) R 1 300 300 0 -1 4194560 500 0 17 29 1234 567 0 0 20 0 "
+                    "4 0 8900 1"),
+              (std::vector<unsigned long long>{17, 29, 4}));
+    // Without a pid the scan stops before the first word, which then counts as field 3.
+    EXPECT_EQ(times("x 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22"),
+              (std::vector<unsigned long long>{14, 15, 22}));
+}
+
+TEST(ProcessFiles, StatLooksAt256BytesAfterACommandOfAtMost255) {
+    const std::string fields = " 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22";
+    EXPECT_EQ(times("1 (c) S" + std::string(240, ' ') + fields)[2], 0u)
+            << "field 22 lies beyond the 256 bytes";
+    EXPECT_EQ(times("1 " + std::string(255, 'c') + fields),
+              (std::vector<unsigned long long>{15, 16, 0}));
+    EXPECT_EQ(times("1 " + std::string(256, 'c') + fields),
+              (std::vector<unsigned long long>{14, 15, 22}))
+            << "the command's 256th byte is field 3";
+}
+
+TEST_F(ProcessMemoryStatsTest, CommandNamesAreTakenFromTheFirst256Bytes) {
     EXPECT_EQ(stats.getProcessName(900), "/data/app/" + std::string(246, 'x'));
     EXPECT_EQ(stats.getProcessName(2), std::nullopt) << "empty";
     EXPECT_EQ(stats.getProcessName(600), std::nullopt) << "missing";
-    testing_support::FixtureTree tree("");
-    tree.write("/proc/5/cmdline", "   ");
-    EXPECT_EQ(stats.getProcessName(5), std::nullopt) << "only blanks";
 }
 
-TEST_F(ProcessMemoryStatsTest, TimeFieldsAreCountedFromTheWordAfterTheCommandUncompensated) {
-    ProcessMemorySnapshot s;
-    ASSERT_TRUE(stats.getProcessTimeStat(300, s));
-    // "(my (odd) proc)" splits into three words, so fields 14, 15 and 22 land on the kernel's
-    // majflt (17), cmajflt (29) and num_threads (4).
-    EXPECT_TRUE(s.timeStatsValid);
-    EXPECT_EQ(std::vector<float>({s.startTimeSec, s.userTimeSec, s.systemTimeSec}),
-              std::vector<float>({4 / 100.0f, 17 / 100.0f, 29 / 100.0f}));
-
+TEST_F(ProcessMemoryStatsTest, ZeroTickRateFailsTheTimesWithoutALog) {
     hostplatform::setSysconf([](int) { return 0L; });
     ProcessMemorySnapshot untouched;
     EXPECT_FALSE(stats.getProcessTimeStat(1, untouched));
     EXPECT_FALSE(untouched.timeStatsValid);
-    EXPECT_THAT(logcapture::entries(), IsEmpty()) << "a zero tick rate is not logged here";
+    EXPECT_THAT(logcapture::entries(), IsEmpty());
 }
 
 TEST_F(ProcessMemoryStatsTest, PerProcessFailuresAreLoggedWithThePid) {
@@ -176,14 +242,15 @@ TEST_F(ProcessMemoryStatsTest, PerProcessFailuresAreLoggedWithThePid) {
     EXPECT_FALSE(entry("/vendor/bin/nostat").timeStatsValid);
 }
 
-TEST_F(ProcessMemoryStatsTest, EveryScanReportsFromExactly10240KibAndAMissingServiceIsLogged) {
+TEST_F(ProcessMemoryStatsTest, EveryScanReportsEachProcessFrom10240Kib) {
     ASSERT_TRUE(stats.sample(clock));
     ASSERT_TRUE(stats.sample(clock));
     const Report over = overBudget("/vendor/bin/overbudget", 10240, false, 10240, -1);
-    EXPECT_THAT(recordedReports(), ElementsAre(over, over));
+    EXPECT_THAT(recordedReports(), ElementsAre(over, over)) << "underbudget has 10239";
+}
 
+TEST_F(ProcessMemoryStatsTest, MissingTriggerServiceIsLogged) {
     sim::removeTriggerService();
-    logcapture::clear();
     ASSERT_TRUE(stats.sample(clock));
     EXPECT_EQ(logcapture::count(
                       ANDROID_LOG_ERROR, "Vistrel",
@@ -191,68 +258,68 @@ TEST_F(ProcessMemoryStatsTest, EveryScanReportsFromExactly10240KibAndAMissingSer
               1u);
 }
 
-TEST_F(ProcessMemoryStatsTest, MemtrackNeedsThePropertyTrueAndCountsOnlyWhenPositive) {
-    std::vector<uint32_t> requested;
-    int32_t figure = -5;
-    const auto sampleWithFreshService = [&] {
-        sim::removeTriggerService();
-        sim::installTriggerService();  // with its own memtrack source, replaced here
-        hostplatform::setMemoryFootprintSource(
-                [&](pid_t, memory_footprint_data* data, uint32_t what) {
-                    requested.push_back(what);
-                    data->memtrack_pss_kb = figure;
-                    return 0;
-                });
-        ASSERT_TRUE(stats.sample(clock));
-    };
+TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrue) {
     for (const char* value : {"false", "0", "bogus"}) {
         hostplatform::setProperty(kMemtrackProperty, value);
-        sampleWithFreshService();
+        ASSERT_TRUE(stats.sample(clock));
         EXPECT_EQ(entry("/system/bin/init").memtrackPssKb, -1) << value;
     }
     EXPECT_THAT(requested, IsEmpty());
     hostplatform::setProperty(kMemtrackProperty, "true");
-    sampleWithFreshService();
-    // A negative figure adds nothing and is sent as "not included".
-    EXPECT_THAT(recordedReports(),
-                ElementsAre(overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5)));
+    ASSERT_TRUE(stats.sample(clock));
     EXPECT_EQ(entry("/vendor/bin/underbudget").memtrackPssKb, -5);
     EXPECT_EQ(entry("").memtrackPssKb, 0) << "no footprint for processes without memory";
     EXPECT_EQ(requested, std::vector<uint32_t>(9, MEMORY_FOOTPRINT_MEMTRACK))
             << "one per process with memory";
+}
 
-    figure = 1;
-    sampleWithFreshService();
+TEST_F(ProcessMemoryStatsTest, NegativeMemtrackCountsAsNotIncluded) {
+    hostplatform::setProperty(kMemtrackProperty, "true");
+    ASSERT_TRUE(stats.sample(clock));
+    EXPECT_THAT(recordedReports(),
+                ElementsAre(overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5)));
+}
+
+TEST_F(ProcessMemoryStatsTest, PositiveMemtrackCounts) {
+    hostplatform::setProperty(kMemtrackProperty, "true");
+    memtrackKb = 1;
+    ASSERT_TRUE(stats.sample(clock));
     EXPECT_THAT(recordedReports(),
                 UnorderedElementsAre(overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
                                      overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
 }
 
-TEST_F(ProcessMemoryStatsTest, ReportSumsWrapAs32BitAndAZeroMemtrackIsIncluded) {
+TEST_F(ProcessMemoryStatsTest, ReportSumWrapsAs32Bit) {
     std::string name = "/x";
     stats.reportToTarnet(name, INT32_MAX, INT32_MAX);  // wraps to -2: not reported
-    stats.reportToTarnet(name, 10239, 0);
     EXPECT_THAT(recordedReports(), IsEmpty());
-    stats.reportToTarnet(name, 0, 10240);
-    stats.reportToTarnet(name, 10240, 0);
-    EXPECT_THAT(recordedReports(), ElementsAre(overBudget("/x", 10240, true, 0, 10240),
-                                               overBudget("/x", 10240, true, 10240, 0)));
 }
 
-TEST_F(ProcessMemoryStatsTest, SnapshotReportsWhetherTheLastScanCompleted) {
+TEST_F(ProcessMemoryStatsTest, ZeroMemtrackIsIncluded) {
+    std::string name = "/x";
+    stats.reportToTarnet(name, 10239, 0);
+    stats.reportToTarnet(name, 0, 10240);
+    EXPECT_THAT(recordedReports(), ElementsAre(overBudget("/x", 10240, true, 0, 10240)));
+}
+
+TEST_F(ProcessMemoryStatsTest, SnapshotBeforeAnyScanFails) {
     EXPECT_FALSE(stats.snapshot(clock, false));
+    EXPECT_THAT(
+            logcapture::entries(),
+            ElementsAre(error("ProcessMemoryStats snapshot failed because last sample failed")));
+}
+
+TEST_F(ProcessMemoryStatsTest, ForcedSnapshotScans) {
     clock.elapsed = 7000000000;
     EXPECT_TRUE(stats.snapshot(clock, true));
-    EXPECT_EQ(stats.timestampMs, 7000) << "forced snapshot samples";
-    EXPECT_TRUE(stats.snapshot(clock, false));
-    EXPECT_EQ(logcapture::count(ANDROID_LOG_ERROR, "Vistrel",
-                                "ProcessMemoryStats snapshot failed because last sample failed"),
-              1u);
+    EXPECT_EQ(stats.timestampMs, 7000);
     EXPECT_EQ(logcapture::count(ANDROID_LOG_INFO, "Vistrel",
                                 "ProcessMemoryStats: force sampled in snapshot"),
               1u);
+}
 
-    // An unopenable /proc keeps the old map but invalidates the sample.
+TEST_F(ProcessMemoryStatsTest, UnopenableProcFailsTheSnapshot) {
+    ASSERT_TRUE(stats.sample(clock));
     const size_t before = stats.snapshots.size();
     hostplatform::setFsRoot(kTree + "/missing");
     logcapture::clear();

@@ -19,13 +19,15 @@ using Vistrel::StorageStats;
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 constexpr int64_t kHourNs = 60 * kMinuteNs;
 
+const Entry kForced{ANDROID_LOG_INFO, "Vistrel", "StorageStats: force sampled in snapshot"};
+
 Entry gateWarning(int seconds) {
     return {ANDROID_LOG_WARN, "Vistrel",
             "StorageStats snapshot failed since " + std::to_string(seconds) +
                     " ms less than 3600000 ms have passed since the last snapshot"};
 }
 
-// /data answers 1000 blocks of f_bsize 4096 (f_frsize deliberately 512), `available` of them
+// /data answers 1000 blocks of f_bsize 4096 (f_frsize 512, so using it shows), `available` of them
 // available and 50 more free, even when the call fails; queries are counted. Every test case
 // runs in its own process, so the seam needs no reset.
 class StorageStatsTest : public ::testing::Test {
@@ -51,54 +53,63 @@ protected:
     FakeClock clock;
 };
 
-TEST_F(StorageStatsTest, FreshSampleSnapshotsAtOnceAndAlarmsBelowTenPercent) {
+TEST_F(StorageStatsTest, FirstSampleSnapshotsAtOnce) {
     EXPECT_STREQ(stats.name(), "StorageStats");
-    available = 100;  // exactly 10 % is not low
     clock.now = 5 * kMinuteNs;
-    auto n = stats.sample(clock);
+    const auto n = stats.sample(clock);
     ASSERT_TRUE(n);
     EXPECT_EQ(n->name + "/" + n->detail, "StorageHeartbeat/1 Hour");
     EXPECT_EQ(std::vector<int64_t>({stats.totalBytes, stats.availableBytes, stats.freeBytes}),
-              std::vector<int64_t>({4096000, 409600, 614400}));
+              std::vector<int64_t>({4096000, 2048000, 2252800}));
     EXPECT_EQ(stats.lastSnapshotNs, 5 * kMinuteNs);
+}
 
+TEST_F(StorageStatsTest, LowStorageBelowTenPercentOnly) {
+    available = 100;  // exactly 10 %
+    EXPECT_EQ(stats.sample(clock)->name, "StorageHeartbeat");
     available = 99;
     clock.now += kHourNs;
-    n = stats.sample(clock);
+    const auto n = stats.sample(clock);
     ASSERT_TRUE(n);
     EXPECT_EQ(n->name + "/" + n->detail, "LowStorage/Equal to or larger than 90% Disk Usage");
     EXPECT_TRUE(stats.lowStorage);
 }
 
-TEST_F(StorageStatsTest, EverySuccessfulSnapshotRestartsTheHourOfTheGate) {
+TEST_F(StorageStatsTest, SampleWithinTheHourIsGated) {
     ASSERT_TRUE(stats.sample(clock));
     clock.now += 10 * kMinuteNs;
     EXPECT_FALSE(stats.sample(clock));
     clock.now = 2 * kHourNs - 1;  // one nanosecond short of the hour
     EXPECT_FALSE(stats.sample(clock));
-    EXPECT_EQ(logcapture::entries(), (std::vector<Entry>{gateWarning(600), gateWarning(3599)}))
-            << "seconds, not ms";
+    EXPECT_EQ(logcapture::entries(), (std::vector<Entry>{gateWarning(600), gateWarning(3599)}));
     EXPECT_EQ(queries, 1) << "a gated sample queries nothing";
+}
 
-    ASSERT_TRUE(stats.snapshot(clock, false));  // the host's own snapshot restarts the hour
-    clock.now = 3 * kHourNs - 2;
+TEST_F(StorageStatsTest, EverySuccessfulSnapshotRestartsTheHour) {
+    ASSERT_TRUE(stats.sample(clock));
+    clock.now += 10 * kMinuteNs;
+    ASSERT_TRUE(stats.snapshot(clock, false));  // the host's own snapshot
+    clock.now += kHourNs - 1;
     EXPECT_FALSE(stats.sample(clock));
     clock.now += 1;
     EXPECT_TRUE(stats.sample(clock));
-    EXPECT_EQ(stats.lastSnapshotNs, 3 * kHourNs - 1);
 }
 
-TEST_F(StorageStatsTest, ForcedSnapshotQueriesTwiceOnAFreshObjectAndIsGatedLater) {
+TEST_F(StorageStatsTest, ForcedSnapshotOnAFreshObjectQueriesTwice) {
     EXPECT_TRUE(stats.snapshot(clock, true));
     EXPECT_EQ(queries, 2) << "its own sample snapshots, then the snapshot itself";
-    clock.now += 2 * kMinuteNs;
-    EXPECT_TRUE(stats.snapshot(clock, true));
-    EXPECT_EQ(queries, 3);
-    const Entry forced{ANDROID_LOG_INFO, "Vistrel", "StorageStats: force sampled in snapshot"};
-    EXPECT_EQ(logcapture::entries(), (std::vector<Entry>{forced, forced, gateWarning(120)}));
+    EXPECT_EQ(logcapture::entries(), std::vector<Entry>{kForced});
 }
 
-TEST_F(StorageStatsTest, FailedStatvfsIsSilentKeepsTheRecordAndSampleLogsIt) {
+TEST_F(StorageStatsTest, ForcedSampleWithinTheHourIsGated) {
+    EXPECT_TRUE(stats.snapshot(clock, false));
+    clock.now += 2 * kMinuteNs;
+    EXPECT_TRUE(stats.snapshot(clock, true));
+    EXPECT_EQ(queries, 2);
+    EXPECT_EQ(logcapture::entries(), (std::vector<Entry>{kForced, gateWarning(120)}));
+}
+
+TEST_F(StorageStatsTest, FailedStatvfsFailsTheSnapshotSilently) {
     ASSERT_TRUE(stats.snapshot(clock, false));
     fail = true;
     available = 1;
@@ -107,6 +118,10 @@ TEST_F(StorageStatsTest, FailedStatvfsIsSilentKeepsTheRecordAndSampleLogsIt) {
     EXPECT_TRUE(logcapture::entries().empty());
     EXPECT_EQ(stats.availableBytes, 2048000);
     EXPECT_EQ(stats.lastSnapshotNs, kHourNs);
+}
+
+TEST_F(StorageStatsTest, SampleLogsAFailedSnapshot) {
+    fail = true;
     EXPECT_FALSE(stats.sample(clock));
     EXPECT_EQ(logcapture::entries(), std::vector<Entry>({{ANDROID_LOG_ERROR, "Vistrel",
                                                           "Failed to get updated storage stats"}}));

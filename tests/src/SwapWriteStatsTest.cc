@@ -9,35 +9,43 @@
 
 namespace {
 
-TEST(SwapWriteStats, SwapOutMinusZramWritesNeverNegativeAndFailuresChangeNothing) {
-    testing_support::FixtureTree tree("memstorage/device");
+using logcapture::Entry;
+
+struct SwapWriteStatsTest : testing::Test {
+    testing_support::FixtureTree tree{"memstorage/device"};
     Vistrel::SwapWriteStats swap;
     testing_support::FakeClock clock;
+};
+
+TEST_F(SwapWriteStatsTest, WritesAreSwapOutMinusWhatZramWrote) {
     clock.timestamp = 42;
     ASSERT_TRUE(swap.snapshot(clock, false));
     EXPECT_EQ(swap.swapWriteBytes, 500000 * 4096 - 3500000 * 512);
     EXPECT_EQ(swap.timestamp, 42);
     EXPECT_EQ(swap.sample(clock)->name, "SwapHeartbeat");
     EXPECT_TRUE(logcapture::entries().empty());
+}
 
-    clock.timestamp = 99;
-    tree.remove("/sys/block/zram0/stat");
-    EXPECT_FALSE(swap.snapshot(clock, false));
-    EXPECT_EQ(swap.swapWriteBytes, 256000000);
-    EXPECT_EQ(swap.timestamp, 42);
-
+TEST_F(SwapWriteStatsTest, NeverNegative) {
     for (const char* sectors : {"4000000", "4000001"}) {  // exactly pswpout, and one sector more
         tree.write("/sys/block/zram0/stat",
                    std::string("0 0 0 0 1 0 ") + sectors + " 0 0 0 0 0 0 0 0\n");
         ASSERT_TRUE(swap.snapshot(clock, false));
         EXPECT_EQ(swap.swapWriteBytes, 0) << sectors;
     }
-    tree.remove("/proc/vmstat");
-    clock.timestamp = 7;
+}
+
+TEST_F(SwapWriteStatsTest, FailedReadChangesNothing) {
+    ASSERT_TRUE(swap.snapshot(clock, false));
+    clock.timestamp = 99;
+    tree.remove("/sys/block/zram0/stat");
     EXPECT_FALSE(swap.snapshot(clock, false));
-    EXPECT_EQ(swap.timestamp, 99);
+    tree.remove("/proc/vmstat");
+    EXPECT_FALSE(swap.snapshot(clock, false));
+    EXPECT_EQ(swap.swapWriteBytes, 256000000);
+    EXPECT_EQ(swap.timestamp, 0);
     EXPECT_EQ(logcapture::entries(),
-              (std::vector<logcapture::Entry>{
+              (std::vector<Entry>{
                       {ANDROID_LOG_ERROR, "Vistrel",
                        "SwapWriteStats: failed to get block device stats"},
                       {ANDROID_LOG_ERROR, "Vistrel", "SwapWriteStats: failed to get vmstats"}}));

@@ -12,6 +12,7 @@
 #include "FakeClock.h"
 #include "FixtureTree.h"
 #include "LogCapture.h"
+#include "SystemMemoryFiles.h"
 #include "hostplatform/Libc.h"
 #include "hostplatform/Properties.h"
 
@@ -70,7 +71,49 @@ struct SystemMemoryStatsTest : ::testing::Test {
     FakeClock clock;
 };
 
-TEST_F(SystemMemoryStatsTest, SampleReadsMeminfoPsiUptimeAndDurationAndKeepsTheFirstTotal) {
+namespace files = Vistrel::systemmemoryfiles;
+
+std::vector<float> averages(const std::string& text) {
+    const files::PressureAverages a = files::pressureAverages(text.c_str(), text.size());
+    return {a.someAvg10, a.someAvg60, a.someAvg300, a.fullAvg10, a.fullAvg60, a.fullAvg300};
+}
+
+TEST(SystemMemoryFiles, PressureLinesSetTheirThreeAverages) {
+    EXPECT_EQ(averages("full avg10=0.31 avg60=0.22 avg300=0.10 total=40211981\n"
+                       "some avg10=1.25 avg60=0.87 avg300=0.40 total=91283412\n"),
+              (std::vector<float>{1.25f, 0.87f, 0.40f, 0.31f, 0.22f, 0.10f}));
+    EXPECT_EQ(averages(""), std::vector<float>(6, -1.0f));
+}
+
+TEST(SystemMemoryFiles, PressureRecordsOfOtherWordsArePassedOver) {
+    EXPECT_EQ(averages("half avg10=1 avg60=2 avg300=3 total=4\n"
+                       "some avg10=5 avg60=6 avg300=7 total=8\n"),
+              (std::vector<float>{5, 6, 7, -1, -1, -1}));
+}
+
+TEST(SystemMemoryFiles, PressureReadingStopsAtAMalformedRecord) {
+    EXPECT_EQ(averages("some avg10=5 avg60=6 total=8\n"
+                       "full avg10=1 avg60=2 avg300=3 total=4\n"),
+              std::vector<float>(6, -1.0f));
+}
+
+TEST(SystemMemoryFiles, SummedValuesAddEverythingPastTheLastEntryIntoIt) {
+    uint32_t entries[4] = {9, 9, 9, 9};
+    files::summedValues("1 2 3 4 5 4294967295 x 7", entries, 4);
+    EXPECT_EQ(values(entries), (std::vector<uint64_t>{1, 2, 3, 8})) << "wrapping, until the x";
+    files::summedValues("6 7", entries, 4);
+    EXPECT_EQ(values(entries), (std::vector<uint64_t>{6, 7, 3, 8})) << "short: the rest stays";
+}
+
+TEST(SystemMemoryFiles, LeadingValuesStopAtTheFirstNonNumber) {
+    uint64_t entries[4] = {9, 9, 9, 9};
+    files::leadingValues("5 x 6", entries, 4);
+    EXPECT_EQ(values(entries), (std::vector<uint64_t>{5, 9, 9, 9}));
+    files::leadingValues("1 2 3 4 5", entries, 4);
+    EXPECT_EQ(values(entries), (std::vector<uint64_t>{1, 2, 3, 4}));
+}
+
+TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
     FixtureTree tree("memstorage/device");
     scriptBootClock({INT64_C(7000000000), INT64_C(7250999999)});
     clock.elapsed = INT64_C(123456789012);
@@ -86,12 +129,15 @@ TEST_F(SystemMemoryStatsTest, SampleReadsMeminfoPsiUptimeAndDurationAndKeepsTheF
     EXPECT_GE(stats.uptimeMs, uptimeBefore);
     EXPECT_LE(stats.uptimeMs, android::uptimeMillis());
     EXPECT_TRUE(logcapture::entries().empty()) << ::testing::PrintToString(logcapture::texts());
+}
 
-    hostplatform::resetLibc();
+TEST_F(SystemMemoryStatsTest, TotalIsReadOncePerProcess) {
+    FixtureTree tree("memstorage/device");
+    stats.sample(clock);
     tree.write("/proc/meminfo", "MemTotal: 9000000 kB\nMemAvailable: 1000000 kB\n");
     SystemMemoryStats other;
     other.sample(clock);
-    EXPECT_EQ(other.memUsedKb, 5804656u - 1000000u) << "the process's first total is kept";
+    EXPECT_EQ(other.memUsedKb, 5804656u - 1000000u);
 }
 
 TEST_F(SystemMemoryStatsTest, OldKernelWithoutMemAvailableOrPsi) {
@@ -104,7 +150,7 @@ TEST_F(SystemMemoryStatsTest, OldKernelWithoutMemAvailableOrPsi) {
               Entries{error("Failed to open memory pressure file: No such file or directory")});
 }
 
-TEST_F(SystemMemoryStatsTest, FailedBootClockReadsLogAtErrorAndCountFromZero) {
+TEST_F(SystemMemoryStatsTest, FailedBootClockReadCountsFromZero) {
     FixtureTree tree("memstorage/device");
     scriptBootClock({-1, INT64_C(5000000000), -1, -1});
     stats.sample(clock);
@@ -117,35 +163,44 @@ TEST_F(SystemMemoryStatsTest, FailedBootClockReadsLogAtErrorAndCountFromZero) {
             3u);
 }
 
-TEST_F(SystemMemoryStatsTest, SnapshotReportsWhetherASampleCompleted) {
-    FixtureTree tree("memstorage/device");
+TEST_F(SystemMemoryStatsTest, SnapshotBeforeAnySampleFails) {
     EXPECT_FALSE(stats.snapshot(clock, false));
-    clock.elapsed = INT64_C(3000000000);
-    EXPECT_TRUE(stats.snapshot(clock, true));
-    EXPECT_EQ(stats.timestampMs, 3000) << "the forced snapshot sampled";
-    clock.elapsed = INT64_C(9000000000);
-    EXPECT_TRUE(stats.snapshot(clock, false));
-    EXPECT_EQ(stats.timestampMs, 3000) << "a plain snapshot reads nothing";
     EXPECT_EQ(logcapture::entries(),
-              (Entries{error("SystemMemoryStats snapshot failed because last sample failed"),
-                       {ANDROID_LOG_INFO, "Vistrel",
-                        "SystemMemoryStats: force sampled in snapshot"}}));
+              Entries{error("SystemMemoryStats snapshot failed because last sample failed")});
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleRequestsAndReadsEveryFileOnlyWhenEnabled) {
+TEST_F(SystemMemoryStatsTest, ForcedSnapshotSamples) {
+    FixtureTree tree("memstorage/device");
+    clock.elapsed = INT64_C(3000000000);
+    EXPECT_TRUE(stats.snapshot(clock, true));
+    EXPECT_EQ(stats.timestampMs, 3000);
+    EXPECT_EQ(logcapture::entries(), (Entries{{ANDROID_LOG_INFO, "Vistrel",
+                                               "SystemMemoryStats: force sampled in snapshot"}}));
+}
+
+TEST_F(SystemMemoryStatsTest, PlainSnapshotReadsNothing) {
+    FixtureTree tree("memstorage/device");
+    stats.sample(clock);
+    clock.elapsed = INT64_C(9000000000);
+    EXPECT_TRUE(stats.snapshot(clock, false));
+    EXPECT_EQ(stats.timestampMs, 0);
+}
+
+TEST_F(SystemMemoryStatsTest, ZramIdleDisabledOnlyResetsTheEntries) {
     FixtureTree tree("memstorage/device");
     memset(&stats.zramIdle, 0, sizeof(stats.zramIdle));
-    const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
-    EXPECT_EQ(z, &stats.zramIdle);
-    EXPECT_TRUE(allOnes(stats.zramIdle)) << "every entry is reset, even when disabled";
+    EXPECT_EQ(stats.getZramIdleMemStats(), &stats.zramIdle);
+    EXPECT_TRUE(allOnes(stats.zramIdle));
     EXPECT_EQ(tree.read(kControl), "");
     EXPECT_EQ(logcapture::entries(),
               Entries{verbose("mobile_vistrel_zram_idle_collector returned 0")});
+}
 
-    logcapture::clear();
+TEST_F(SystemMemoryStatsTest, ZramIdleReadsEveryFile) {
+    FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
-    stats.getZramIdleMemStats();
-    EXPECT_EQ(tree.read(kControl), "60 300") << "defaults: 60 s buckets, 300 s idle age";
+    const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
+    EXPECT_EQ(tree.read(kControl), "60 300") << "60 s buckets, 300 s idle age";
     EXPECT_EQ(values(z->idleHistogram),
               (std::vector<uint64_t>{4081, 1203, 977, 640, 512, 388, 301, 255, 190, 150, 120, 98,
                                      80, 66, 51, 40 + 33 + 20 + 9 + 2}));
@@ -153,50 +208,51 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestsAndReadsEveryFileOnlyWhenEnabled) 
     EXPECT_EQ(values(z->simulatedBdStat), (std::vector<uint64_t>{1024, 4096, 52, 7}));
     EXPECT_EQ(logcapture::entries(),
               (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300")}));
+}
 
-    // Values past the 8th cluster size add into it; a short bd stat stops at its first bad value.
+TEST_F(SystemMemoryStatsTest, ZramIdleRequestTakesTheProperties) {
+    FixtureTree tree("memstorage/device");
+    hostplatform::setProperty(kCollector, "true");
     hostplatform::setProperty("mobile_vistrel_zram_idle_threshold", "3600");
     hostplatform::setProperty("mobile_vistrel_zram_idle_histo_bucket", "120");
-    tree.write(kZram + "idle_cluster_sz", "1 2 3 4 5 6 7 8 9 10\n");
-    tree.write(kZram + "simulated_bd_stat", "5 x 6\n");
     stats.getZramIdleMemStats();
-    EXPECT_EQ(tree.read(kControl), "120 3600") << "the control file is rewritten, not appended";
-    EXPECT_EQ(values(z->idleClusterSizes), (std::vector<uint64_t>{1, 2, 3, 4, 5, 6, 7, 27}));
-    EXPECT_EQ(values(z->simulatedBdStat),
-              (std::vector<uint64_t>{5, UINT64_MAX, UINT64_MAX, UINT64_MAX}));
-
-    // The request reaches the kernel only when the control file is closed after the reads: an
-    // idlehisto showing the control file reads it empty.
-    tree.remove(kZram + "idlehisto");
-    std::filesystem::create_symlink(tree.at(kControl), tree.at(kZram + "idlehisto"));
     stats.getZramIdleMemStats();
-    EXPECT_TRUE(allOnes(z->idleHistogram));
     EXPECT_EQ(tree.read(kControl), "120 3600");
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleUnusableControlFileLogsAndReadsNothing) {
+TEST_F(SystemMemoryStatsTest, ZramIdleRequestReachesTheKernelAfterTheReads) {
+    // An idlehisto that shows the control file reads it still empty.
     FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
-    hostplatform::setProperty("mobile_vistrel_zram_idle_threshold", "900");
+    tree.remove(kZram + "idlehisto");
+    std::filesystem::create_symlink(tree.at(kControl), tree.at(kZram + "idlehisto"));
+    EXPECT_TRUE(allOnes(stats.getZramIdleMemStats()->idleHistogram));
+    EXPECT_EQ(tree.read(kControl), "60 300");
+}
+
+TEST_F(SystemMemoryStatsTest, ZramIdleMissingControlFileStopsIt) {
+    FixtureTree tree("memstorage/device");
+    hostplatform::setProperty(kCollector, "true");
     tree.remove(kControl);
-    stats.getZramIdleMemStats();
-    EXPECT_TRUE(allOnes(stats.zramIdle));
+    EXPECT_TRUE(allOnes(*stats.getZramIdleMemStats()));
     EXPECT_EQ(logcapture::entries(),
               (Entries{kEnabled, verbose("stat failed " + kControl + ": No such file or directory"),
-                       verbose("zram0 histBucketSz 60 idleSecs 900"),
+                       verbose("zram0 histBucketSz 60 idleSecs 300"),
                        error("fopen " + kControl + ": No such file or directory")}));
+}
 
-    std::filesystem::create_directory(
-            tree.at(kControl));  // stat succeeds, opening for writing fails
-    logcapture::clear();
-    stats.getZramIdleMemStats();
-    EXPECT_TRUE(allOnes(stats.zramIdle));
+TEST_F(SystemMemoryStatsTest, ZramIdleUnwritableControlFileStopsIt) {
+    FixtureTree tree("memstorage/device");
+    hostplatform::setProperty(kCollector, "true");
+    tree.remove(kControl);
+    std::filesystem::create_directory(tree.at(kControl));  // stat succeeds, fopen "w" fails
+    EXPECT_TRUE(allOnes(*stats.getZramIdleMemStats()));
     EXPECT_EQ(logcapture::entries(),
-              (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 900"),
+              (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300"),
                        error("fopen " + kControl + ": Is a directory")}));
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleMissingReadFileLogsItsOwnLineAndLeavesItsEntriesAllOnes) {
+TEST_F(SystemMemoryStatsTest, ZramIdleMissingReadFileLogsItsOwnLine) {
     const std::pair<std::string, std::string> cases[] = {
             {"idle_cluster_sz", "fopen " + kZram + "idle_cluster_sz: No such file or directory"},
             {"simulated_bd_stat",

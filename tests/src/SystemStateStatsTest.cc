@@ -62,10 +62,13 @@ TEST(SystemStateStatsPacking, WidthsThatDoNotDivide32OverlapTheFirstSlot) {
     EXPECT_EQ(pack(5, concat(repeat(false, 6), {1})), (std::vector<int64_t>{0x1f}));
 }
 
-TEST(SystemStateStatsPacking, Width32HasAnEmptyMaskAndWidth0NeverClosesAWord) {
-    EXPECT_EQ(pack(32, {1, 1}), (std::vector<int64_t>{0, 0}));
+TEST(SystemStateStatsPacking, WidthIsTakenModulo32) {
+    EXPECT_EQ(pack(32, {1, 1}), (std::vector<int64_t>{0, 0})) << "an empty mask";
+    EXPECT_EQ(pack(33, {1, 1}), (std::vector<int64_t>{1, 2}));
+}
+
+TEST(SystemStateStatsPacking, Width0NeverClosesAWord) {
     EXPECT_TRUE(pack(0, {1, 1, 1}).empty());
-    EXPECT_EQ(pack(33, {1, 1}), (std::vector<int64_t>{1, 2})) << "width and shifts taken mod 32";
 }
 
 TEST(SystemStateStatsPacking, EachWordIsLoggedAtInfo) {
@@ -82,11 +85,16 @@ TEST(SystemStateStatsPacking, EachWordIsLoggedAtInfo) {
     EXPECT_TRUE(logcapture::entries().empty());
 }
 
-TEST(SystemStateStatsBatches, EveryNthSampleNotifiesAndStartsTheNextBatch) {
-    SystemStateStats stats(1, 3, 60000);
-    stats.setPowerManager(
-            std::make_unique<ScriptedPowerManager>(std::vector<bool>{1, 0, 1, 0, 0, 1}));
+struct SystemStateStatsBatchOfThree : testing::Test {
+    void SetUp() override {
+        stats.setPowerManager(
+                std::make_unique<ScriptedPowerManager>(std::vector<bool>{1, 0, 1, 0, 0, 1}));
+    }
+    SystemStateStats stats{1, 3, 60000};
     FakeClock clock;
+};
+
+TEST_F(SystemStateStatsBatchOfThree, EveryThirdSampleCompletesABatch) {
     clock.elapsed = 1999999;
     EXPECT_FALSE(stats.sample(clock));
     clock.elapsed = 5000000000;
@@ -97,7 +105,10 @@ TEST(SystemStateStatsBatches, EveryNthSampleNotifiesAndStartsTheNextBatch) {
     EXPECT_EQ(done->detail, "AggregatedDonStates");
     EXPECT_EQ(stats.getEventStartTime(), 1) << "start of the batch, 1999999 ns truncated to ms";
     EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{0b101}));
+}
 
+TEST_F(SystemStateStatsBatchOfThree, NextSampleStartsANewBatch) {
+    for (int i = 0; i < 3; ++i) stats.sample(clock);
     clock.elapsed = 7000000000;
     EXPECT_FALSE(stats.sample(clock));  // the next batch starts and replaces the states
     EXPECT_EQ(stats.getEventStartTime(), 7000);
@@ -128,19 +139,18 @@ TEST(SystemStateStatsBatches, LargeBatchCounterWrapsLikeThe32BitFormula) {
     EXPECT_TRUE(stats.sample(clock));
 }
 
-TEST(SystemStateStatsSnapshot, ReturnsAndClearsTheReadyFlagWhichTheNextSampleAlsoClears) {
-    SystemStateStats stats(1, 2, 1000);
-    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}));
-    FakeClock clock;
+TEST_F(SystemStateStatsBatchOfThree, SnapshotConsumesTheReadyFlag) {
     EXPECT_FALSE(stats.snapshot(clock, false));
+    stats.sample(clock);
     stats.sample(clock);
     EXPECT_FALSE(stats.snapshot(clock, false));
     stats.sample(clock);
     EXPECT_TRUE(stats.snapshot(clock, false));
     EXPECT_FALSE(stats.snapshot(clock, false)) << "a second snapshot without a new batch";
+}
 
-    stats.sample(clock);
-    stats.sample(clock);  // completes a batch nobody snapshots
+TEST_F(SystemStateStatsBatchOfThree, NextSampleClearsAnUnclaimedFlag) {
+    for (int i = 0; i < 3; ++i) stats.sample(clock);  // a batch nobody snapshots
     stats.sample(clock);  // starts the next one: the flag is cleared again
     EXPECT_FALSE(stats.snapshot(clock, false));
 }
@@ -182,7 +192,7 @@ TEST(SystemStateStatsPowerManager, AcquireInstallsADefaultThroughTheVirtualSlot)
     EXPECT_STREQ(stats.name(), "SystemStateStats");
 }
 
-TEST(SystemStateStatsPowerManager, SetTakesOwnershipAndDestroysThePrevious) {
+TEST(SystemStateStatsPowerManager, SetPowerManagerOwnsItsManager) {
     int destroyed = 0;
     {
         SystemStateStats stats(1, 1, 1000);

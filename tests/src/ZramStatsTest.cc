@@ -18,28 +18,44 @@ std::vector<int64_t> record(const Vistrel::ZramStats& z) {
             z.samePages,    z.pagesCompacted, z.hugePages,    z.hugePagesSince, z.column10};
 }
 
-TEST(ZramStats, CopiesTenColumnsZeroesNineAndKeepsTheRecordWhenMissing) {
-    const std::vector<int64_t> device = {1433600000, 402653184, 419430400, 0,   436207616,
-                                         12045,      913,       210,       388, 77};
-    FixtureTree tree("memstorage/device");
+const std::vector<int64_t> kDevice = {1433600000, 402653184, 419430400, 0,   436207616,
+                                      12045,      913,       210,       388, 77};
+
+struct ZramStatsTest : testing::Test {
     Vistrel::ZramStats zram;
     testing_support::FakeClock clock;
+};
+
+TEST_F(ZramStatsTest, CopiesTheTenColumns) {
+    FixtureTree tree("memstorage/device");
     ASSERT_TRUE(zram.snapshot(clock, false));
-    EXPECT_EQ(record(zram), device);
-    {
-        FixtureTree empty("");
-        EXPECT_FALSE(zram.snapshot(clock, false));
-        EXPECT_EQ(record(zram), device);
-        EXPECT_EQ(logcapture::entries(),
-                  (std::vector<logcapture::Entry>{
-                          {ANDROID_LOG_ERROR, "Vistrel", "ZramStats: failed to get zramStats"}}));
-        const auto n = zram.sample(clock);
-        ASSERT_TRUE(n) << "the heartbeat does not depend on the device";
-        EXPECT_EQ(n->name + "/" + n->detail, "ZramHeartbeat/15 minutes");
-    }
-    FixtureTree legacy("memstorage/legacy");  // nine columns: success with every field zero
+    EXPECT_EQ(record(zram), kDevice);
+}
+
+TEST_F(ZramStatsTest, NineColumnsGiveAZeroRecord) {
+    FixtureTree tree("memstorage/device");
+    ASSERT_TRUE(zram.snapshot(clock, false));
+    FixtureTree legacy("memstorage/legacy");
     EXPECT_TRUE(zram.snapshot(clock, true));
     EXPECT_EQ(record(zram), std::vector<int64_t>(10, 0));
+}
+
+TEST_F(ZramStatsTest, MissingFileKeepsTheRecord) {
+    FixtureTree tree("memstorage/device");
+    ASSERT_TRUE(zram.snapshot(clock, false));
+    FixtureTree empty("");
+    EXPECT_FALSE(zram.snapshot(clock, false));
+    EXPECT_EQ(record(zram), kDevice);
+    EXPECT_EQ(logcapture::entries(),
+              (std::vector<logcapture::Entry>{
+                      {ANDROID_LOG_ERROR, "Vistrel", "ZramStats: failed to get zramStats"}}));
+}
+
+TEST_F(ZramStatsTest, HeartbeatOnEveryCallWhateverTheDevice) {
+    FixtureTree empty("");
+    const auto n = zram.sample(clock);
+    ASSERT_TRUE(n);
+    EXPECT_EQ(n->name + "/" + n->detail, "ZramHeartbeat/15 minutes");
 }
 
 }  // namespace
