@@ -36,14 +36,9 @@ bool succeeded(const ThermalStatus& status) {
 
 // Result of getCurrentTemperatures: each temperature into slot sampleIndex of its ring and its
 // severity into throttlingStatus; with `recordTypes`, each sensor name is also listed under its
-// type's name. A failed status leaves every map untouched.
+// type's name. A failed status (with or without a list) is logged and leaves every map untouched.
 void recordTemperatures(ThermalStats& stats, const ThermalStatus& status,
                         const hidl_vec<Temperature>& temperatures, bool recordTypes) {
-    if (temperatures.size() == 0) {
-        if (!succeeded(status))
-            Vistrel::logError("Temps were not successfully read from the thermal HAL");
-        return;
-    }
     if (!succeeded(status)) {
         Vistrel::logError("Temps were not successfully read from the thermal HAL");
         return;
@@ -61,12 +56,6 @@ void recordTemperatures(ThermalStats& stats, const ThermalStatus& status,
 // device's type is not kept.
 void recordCoolingDevices(ThermalStats& stats, const ThermalStatus& status,
                           const hidl_vec<CoolingDevice>& devices) {
-    if (devices.size() == 0) {
-        if (!succeeded(status)) {
-            Vistrel::logError("Cooling devices were not successfully read from the thermal HAL");
-        }
-        return;
-    }
     if (!succeeded(status)) {
         Vistrel::logError("Cooling devices were not successfully read from the thermal HAL");
         return;
