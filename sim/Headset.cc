@@ -1,5 +1,6 @@
 #include "Headset.h"
 
+#include "SysfsHealth.h"
 #include "SysfsThermal.h"
 #include "TriggerService.h"
 #include "hostplatform/HwBinderThreadPool.h"
@@ -46,17 +47,23 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     : config_(std::move(config)), now_(std::move(now)) {
     hostplatform::setInteractiveSource(
             [script = config_.interactive, now = now_] { return script.at(now()); });
-    health_ = new SimHealth(config_.battery, now_,
-                            [script = config_.interactive](int64_t ns) { return script.at(ns); });
-    health_->registerAsService("default");
+    if (config_.batteryBackend == HeadsetConfig::BatteryBackend::Sysfs) {
+        android::sp<SysfsHealth>(new SysfsHealth)->registerAsService("default");
+    } else {
+        health_ = new SimHealth(config_.battery, now_, [script = config_.interactive](int64_t ns) {
+            return script.at(ns);
+        });
+        health_->registerAsService("default");
+    }
     if (config_.thermalBackend == HeadsetConfig::ThermalBackend::Sysfs) {
         thermal_ = new SysfsThermal;
     } else {
         const auto stateAt = [script = config_.interactive, health = health_](int64_t ns) {
-            const bool wired = health->chargerOnline(Charger::Ac, ns) ||
-                               health->chargerOnline(Charger::Usb, ns);
-            return HeadsetState{script.at(ns),
-                                wired || health->chargerOnline(Charger::Wireless, ns), wired};
+            const auto online = [&](Charger charger) {
+                return health != nullptr && health->chargerOnline(charger, ns);
+            };
+            const bool wired = online(Charger::Ac) || online(Charger::Usb);
+            return HeadsetState{script.at(ns), wired || online(Charger::Wireless), wired};
         };
         thermal_ = new SimThermal(config_.thermal, now_, stateAt);
     }
@@ -90,7 +97,7 @@ std::vector<HostEvent> Headset::nextEventsAfter(int64_t deviceNs) const {
         const bool on = config_.interactive.at(*change);
         consider({*change, on ? "ScreenOn" : "ScreenOff", on ? "interactive" : "not interactive"});
     }
-    if (const auto power = health_->nextPowerChangeAfter(deviceNs)) {
+    if (const auto power = health_ ? health_->nextPowerChangeAfter(deviceNs) : std::nullopt) {
         consider({power->atNs, power->connected ? "PowerConnected" : "PowerDisconnected",
                   chargerName(power->charger)});
     }

@@ -54,8 +54,12 @@ struct HostEvent {
 
 struct HeadsetConfig {
     InteractiveScript interactive = InteractiveScript::defaults();
-    BatteryScript battery = BatteryScript::defaults();  // health HAL "default" while alive
-    DataFigures data;                                   // statvfs("/data") while the headset lives
+    // Health HAL 2.1 "default" while the headset lives: the simulated battery of `battery`, or
+    // the power-supply sysfs tree under the file-system root. The sysfs battery raises no power
+    // events and the simulated thermal sensors then see no charger.
+    enum class BatteryBackend { Simulated, Sysfs } batteryBackend = BatteryBackend::Simulated;
+    BatteryScript battery = BatteryScript::defaults();
+    DataFigures data;  // statvfs("/data") while the headset lives
     // Thermal HAL 2.0 "default" while the headset lives: the simulated sensors of `thermal`,
     // or the thermal sysfs tree under the file-system root.
     enum class ThermalBackend { Simulated, Sysfs } thermalBackend = ThermalBackend::Simulated;
@@ -74,7 +78,8 @@ public:
     std::vector<HostEvent> nextEventsAfter(int64_t deviceNs) const;
 
     const HeadsetConfig& config() const { return config_; }
-    SimHealth& health() { return *health_; }
+    // The simulated battery; null with the sysfs battery.
+    SimHealth* health() { return health_.get(); }
     ThermalHal& thermal() { return *thermal_; }
 
     // Waits until every callback the simulated HALs have sent so far (one-way calls on the
@@ -84,7 +89,7 @@ public:
 private:
     HeadsetConfig config_;
     DeviceTime now_;
-    android::sp<SimHealth> health_;
+    android::sp<SimHealth> health_;  // null with the sysfs battery
     android::sp<ThermalHal> thermal_;
     DataPartition data_{config_.data};
 };

@@ -6,20 +6,10 @@
 namespace sim {
 namespace {
 
-using android::sp;
-using android::hardware::hidl_vec;
-using android::hardware::Return;
-using android::hardware::Void;
 using android::hardware::health::V1_0::BatteryHealth;
 using android::hardware::health::V1_0::BatteryStatus;
-using android::hardware::health::V2_0::DiskStats;
-using android::hardware::health::V2_0::Result;
-using android::hardware::health::V2_0::StorageInfo;
 using android::hardware::health::V2_1::BatteryCapacityLevel;
-using android::hardware::health::V2_1::HealthConfig;
 using android::hardware::health::V2_1::HealthInfo;
-namespace V2_0 = android::hardware::health::V2_0;
-namespace V2_1 = android::hardware::health::V2_1;
 
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 constexpr int64_t kStepNs = INT64_C(10000000000);  // integration step: 10 s
@@ -125,7 +115,7 @@ int32_t SimHealth::currentAt(int64_t deviceNs, double chargeUah) const {
     return -(interactiveAt_(deviceNs) ? script_.activeDrainUa : script_.idleDrainUa);
 }
 
-SimHealth::Reading SimHealth::readLocked() {
+HealthReading SimHealth::readLocked() {
     const int64_t target = now_();
     while (integratedToNs_ < target) {
         const int64_t step = std::min(kStepNs, target - integratedToNs_);
@@ -181,130 +171,18 @@ SimHealth::Reading SimHealth::readLocked() {
         info.batteryChargeTimeToFullNowSeconds = -1;  // unsupported while discharging
     }
     info.batteryFullChargeDesignCapacityUah = script_.capacityUah;
-    return Reading{info, currentUa};
+    HealthReading reading;
+    reading.info = info;
+    reading.currentNowUa = currentUa;
+    reading.currentAverageUa = currentUa;
+    reading.chargeCounterUah = battery.batteryChargeCounter;
+    reading.capacityPercent = level;
+    return reading;
 }
 
-Return<Result> SimHealth::registerCallback(const sp<V2_0::IHealthInfoCallback>& callback) {
-    if (callback == nullptr) return Result::UNKNOWN;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        callbacks_.push_back(callback);
-    }
-    return update();
-}
-
-Return<Result> SimHealth::unregisterCallback(const sp<V2_0::IHealthInfoCallback>& callback) {
+HealthReading SimHealth::read() {
     std::lock_guard<std::mutex> lock(mutex_);
-    const auto it = std::find(callbacks_.begin(), callbacks_.end(), callback);
-    if (it == callbacks_.end()) return Result::NOT_FOUND;
-    callbacks_.erase(it);
-    return Result::SUCCESS;
-}
-
-Return<Result> SimHealth::update() {
-    HealthInfo info;
-    std::vector<sp<V2_0::IHealthInfoCallback>> callbacks;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        info = readLocked().info;
-        callbacks = callbacks_;
-    }
-    // Outside the lock: a callback may call back into this service.
-    for (const auto& callback : callbacks) {
-        const sp<V2_1::IHealthInfoCallback> v21 =
-                V2_1::IHealthInfoCallback::castFrom(callback).withDefault(nullptr);
-        if (v21 != nullptr) {
-            v21->healthInfoChanged_2_1(info).isOk();
-        } else {
-            callback->healthInfoChanged(info.legacy).isOk();
-        }
-    }
-    return Result::SUCCESS;
-}
-
-Return<void> SimHealth::getChargeCounter(getChargeCounter_cb _hidl_cb) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const int32_t value = readLocked().info.legacy.legacy.batteryChargeCounter;
-    lock.unlock();
-    _hidl_cb(Result::SUCCESS, value);
-    return Void();
-}
-
-Return<void> SimHealth::getCurrentNow(getCurrentNow_cb _hidl_cb) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const int32_t value = readLocked().currentUa;
-    lock.unlock();
-    _hidl_cb(Result::SUCCESS, value);
-    return Void();
-}
-
-Return<void> SimHealth::getCurrentAverage(getCurrentAverage_cb _hidl_cb) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const int32_t value = readLocked().info.legacy.batteryCurrentAverage;
-    lock.unlock();
-    _hidl_cb(Result::SUCCESS, value);
-    return Void();
-}
-
-Return<void> SimHealth::getCapacity(getCapacity_cb _hidl_cb) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const int32_t value = readLocked().info.legacy.legacy.batteryLevel;
-    lock.unlock();
-    _hidl_cb(Result::SUCCESS, value);
-    return Void();
-}
-
-Return<void> SimHealth::getEnergyCounter(getEnergyCounter_cb _hidl_cb) {
-    _hidl_cb(Result::NOT_SUPPORTED, 0);
-    return Void();
-}
-
-Return<void> SimHealth::getChargeStatus(getChargeStatus_cb _hidl_cb) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const BatteryStatus value = readLocked().info.legacy.legacy.batteryStatus;
-    lock.unlock();
-    _hidl_cb(Result::SUCCESS, value);
-    return Void();
-}
-
-Return<void> SimHealth::getStorageInfo(getStorageInfo_cb _hidl_cb) {
-    _hidl_cb(Result::NOT_SUPPORTED, hidl_vec<StorageInfo>());
-    return Void();
-}
-
-Return<void> SimHealth::getDiskStats(getDiskStats_cb _hidl_cb) {
-    _hidl_cb(Result::NOT_SUPPORTED, hidl_vec<DiskStats>());
-    return Void();
-}
-
-Return<void> SimHealth::getHealthInfo(getHealthInfo_cb _hidl_cb) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const V2_0::HealthInfo value = readLocked().info.legacy;
-    lock.unlock();
-    _hidl_cb(Result::SUCCESS, value);
-    return Void();
-}
-
-Return<void> SimHealth::getHealthConfig(getHealthConfig_cb _hidl_cb) {
-    HealthConfig config{};
-    config.battery.periodicChoresIntervalFast = 60;
-    config.battery.periodicChoresIntervalSlow = 600;
-    config.bootMinCap = 0;
-    _hidl_cb(Result::SUCCESS, config);
-    return Void();
-}
-
-Return<void> SimHealth::getHealthInfo_2_1(getHealthInfo_2_1_cb _hidl_cb) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const HealthInfo value = readLocked().info;
-    lock.unlock();
-    _hidl_cb(Result::SUCCESS, value);
-    return Void();
-}
-
-Return<void> SimHealth::shouldKeepScreenOn(shouldKeepScreenOn_cb _hidl_cb) {
-    _hidl_cb(Result::SUCCESS, false);
-    return Void();
+    return readLocked();
 }
 
 }  // namespace sim

@@ -4,7 +4,7 @@
 //
 // Device time only moves forward: every HAL call first integrates the battery's charge up to
 // "now" in steps of at most 10 s, using the chargers and the interactive state at each step's
-// start. Thread-safe.
+// start. The HAL methods and callbacks are HealthHal's, answering from that reading. Thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -14,9 +14,7 @@
 #include <string>
 #include <vector>
 
-#include <android/hardware/health/2.1/IHealth.h>
-#include <android/hardware/health/2.1/IHealthInfoCallback.h>
-#include <utils/StrongPointer.h>
+#include "HealthHal.h"
 
 namespace sim {
 
@@ -59,13 +57,10 @@ struct PowerChange {
     Charger charger;  // the charger that was plugged in or unplugged
 };
 
-class SimHealth : public android::hardware::health::V2_1::IHealth {
+class SimHealth : public HealthHal {
 public:
-    using Result = android::hardware::health::V2_0::Result;
     using BatteryStatus = android::hardware::health::V1_0::BatteryStatus;
     using BatteryHealth = android::hardware::health::V1_0::BatteryHealth;
-    template <typename T>
-    using Return = android::hardware::Return<T>;
 
     // `now`: device time in ns; `interactiveAt`: whether the device is in use at a device time.
     SimHealth(BatteryScript script, std::function<int64_t()> now,
@@ -79,34 +74,12 @@ public:
     // The first change strictly after `deviceNs` of "any charger plugged in", if any.
     std::optional<PowerChange> nextPowerChangeAfter(int64_t deviceNs) const;
 
-    Return<Result> registerCallback(
-            const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback)
-            override;
-    Return<Result> unregisterCallback(
-            const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback)
-            override;
-    Return<Result> update() override;
-    Return<void> getChargeCounter(getChargeCounter_cb _hidl_cb) override;
-    Return<void> getCurrentNow(getCurrentNow_cb _hidl_cb) override;
-    Return<void> getCurrentAverage(getCurrentAverage_cb _hidl_cb) override;
-    Return<void> getCapacity(getCapacity_cb _hidl_cb) override;
-    Return<void> getEnergyCounter(getEnergyCounter_cb _hidl_cb) override;
-    Return<void> getChargeStatus(getChargeStatus_cb _hidl_cb) override;
-    Return<void> getStorageInfo(getStorageInfo_cb _hidl_cb) override;
-    Return<void> getDiskStats(getDiskStats_cb _hidl_cb) override;
-    Return<void> getHealthInfo(getHealthInfo_cb _hidl_cb) override;
-    Return<void> getHealthConfig(getHealthConfig_cb _hidl_cb) override;
-    Return<void> getHealthInfo_2_1(getHealthInfo_2_1_cb _hidl_cb) override;
-    Return<void> shouldKeepScreenOn(shouldKeepScreenOn_cb _hidl_cb) override;
+protected:
+    HealthReading read() override;
 
 private:
-    struct Reading {
-        android::hardware::health::V2_1::HealthInfo info;
-        int32_t currentUa;
-    };
-
     // Integrates the charge up to now() and returns the reading at that instant.
-    Reading readLocked();
+    HealthReading readLocked();
     // Battery current at `deviceNs` for the given charge (µA, positive while charging).
     int32_t currentAt(int64_t deviceNs, double chargeUah) const;
     int64_t offsetInCycle(int64_t deviceNs) const;
@@ -121,7 +94,6 @@ private:
     double chargedTotalUah_ = 0;  // for the cycle count
     std::optional<BatteryStatus> statusOverride_;
     BatteryHealth health_ = BatteryHealth::GOOD;
-    std::vector<android::sp<android::hardware::health::V2_0::IHealthInfoCallback>> callbacks_;
 };
 
 }  // namespace sim

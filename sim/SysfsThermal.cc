@@ -1,15 +1,12 @@
 #include "SysfsThermal.h"
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "hostplatform/FsRoot.h"
 
@@ -65,10 +62,6 @@ std::string lowerCase(std::string_view text) {
     return lower;
 }
 
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
 bool isBatteryLimit(TemperatureType type) {
     return type == TemperatureType::BCL_VOLTAGE || type == TemperatureType::BCL_CURRENT ||
            type == TemperatureType::BCL_PERCENTAGE;
@@ -84,41 +77,6 @@ ThrottlingSeverity tripSeverityOf(std::string_view tripType) {
 }
 
 }  // namespace
-
-std::optional<std::string> parseName(std::string_view text) {
-    text = text.substr(0, text.find('\n'));
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-    if (text.empty()) return std::nullopt;
-    return std::string(text);
-}
-
-std::optional<int64_t> parseInteger(std::string_view text) {
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-    const bool negative = !text.empty() && text.front() == '-';
-    if (negative) text.remove_prefix(1);
-    if (text.empty()) return std::nullopt;
-    uint64_t magnitude = 0;
-    const uint64_t limit = negative ? uint64_t{1} << 63 : std::numeric_limits<int64_t>::max();
-    for (char c : text) {
-        if (c < '0' || c > '9') return std::nullopt;
-        const uint64_t digit = static_cast<uint64_t>(c - '0');
-        if (magnitude > (limit - digit) / 10) return std::nullopt;
-        magnitude = magnitude * 10 + digit;
-    }
-    return negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
-}
-
-std::optional<uint64_t> entryNumber(std::string_view name, std::string_view prefix) {
-    if (name.substr(0, prefix.size()) != prefix) return std::nullopt;
-    const std::string_view digits = name.substr(prefix.size());
-    if (digits.empty() || digits.size() > 18) return std::nullopt;
-    uint64_t number = 0;
-    for (char c : digits) {
-        if (c < '0' || c > '9') return std::nullopt;
-        number = number * 10 + static_cast<uint64_t>(c - '0');
-    }
-    return number;
-}
 
 ThermalHal::TemperatureType zoneTypeOf(std::string_view zoneType) {
     const std::string lower = lowerCase(zoneType);
@@ -191,23 +149,12 @@ using android::hardware::thermal::V1_0::ThermalStatus;
 using android::hardware::thermal::V1_0::ThermalStatusCode;
 
 constexpr const char kThermalClass[] = "/sys/class/thermal";
-constexpr size_t kMaxFileBytes = 4096;  // a sysfs attribute is at most one page
 constexpr size_t kMaxTrips = 32;
+
+using sysfs::readSmallFile;
 
 std::string hostPath(const std::string& devicePath) {
     return hostplatform::fsRoot() + devicePath;
-}
-
-// The text of a small file (its first kMaxFileBytes), or empty when it cannot be read.
-// Non-blocking, so a FIFO in a captured tree cannot hang the reader.
-std::optional<std::string> readSmallFile(const std::string& devicePath) {
-    const int fd = open(hostPath(devicePath).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return std::nullopt;
-    char buffer[kMaxFileBytes];
-    const ssize_t n = read(fd, buffer, sizeof(buffer));
-    close(fd);
-    if (n < 0) return std::nullopt;
-    return std::string(buffer, static_cast<size_t>(n));
 }
 
 // Entries of the thermal class directory named `prefix` followed by a decimal number, in

@@ -41,22 +41,13 @@
 #include <utility>
 #include <vector>
 
+#include "SysfsText.h"
 #include "ThermalHal.h"
 
 namespace sim {
 
-// Parsing of sysfs text, apart from reading it (the contents come from files of any origin).
+// Parsing of thermal sysfs text (helpers in SysfsText.h), apart from reading it.
 namespace sysfs {
-
-// The first line without trailing blanks; empty when that leaves nothing.
-std::optional<std::string> parseName(std::string_view text);
-// A decimal integer with an optional '-' and trailing blanks or newline; empty otherwise, or
-// when it does not fit 64 bits.
-std::optional<int64_t> parseInteger(std::string_view text);
-
-// The number of a directory entry named `prefix` followed by decimal digits ("thermal_zone12"
-// with prefix "thermal_zone": 12); empty for any other name.
-std::optional<uint64_t> entryNumber(std::string_view name, std::string_view prefix);
 
 ThermalHal::TemperatureType zoneTypeOf(std::string_view zoneType);
 ThermalHal::CoolingType coolingTypeOf(std::string_view deviceType);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "HostSideWork.h"
 #include "hostplatform/HwBinderThreadPool.h"
 
 namespace sim {
@@ -82,22 +83,26 @@ void ThermalHal::deliverThrottling(const Temperature& temperature) {
 }
 
 Return<void> ThermalHal::getTemperatures(getTemperatures_cb _hidl_cb) {
+    const HostSideWork hal;
     _hidl_cb(failure("not supported"), hidl_vec<V1_0::Temperature>());
     return Void();
 }
 
 Return<void> ThermalHal::getCpuUsages(getCpuUsages_cb _hidl_cb) {
+    const HostSideWork hal;
     _hidl_cb(failure("not supported"), hidl_vec<V1_0::CpuUsage>());
     return Void();
 }
 
 Return<void> ThermalHal::getCoolingDevices(getCoolingDevices_cb _hidl_cb) {
+    const HostSideWork hal;
     _hidl_cb(failure("not supported"), hidl_vec<V1_0::CoolingDevice>());
     return Void();
 }
 
 Return<void> ThermalHal::getCurrentTemperatures(bool filterType, TemperatureType type,
                                                 getCurrentTemperatures_cb _hidl_cb) {
+    const HostSideWork hal;
     Fault fault{};
     const bool faulted = takeFault(Call::Temperatures, fault);
     if (faulted && fault == Fault::Transport) return transportFailure();
@@ -109,6 +114,7 @@ Return<void> ThermalHal::getCurrentTemperatures(bool filterType, TemperatureType
 
 Return<void> ThermalHal::getTemperatureThresholds(bool filterType, TemperatureType type,
                                                   getTemperatureThresholds_cb _hidl_cb) {
+    const HostSideWork hal;
     std::vector<TemperatureThreshold> thresholds;
     const ThermalStatus status = readThresholds(thresholds);
     filter(thresholds, filterType, type);
@@ -118,6 +124,7 @@ Return<void> ThermalHal::getTemperatureThresholds(bool filterType, TemperatureTy
 
 Return<void> ThermalHal::getCurrentCoolingDevices(bool filterType, CoolingType type,
                                                   getCurrentCoolingDevices_cb _hidl_cb) {
+    const HostSideWork hal;
     Fault fault{};
     const bool faulted = takeFault(Call::CoolingDevices, fault);
     if (faulted && fault == Fault::Transport) return transportFailure();
@@ -130,6 +137,7 @@ Return<void> ThermalHal::getCurrentCoolingDevices(bool filterType, CoolingType t
 Return<void> ThermalHal::registerThermalChangedCallback(const sp<Callback>& callback,
                                                         bool filterType, TemperatureType type,
                                                         registerThermalChangedCallback_cb _hidl_cb) {
+    const HostSideWork hal;
     Fault fault{};
     if (takeFault(Call::Register, fault) && fault != Fault::Empty) {
         if (fault == Fault::Transport) return transportFailure();
@@ -155,6 +163,7 @@ Return<void> ThermalHal::registerThermalChangedCallback(const sp<Callback>& call
 
 Return<void> ThermalHal::unregisterThermalChangedCallback(
         const sp<Callback>& callback, unregisterThermalChangedCallback_cb _hidl_cb) {
+    const HostSideWork hal;
     ThermalStatus status = success();
     {
         std::lock_guard<std::mutex> lock(mutex_);

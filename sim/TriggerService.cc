@@ -1,5 +1,6 @@
 #include "TriggerService.h"
 
+#include "HostSideWork.h"
 #include "hostplatform/MemoryFootprint.h"
 #include "hostplatform/ServiceRegistry.h"
 
@@ -14,6 +15,7 @@ TriggerReportListener g_listener;
 }  // namespace
 
 android::binder::Status RecordingTriggerService::trigger(const TriggerContext& context) {
+    const HostSideWork hal;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         reports_.push_back(context);

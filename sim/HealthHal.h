@@ -1,0 +1,63 @@
+// What every health HAL 2.1 of the simulated headset shares, whatever its readings come from:
+// the callback registry (update() pushes the newest reading to every registered callback, as
+// the 2.1 one-way call when the callback is a 2.1 one, else as the 2.0 one), and the getters,
+// which answer from one reading: SUCCESS with the value, or NOT_SUPPORTED when the reading has
+// none (a battery without a current_now file). Energy counter, storage and disk statistics are
+// NOT_SUPPORTED. Subclasses supply the readings. Thread-safe when read() is.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include <android/hardware/health/2.1/IHealth.h>
+#include <android/hardware/health/2.1/IHealthInfoCallback.h>
+
+namespace sim {
+
+struct HealthReading {
+    android::hardware::health::V2_1::HealthInfo info{};
+    // The single-value getters' answers; empty: NOT_SUPPORTED.
+    std::optional<int32_t> currentNowUa;
+    std::optional<int32_t> currentAverageUa;
+    std::optional<int32_t> chargeCounterUah;
+    std::optional<int32_t> capacityPercent;
+};
+
+class HealthHal : public android::hardware::health::V2_1::IHealth {
+public:
+    using Result = android::hardware::health::V2_0::Result;
+    template <typename T>
+    using Return = android::hardware::Return<T>;
+
+    Return<Result> registerCallback(
+            const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback)
+            override;
+    Return<Result> unregisterCallback(
+            const android::sp<android::hardware::health::V2_0::IHealthInfoCallback>& callback)
+            override;
+    Return<Result> update() override;
+    Return<void> getChargeCounter(getChargeCounter_cb _hidl_cb) override;
+    Return<void> getCurrentNow(getCurrentNow_cb _hidl_cb) override;
+    Return<void> getCurrentAverage(getCurrentAverage_cb _hidl_cb) override;
+    Return<void> getCapacity(getCapacity_cb _hidl_cb) override;
+    Return<void> getEnergyCounter(getEnergyCounter_cb _hidl_cb) override;
+    Return<void> getChargeStatus(getChargeStatus_cb _hidl_cb) override;
+    Return<void> getStorageInfo(getStorageInfo_cb _hidl_cb) override;
+    Return<void> getDiskStats(getDiskStats_cb _hidl_cb) override;
+    Return<void> getHealthInfo(getHealthInfo_cb _hidl_cb) override;
+    Return<void> getHealthConfig(getHealthConfig_cb _hidl_cb) override;
+    Return<void> getHealthInfo_2_1(getHealthInfo_2_1_cb _hidl_cb) override;
+    Return<void> shouldKeepScreenOn(shouldKeepScreenOn_cb _hidl_cb) override;
+
+protected:
+    // The battery and chargers now. Called without this class's lock held.
+    virtual HealthReading read() = 0;
+
+private:
+    std::mutex mutex_;
+    std::vector<android::sp<android::hardware::health::V2_0::IHealthInfoCallback>> callbacks_;
+};
+
+}  // namespace sim

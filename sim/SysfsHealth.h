@@ -1,0 +1,80 @@
+// A health HAL 2.1 that reads the Linux power-supply class under the file-system root
+// (hostplatform::fsRoot()) as the platform's health daemon does: a workstation's or laptop's own
+// /sys, or a tree captured from a headset. Every call reads the files again.
+//
+//   /sys/class/power_supply/battery/type               "Battery\n"
+//   /sys/class/power_supply/battery/status             "Charging\n"   Unknown|Charging|
+//                                                                     Discharging|Not charging|Full
+//   /sys/class/power_supply/battery/health             "Good\n"       Good|Overheat|Dead|Cold|...
+//   /sys/class/power_supply/battery/present            "1\n"
+//   /sys/class/power_supply/battery/capacity           "62\n"         percent
+//   /sys/class/power_supply/battery/capacity_level     "Normal\n"     Critical|Low|Normal|High|Full
+//   /sys/class/power_supply/battery/current_now        "-412000\n"    µA, > 0 while charging on
+//                                                                     Android kernels (many laptops
+//                                                                     report the discharge > 0)
+//   /sys/class/power_supply/battery/current_avg        "-398000\n"    µA
+//   /sys/class/power_supply/battery/voltage_now        "3871000\n"    µV (the HAL gives mV)
+//   /sys/class/power_supply/battery/charge_counter     "3105000\n"    µAh
+//   /sys/class/power_supply/battery/charge_full        "4980000\n"    µAh
+//   /sys/class/power_supply/battery/charge_full_design "5000000\n"    µAh
+//   /sys/class/power_supply/battery/cycle_count        "112\n"
+//   /sys/class/power_supply/battery/temp               "291\n"        tenths of °C
+//   /sys/class/power_supply/battery/time_to_full_now   "1800\n"       seconds
+//   /sys/class/power_supply/battery/technology         "Li-ion\n"
+//   /sys/class/power_supply/usb/type                   "USB\n"        a charger, see below
+//   /sys/class/power_supply/usb/online                 "1\n"          0 = not plugged in
+//   /sys/class/power_supply/usb/max_current            "1500000\n"    µA
+//   /sys/class/power_supply/usb/max_voltage            "5000000\n"    µV
+//
+// Supplies are taken in name order. Each battery attribute comes from the first "Battery"
+// supply that has it. Chargers by type: Mains, UPS, USB_DCP, USB_CDP, USB_ACA, USB_C and USB_PD
+// are AC; USB and USB_PD_DRP are USB; Wireless is wireless; others are ignored. A charger is
+// online when its `online` file starts with anything but '0'; one without `online` is offline.
+// The charging limits are the largest max_current / max_voltage of the online chargers.
+//
+// What is missing reads as the daemon's defaults: status and health UNKNOWN, level, voltage,
+// temperature and counters 0, time to full -1 (unsupported), capacity level UNSUPPORTED; the
+// single-value getters (current, average current, charge counter, capacity) then answer
+// NOT_SUPPORTED. Numbers are decimal; a value beyond 32 bits is clamped. Status and health texts
+// outside the tables are UNKNOWN (Warm and Cool count as GOOD, Hot as OVERHEAT).
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "HealthHal.h"
+
+namespace sim {
+
+// Parsing of power-supply text, apart from reading it (the contents come from files of any
+// origin).
+namespace powersupply {
+
+enum class SupplyType { Unknown, Battery, Ac, Usb, Wireless };
+
+SupplyType supplyTypeOf(std::string_view typeText);
+android::hardware::health::V1_0::BatteryStatus statusOf(std::string_view text);
+android::hardware::health::V1_0::BatteryHealth healthOf(std::string_view text);
+android::hardware::health::V2_1::BatteryCapacityLevel capacityLevelOf(std::string_view text);
+
+// The attribute texts of one supply directory, by file name; a file that could not be read is
+// absent.
+using SupplyFiles = std::map<std::string, std::string>;
+
+// The health daemon's reading of these supplies (in name order).
+HealthReading readingOf(const std::vector<SupplyFiles>& supplies);
+
+// The file names read from every supply directory.
+const std::vector<std::string>& attributeNames();
+
+}  // namespace powersupply
+
+class SysfsHealth : public HealthHal {
+protected:
+    HealthReading read() override;
+};
+
+}  // namespace sim
