@@ -4,12 +4,22 @@
 #include <chrono>
 #include <limits>
 
+#include "ProviderCall.h"
+
 namespace host {
 namespace {
 
 using json = nlohmann::ordered_json;
 
 constexpr int64_t kNsPerMs = 1000000;
+
+std::vector<std::string> namesOf(const std::vector<HostedProvider>& providers) {
+    std::vector<std::string> names;
+    for (const auto& hosted : providers) {
+        names.push_back(hosted.provider ? hosted.provider->name() : "");
+    }
+    return names;
+}
 
 }  // namespace
 
@@ -20,11 +30,15 @@ Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
       headset_(headset),
       providers_(std::move(providers)),
       nextSampleNs_(providers_.size()),
-      snapshotEveryNs_(snapshotEveryNs) {}
+      snapshotEveryNs_(snapshotEveryNs),
+      summary_(namesOf(providers_)) {
+    output_.setProviderNames(namesOf(providers_));
+}
 
 void Host::acquireAll() {
     for (size_t i = 0; i < providers_.size(); ++i) {
         Vistrel::Provider& p = *providers_[i].provider;
+        const ProviderCall call(summary_, i);
         // The host's calling order: name, sampling period, then acquire.
         const std::string name = p.name();
         const auto period = p.sampleRate();
@@ -38,37 +52,65 @@ void Host::acquireAll() {
             fields["periodMs"] = period->count();
             nextSampleNs_[i] = clock_.deviceNs() + period->count() * kNsPerMs;
         }
-        output_.write(clock_.deviceNs(), name, "acquire", fields);
+        output_.write(clock_.deviceNs(), name, "acquire", fields, name);
     }
 }
 
 void Host::releaseAll() {
-    for (auto& hosted : providers_) {
-        const bool ok = hosted.provider->releaseResources();
-        output_.write(clock_.deviceNs(), hosted.provider->name(), "release", json{{"ok", ok}});
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        const std::string name = providers_[i].provider->name();
+        bool ok;
+        {
+            const ProviderCall call(summary_, i);
+            ok = providers_[i].provider->releaseResources();
+        }
+        output_.write(clock_.deviceNs(), name, "release", json{{"ok", ok}}, name);
     }
-    drainPushes();       // listeners may push while they stop
-    providers_.clear();  // destroys every provider through its virtual destructor
+    drainPushes();  // listeners may push while they stop
+    // Destroys every provider through its virtual destructor.
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        const ProviderCall call(summary_, i);
+        providers_[i].provider.reset();
+    }
+    providers_.clear();
 }
 
 void Host::route(const std::string& source, const std::string& event, const std::string& name,
                  const std::string& detail) {
-    output_.write(clock_.deviceNs(), source, event, json{{"name", name}, {"detail", detail}});
-    for (auto& hosted : providers_) hosted.provider->notify(name, detail, clock_);
+    output_.write(clock_.deviceNs(), source, event, json{{"name", name}, {"detail", detail}},
+                  source);
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        const ProviderCall call(summary_, i);
+        providers_[i].provider->notify(name, detail, clock_);
+    }
 }
 
 void Host::sampleOne(size_t index, int64_t atNs) {
     HostedProvider& hosted = providers_[index];
-    const auto notification = hosted.provider->sample(clock_);
+    const std::string name = hosted.provider->name();
+    std::optional<Vistrel::Notification> notification;
+    {
+        const ProviderCall call(summary_, index);
+        notification = hosted.provider->sample(clock_);
+    }
+    summary_.countSample(index);
     if (notification) {
-        route(hosted.provider->name(), "notification", notification->name, notification->detail);
+        summary_.countNotification(index, notification->name);
+        route(name, "notification", notification->name, notification->detail);
         if (hosted.follow) {
-            if (auto fetched = hosted.follow(*notification)) {
-                output_.write(clock_.deviceNs(), hosted.provider->name(), "fetch", *fetched);
+            std::optional<json> fetched;
+            {
+                const ProviderCall call(summary_, index);
+                fetched = hosted.follow(*notification);
             }
+            if (fetched) output_.write(clock_.deviceNs(), name, "fetch", *fetched, name);
         }
     }
-    const auto period = hosted.provider->sampleRate();  // may change after every sample
+    std::optional<std::chrono::milliseconds> period;
+    {
+        const ProviderCall call(summary_, index);
+        period = hosted.provider->sampleRate();  // may change after every sample
+    }
     if (period && period->count() > 0) {
         nextSampleNs_[index] = atNs + period->count() * kNsPerMs;
     } else {
@@ -78,9 +120,16 @@ void Host::sampleOne(size_t index, int64_t atNs) {
 
 void Host::snapshotOne(size_t index, bool force) {
     HostedProvider& hosted = providers_[index];
-    if (!hosted.provider->snapshot(clock_, force)) return;
-    output_.write(clock_.deviceNs(), hosted.provider->name(), "record",
-                  hosted.record ? hosted.record() : json::object());
+    bool refreshed;
+    {
+        const ProviderCall call(summary_, index);
+        refreshed = hosted.provider->snapshot(clock_, force);
+    }
+    summary_.countSnapshot(index, refreshed);
+    if (!refreshed) return;
+    const std::string name = hosted.provider->name();
+    output_.write(clock_.deviceNs(), name, "record",
+                  hosted.record ? hosted.record() : json::object(), name);
 }
 
 void Host::snapshotAll() {
@@ -105,10 +154,18 @@ void Host::drainPushes() {
             push = std::move(pushes_.front());
             pushes_.pop_front();
         }
+        summary_.countPush(push.provider);
         route(providers_[push.provider].provider->name(), push.force ? "push (force)" : "push",
               push.name, push.detail);
         if (push.force) snapshotOne(push.provider, true);
     }
+}
+
+void Host::schedule(ScheduledCall call) {
+    const auto later = std::upper_bound(
+            hooks_.begin(), hooks_.end(), call.atNs,
+            [](int64_t at, const ScheduledCall& scheduled) { return at < scheduled.atNs; });
+    hooks_.insert(later, std::move(call));
 }
 
 bool Host::callHookAt(int64_t atNs, const std::string& provider, const std::string& hook) {
@@ -116,22 +173,28 @@ bool Host::callHookAt(int64_t atNs, const std::string& provider, const std::stri
         if (providers_[i].provider->name() != provider || providers_[i].hooks.count(hook) == 0) {
             continue;
         }
-        const auto later = std::upper_bound(
-                hooks_.begin(), hooks_.end(), atNs,
-                [](int64_t at, const ScheduledHook& scheduled) { return at < scheduled.atNs; });
-        hooks_.insert(later, ScheduledHook{atNs, i, hook});
+        schedule(ScheduledCall{atNs, i, hook, providers_[i].hooks[hook]});
         return true;
     }
     return false;
 }
 
+void Host::callAt(int64_t atNs, std::function<void()> call) {
+    schedule(ScheduledCall{atNs, ProviderCall::npos, "", std::move(call)});
+}
+
 void Host::callHooksDueAt(int64_t ns) {
     while (!hooks_.empty() && hooks_.front().atNs == ns) {
-        const ScheduledHook due = hooks_.front();
+        const ScheduledCall due = hooks_.front();
         hooks_.erase(hooks_.begin());
-        HostedProvider& hosted = providers_[due.provider];
-        output_.write(clock_.deviceNs(), hosted.provider->name(), "hook", json{{"name", due.hook}});
-        hosted.hooks[due.hook]();
+        if (due.provider == ProviderCall::npos) {
+            due.call();
+            continue;
+        }
+        const std::string name = providers_[due.provider].provider->name();
+        output_.write(clock_.deviceNs(), name, "hook", json{{"name", due.hook}}, name);
+        const ProviderCall call(summary_, due.provider);
+        due.call();
     }
 }
 
@@ -147,6 +210,7 @@ bool Host::waitUntil(int64_t ns) {
 }
 
 int Host::run(int64_t durationNs) {
+    const int64_t startNs = clock_.deviceNs();
     acquireAll();
     const int64_t endNs = clock_.deviceNs() + durationNs;
     int64_t nextSnapshotNs = clock_.deviceNs() + snapshotEveryNs_;
@@ -182,6 +246,8 @@ int Host::run(int64_t durationNs) {
     headset_.settle();
     drainPushes();
     releaseAll();
+    output_.endTimeline(clock_.deviceNs());
+    summary_.print(output_, clock_.deviceNs() - startNs);
     return 0;
 }
 

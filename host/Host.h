@@ -8,10 +8,14 @@
 // driving thread; a forced push makes the host snapshot the pushing provider at once and print
 // its record. In simulated time the host lets the simulated HALs deliver the callbacks they
 // have sent before it handles pushes, so a push shows at the device time it was sent.
+//
+// Every call into a provider is a ProviderCall: the run summary counts the provider's samples,
+// notifications, pushes, snapshots and CPU time, and prints its table when the run ends.
 #pragma once
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -20,6 +24,7 @@
 #include "HostClock.h"
 #include "Output.h"
 #include "Providers.h"
+#include "RunSummary.h"
 
 namespace host {
 
@@ -31,9 +36,16 @@ public:
     // Calls the named hook of the named provider (HostedProvider::hooks) at device time
     // `atNs` during run(). False when no hosted provider has that hook.
     bool callHookAt(int64_t atNs, const std::string& provider, const std::string& hook);
+    // Calls `call` on the driving thread at device time `atNs` during run(), before the
+    // providers' work due then (for example a check of the process's state in a soak test).
+    void callAt(int64_t atNs, std::function<void()> call);
 
-    // Runs until `durationNs` of device time has passed; returns the process exit status.
+    // Runs until `durationNs` of device time has passed, then prints the run summary; returns
+    // the process exit status.
     int run(int64_t durationNs);
+
+    // Counted as the run goes; complete once run() has returned.
+    RunSummary& summary() { return summary_; }
 
 private:
     struct Push {
@@ -43,10 +55,11 @@ private:
         bool force;
     };
 
-    struct ScheduledHook {
+    struct ScheduledCall {
         int64_t atNs;
-        size_t provider;
+        size_t provider;  // ProviderCall::npos: a call of the host's own
         std::string hook;
+        std::function<void()> call;
     };
 
     void acquireAll();
@@ -59,6 +72,7 @@ private:
     void enqueuePush(size_t provider, const std::string& name, const std::string& detail,
                      bool force);
     void drainPushes();
+    void schedule(ScheduledCall call);
     void callHooksDueAt(int64_t ns);
     // Moves device time to `ns`; in real mode returns early (false) when a push arrives.
     bool waitUntil(int64_t ns);
@@ -69,7 +83,8 @@ private:
     std::vector<HostedProvider> providers_;
     std::vector<std::optional<int64_t>> nextSampleNs_;
     int64_t snapshotEveryNs_;
-    std::vector<ScheduledHook> hooks_;  // in time order
+    std::vector<ScheduledCall> hooks_;  // in time order
+    RunSummary summary_;
 
     std::mutex pushMutex_;
     std::condition_variable pushArrived_;

@@ -1,10 +1,23 @@
 #include "Output.h"
 
+#include "HostSideWork.h"
+#include "ProviderCall.h"
 #include "TextValues.h"
 
 namespace host {
 
-std::string summarize(const nlohmann::ordered_json& value) {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+std::string fieldText(const json& fields, const char* key) {
+    const auto found = fields.find(key);
+    return found != fields.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+}  // namespace
+
+std::string summarize(const json& value) {
     if (value.is_object()) {
         std::string text;
         for (auto it = value.begin(); it != value.end(); ++it) {
@@ -26,14 +39,108 @@ std::string summarize(const nlohmann::ordered_json& value) {
     return value.dump();
 }
 
+Output::Output(FILE* out, bool json, TimelineFilter filter)
+    : out_(out), json_(json), filter_(std::move(filter)) {}
+
+void Output::setProviderNames(std::vector<std::string> names) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    providerNames_ = std::move(names);
+}
+
+void Output::observe(std::function<void(const Line&)> observer) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    observers_.push_back(std::move(observer));
+}
+
 void Output::write(int64_t deviceNs, const std::string& source, const std::string& event,
-                   const nlohmann::ordered_json& fields) {
+                   const json& fields) {
+    write(deviceNs, source, event, fields, std::string());
+}
+
+void Output::write(int64_t deviceNs, const std::string& source, const std::string& event,
+                   const json& fields, const std::string& owner) {
+    const sim::HostSideWork printing;  // the host's work, even when a provider's call caused it
+    const size_t caller = ProviderCall::current();
+    std::lock_guard<std::mutex> lock(mutex_);
+    const std::string& resolved = !owner.empty()                   ? owner
+                                  : caller < providerNames_.size() ? providerNames_[caller]
+                                                                   : source;
+    const Line line{deviceNs, source, event, fields, resolved};
+    for (const auto& observer : observers_) observer(line);
+    if (!shown(line) || foldedLocked(line)) return;
+    printLocked(deviceNs, source, event, fields);
+}
+
+void Output::writeUnfiltered(int64_t deviceNs, const std::string& source, const std::string& event,
+                             const json& fields) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    printLocked(deviceNs, source, event, fields);
+}
+
+void Output::writeRaw(const std::string& text) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    fputs(text.c_str(), out_);
+    fflush(out_);
+}
+
+bool Output::shown(const Line& line) const {
+    const auto& hide = filter_.hide;
+    if (hide.count(line.source) || hide.count(line.event) ||
+        hide.count(fieldText(line.fields, "name"))) {
+        return false;
+    }
+    return filter_.only.empty() || filter_.only.count(line.owner) != 0;
+}
+
+bool Output::foldedLocked(const Line& line) {
+    if (!filter_.fold) return false;
+    const bool notification = line.event == "notification";
+    if (notification) {
+        const auto found = folds_.find(line.owner);
+        const std::string name = fieldText(line.fields, "name");
+        const std::string detail = fieldText(line.fields, "detail");
+        if (found != folds_.end() && found->second.name == name && found->second.detail == detail) {
+            Fold& fold = found->second;
+            if (fold.repeats++ == 0) fold.firstNs = line.deviceNs;
+            fold.lastNs = line.deviceNs;
+            return true;
+        }
+        closeFoldLocked(line.owner, line.deviceNs);
+        folds_[line.owner] = Fold{name, detail};
+        return false;
+    }
+    closeFoldLocked(line.owner, line.deviceNs);
+    folds_.erase(line.owner);
+    return false;
+}
+
+void Output::closeFoldLocked(const std::string& owner, int64_t deviceNs) {
+    const auto found = folds_.find(owner);
+    if (found == folds_.end() || found->second.repeats == 0) return;
+    Fold& fold = found->second;
+    printLocked(deviceNs, owner, "repeated",
+                json{{"name", fold.name},
+                     {"detail", fold.detail},
+                     {"count", fold.repeats},
+                     {"first", formatDeviceTime(fold.firstNs)},
+                     {"last", formatDeviceTime(fold.lastNs)}});
+    fold.repeats = 0;
+}
+
+void Output::endTimeline(int64_t deviceNs) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto& entry : folds_) closeFoldLocked(entry.first, deviceNs);
+    folds_.clear();
+}
+
+void Output::printLocked(int64_t deviceNs, const std::string& source, const std::string& event,
+                         const json& fields) {
     std::string line;
     if (json_) {
-        nlohmann::ordered_json object = {{"t", formatDeviceTime(deviceNs)},
-                                         {"t_ns", deviceNs},
-                                         {"source", source},
-                                         {"event", event}};
+        json object = {{"t", formatDeviceTime(deviceNs)},
+                       {"t_ns", deviceNs},
+                       {"source", source},
+                       {"event", event}};
         object.update(fields);
         line = object.dump();
     } else {
@@ -42,7 +149,6 @@ void Output::write(int64_t deviceNs, const std::string& source, const std::strin
                  source.c_str(), event.c_str());
         line = std::string(head) + " " + summarize(fields);
     }
-    std::lock_guard<std::mutex> lock(mutex_);
     fprintf(out_, "%s\n", line.c_str());
     fflush(out_);
 }

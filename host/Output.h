@@ -1,30 +1,92 @@
 // Timeline output of the reference host: one line per event, either readable text
-//   "  1:00:00.000  SystemStateStats      notification  SystemStateStats / AggregatedDonStates"
+//   "  1:00:00.000  SystemStateStats      notification  name=SystemStateStats detail=..."
 // or, with --json, one JSON object per line with the same content. Thread-safe.
+//
+// Every line belongs to an owner: the provider whose call was running on the writing thread
+// (ProviderCall), else its source. Observers (the trace writer) see every line; the timeline
+// shows those the filter lets through:
+//   hide  lines whose source, kind or "name" field is one of these (--hide);
+//   only  when not empty, lines whose owner is one of these (--only);
+//   fold  a notification equal (name and detail) to the previous one its owner showed is not
+//         printed; when the owner next shows another line, or the timeline ends, one "repeated"
+//         line gives how many were folded and the device times of the first and last (--fold).
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <map>
 #include <mutex>
+#include <set>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
 namespace host {
 
+struct TimelineFilter {
+    std::set<std::string> hide;
+    std::set<std::string> only;
+    bool fold = false;
+};
+
+struct Line {
+    int64_t deviceNs;
+    const std::string& source;
+    const std::string& event;
+    const nlohmann::ordered_json& fields;
+    const std::string& owner;
+};
+
 class Output {
 public:
-    Output(FILE* out, bool json) : out_(out), json_(json) {}
+    Output(FILE* out, bool json, TimelineFilter filter = {});
 
     // `event` names the kind of line ("notification", "record", "log", ...); `fields` holds its
     // content, printed as key=value pairs in text mode.
     void write(int64_t deviceNs, const std::string& source, const std::string& event,
                const nlohmann::ordered_json& fields);
+    // The same for a line the host writes on behalf of `owner` (a provider, or "host").
+    void write(int64_t deviceNs, const std::string& source, const std::string& event,
+               const nlohmann::ordered_json& fields, const std::string& owner);
+    // A line shown whatever the filter, and not observed (the run summary).
+    void writeUnfiltered(int64_t deviceNs, const std::string& source, const std::string& event,
+                         const nlohmann::ordered_json& fields);
+    // Text printed as it is (text timelines only).
+    void writeRaw(const std::string& text);
+    // Prints the "repeated" lines of folds still open. Call when the run's events end.
+    void endTimeline(int64_t deviceNs);
+
+    // The providers by index, so that lines written during a ProviderCall name their owner.
+    void setProviderNames(std::vector<std::string> names);
+    // Called under the output's lock for every line written with write().
+    void observe(std::function<void(const Line&)> observer);
+    bool isJson() const { return json_; }
 
 private:
+    struct Fold {
+        std::string name;
+        std::string detail;
+        int64_t repeats = 0;
+        int64_t firstNs = 0;
+        int64_t lastNs = 0;
+    };
+
+    bool shown(const Line& line) const;
+    // True when the line is folded into its owner's repeats (nothing to print).
+    bool foldedLocked(const Line& line);
+    void closeFoldLocked(const std::string& owner, int64_t deviceNs);
+    void printLocked(int64_t deviceNs, const std::string& source, const std::string& event,
+                     const nlohmann::ordered_json& fields);
+
     std::mutex mutex_;
     FILE* out_;
     bool json_;
+    TimelineFilter filter_;
+    std::map<std::string, Fold> folds_;  // by owner: its last shown notification
+    std::vector<std::string> providerNames_;
+    std::vector<std::function<void(const Line&)>> observers_;
 };
 
 // Compact "key=value key=[a, b] key={k=v}" rendering of a JSON value.

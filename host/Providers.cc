@@ -49,11 +49,17 @@ HostedProvider systemState(const ProviderOptions& o) {
         for (int64_t w : p->getDonStates()) words.push_back(hexWord(w));
         return json{{"eventStartMs", p->getEventStartTime()}, {"donStates", words}};
     };
+    hosted.tracks = {};  // packed bit words: the fetch lines show them
     return hosted;
 }
 
+// Last, maximum, minimum and average of a ring.
+json statistics(float last, float max, float min, float average) {
+    return json{{"last", last}, {"max", max}, {"min", min}, {"average", average}};
+}
+
 HostedProvider battery(const ProviderOptions&) {
-    return hostedWith<Vistrel::BatteryStats>(
+    auto hosted = hostedWith<Vistrel::BatteryStats>(
             std::make_unique<Vistrel::BatteryStats>(), [](Vistrel::BatteryStats& b) {
                 return json{{"isCharging", b.isCharging},
                             {"powerSource", b.powerSource},
@@ -67,11 +73,13 @@ HostedProvider battery(const ProviderOptions&) {
                             {"chargeCounterMah", b.chargeCounterMah},
                             {"previousChargeCounterMah", b.previousChargeCounterMah},
                             {"cycleCount", b.cycleCount},
-                            {"currentMa",
-                             {b.currentLastMa, b.currentMaxMa, b.currentMinMa, b.currentAvgMa}},
-                            {"voltageMv",
-                             {b.voltageLastMv, b.voltageMaxMv, b.voltageMinMv, b.voltageAvgMv}}};
+                            {"currentMa", statistics(b.currentLastMa, b.currentMaxMa,
+                                                     b.currentMinMa, b.currentAvgMa)},
+                            {"voltageMv", statistics(b.voltageLastMv, b.voltageMaxMv,
+                                                     b.voltageMinMv, b.voltageAvgMv)}};
             });
+    hosted.tracks = {"level", "isCharging", "currentMa/last", "voltageMv/last", "chargeCounterMah"};
+    return hosted;
 }
 
 const char* batteryStateName(Vistrel::BatteryState state) {
@@ -89,7 +97,7 @@ const char* batteryStateName(Vistrel::BatteryState state) {
 }
 
 HostedProvider batteryStates(const ProviderOptions&) {
-    return hostedWith<Vistrel::BatteryStatsStates>(
+    auto hosted = hostedWith<Vistrel::BatteryStatsStates>(
             std::make_unique<Vistrel::BatteryStatsStates>(), [](Vistrel::BatteryStatsStates& s) {
                 return json{{"state", batteryStateName(s.currentState)},
                             {"previousState", batteryStateName(s.previousState)},
@@ -107,11 +115,13 @@ HostedProvider batteryStates(const ProviderOptions&) {
                             {"chargeCounterMah", s.chargeCounterMah},
                             {"previousChargeCounterMah", s.previousChargeCounterMah}};
             });
+    hosted.tracks = {};  // states and stamps: its notifications mark the changes
+    return hosted;
 }
 
 // The process count and the heaviest few processes by resident memory.
 HostedProvider processMemory(const ProviderOptions&) {
-    return hostedWith<Vistrel::ProcessMemoryStats>(
+    auto hosted = hostedWith<Vistrel::ProcessMemoryStats>(
             std::make_unique<Vistrel::ProcessMemoryStats>(), [](Vistrel::ProcessMemoryStats& p) {
                 constexpr size_t kShown = 3;
                 std::vector<const std::pair<const std::string, Vistrel::ProcessMemorySnapshot>*> byRss;
@@ -139,6 +149,8 @@ HostedProvider processMemory(const ProviderOptions&) {
                             {"processNames", p.snapshots.size()},
                             {"topByRss", top}};
             });
+    hosted.tracks = {"processNames", "topByRss/*/vmRssKb"};
+    return hosted;
 }
 
 HostedProvider zram(const ProviderOptions&) {
@@ -154,27 +166,31 @@ HostedProvider zram(const ProviderOptions&) {
 }
 
 HostedProvider swapWrite(const ProviderOptions&) {
-    return hostedWith<Vistrel::SwapWriteStats>(
+    auto hosted = hostedWith<Vistrel::SwapWriteStats>(
             std::make_unique<Vistrel::SwapWriteStats>(), [](Vistrel::SwapWriteStats& s) {
                 return json{{"timestamp", s.timestamp}, {"swapWriteBytes", s.swapWriteBytes}};
             });
+    hosted.tracks = {"swapWriteBytes"};
+    return hosted;
 }
 
 HostedProvider storage(const ProviderOptions&) {
-    return hostedWith<Vistrel::StorageStats>(std::make_unique<Vistrel::StorageStats>(),
-                                             [](Vistrel::StorageStats& s) {
-                                                 return json{{"totalBytes", s.totalBytes},
-                                                             {"availableBytes", s.availableBytes},
-                                                             {"freeBytes", s.freeBytes},
-                                                             {"lowStorage", s.lowStorage},
-                                                             {"lastSnapshotNs", s.lastSnapshotNs}};
-                                             });
+    auto hosted = hostedWith<Vistrel::StorageStats>(
+            std::make_unique<Vistrel::StorageStats>(), [](Vistrel::StorageStats& s) {
+                return json{{"totalBytes", s.totalBytes},
+                            {"availableBytes", s.availableBytes},
+                            {"freeBytes", s.freeBytes},
+                            {"lowStorage", s.lowStorage},
+                            {"lastSnapshotNs", s.lastSnapshotNs}};
+            });
+    hosted.tracks = {"availableBytes", "lowStorage"};
+    return hosted;
 }
 
 // The zram idle statistics have no caller inside the library; the host gathers them with each
 // record when mobile_vistrel_zram_idle_collector is set (this writes zram0's control file).
 HostedProvider systemMemory(const ProviderOptions&) {
-    return hostedWith<Vistrel::SystemMemoryStats>(
+    auto hosted = hostedWith<Vistrel::SystemMemoryStats>(
             std::make_unique<Vistrel::SystemMemoryStats>(), [](Vistrel::SystemMemoryStats& m) {
                 json record = {{"timestampMs", m.timestampMs},
                                {"readDurationMs", m.readDurationMs},
@@ -195,6 +211,9 @@ HostedProvider systemMemory(const ProviderOptions&) {
                 }
                 return record;
             });
+    hosted.tracks = {"memAvailableKb", "memUsedKb",    "psiSomeAvg10", "psiSomeAvg60",
+                     "psiSomeAvg300",  "psiFullAvg10", "psiFullAvg60", "psiFullAvg300"};
+    return hosted;
 }
 
 // Thermal statistics rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
@@ -220,6 +239,7 @@ HostedProvider thermal(const ProviderOptions&) {
             });
     auto* p = static_cast<Vistrel::ThermalStats*>(hosted.provider.get());
     hosted.hooks["fireThrottlingNotification"] = [p] { p->fireThrottlingNotification(); };
+    hosted.tracks = {"temperatures/*/current", "coolingDevices/*/current", "throttlingStatus/*"};
     return hosted;
 }
 

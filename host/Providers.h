@@ -30,6 +30,9 @@ struct HostedProvider {
     // What the host fetches after routing one of the provider's own notifications (for
     // example the packed don states after "AggregatedDonStates"); empty when nothing.
     std::function<std::optional<nlohmann::ordered_json>(const Vistrel::Notification&)> follow;
+    // The record fields that become counter tracks of a trace (Trace.h: recordCounters). The
+    // default, "**", takes every number in the record; empty: none.
+    std::vector<std::string> tracks = {"**"};
     // Test hooks the host can call by name at a scripted device time, on the driving thread
     // (for example ThermalStats' "fireThrottlingNotification").
     std::map<std::string, std::function<void()>> hooks;

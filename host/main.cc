@@ -5,9 +5,11 @@
 //   vistrel-host --simulate 2h --json JSON lines
 //   vistrel-host --real 30s           real time
 //
-// Command-line errors print a message and exit with status 2.
+// Every run ends with a summary table per provider. Command-line errors (including values the
+// providers do not accept) print a message and exit with status 2.
 #include <android/log.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -23,6 +25,8 @@
 #include "Output.h"
 #include "Providers.h"
 #include "TextValues.h"
+#include "TimelineLog.h"
+#include "Trace.h"
 #include "TriggerReports.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
@@ -42,8 +46,8 @@ struct Options {
     std::string root;
     std::string providers;
     std::string interactive = kDefaultInteractiveScript;
-    uint32_t donBits = 1;
-    int32_t donStates = 60;
+    int64_t donBits = 1;  // wide, so that out-of-range values get the range message
+    int64_t donStates = 60;
     std::string donPeriod = "1m";
     std::string logLevel = "info";
     std::string dataTotal;
@@ -52,23 +56,18 @@ struct Options {
     std::string thermal = "sim";
     std::string thermalScenario;
     std::vector<std::string> fireThrottling;
+    std::string battery = "sim";
+    // What the timeline shows, and the trace file.
+    std::vector<std::string> hide;
+    std::string only;
+    bool fold = false;
+    bool noFold = false;
+    std::string trace;
 };
 
 int usageError(const std::string& message) {
     std::cerr << "vistrel-host: " << message << "\nRun with --help for more information.\n";
     return 2;
-}
-
-// The library logs through liblog; the host shows those lines in its timeline at device time.
-host::Output* g_output = nullptr;
-host::HostClock* g_clock = nullptr;
-
-void timelineLogger(const struct __android_logger_data* data, const char* message) {
-    static const char kLetters[] = "??VDIWEFS";
-    const int priority = data->priority;
-    const char letter = priority >= 0 && priority <= 8 ? kLetters[priority] : 'F';
-    g_output->write(g_clock->deviceNs(), data->tag ? data->tag : "", "log",
-                    nlohmann::ordered_json{{"priority", std::string(1, letter)}, {"text", message}});
 }
 
 std::optional<int> logPriority(const std::string& level) {
@@ -123,7 +122,7 @@ int main(int argc, char** argv) {
     app.add_option("--interactive", o.interactive,
                    "Cyclic interactive-state script of the simulated headset (default \"" +
                            std::string(kDefaultInteractiveScript) + "\")");
-    app.add_option("--don-bits", o.donBits, "SystemStateStats bits per state (default 1)");
+    app.add_option("--don-bits", o.donBits, "SystemStateStats bits per state, 0 to 32 (default 1)");
     app.add_option("--don-states", o.donStates, "SystemStateStats states per batch (default 60)");
     app.add_option("--don-period", o.donPeriod, "SystemStateStats sampling period (default 1m)");
     app.add_option("--log-level", o.logLevel,
@@ -142,6 +141,24 @@ int main(int argc, char** argv) {
     app.add_option("--fire-throttling", o.fireThrottling,
                    "Call ThermalStats' fireThrottlingNotification at this device time, e.g. 30m "
                    "(repeatable)");
+    app.add_option("--battery", o.battery,
+                   "Health HAL: sim (the simulated battery, default) or sysfs (the "
+                   "/sys/class/power_supply tree under --root, or the workstation's own)")
+            ->check(CLI::IsMember({"sim", "sysfs"}));
+    app.add_option("--hide", o.hide,
+                   "Leave out of the timeline the lines whose source, kind or name is NAME, e.g. "
+                   "HealthInfo, log or ThermalStats (repeatable, or comma-separated)")
+            ->delimiter(',');
+    app.add_option("--only", o.only,
+                   "Show only the timeline lines of these comma-separated providers (and of "
+                   "\"host\" for host events); every provider still runs");
+    app.add_flag("--fold", o.fold,
+                 "Fold a notification repeating its provider's previous one into a count "
+                 "(the default in the readable timeline; with --json only when asked)")
+            ->excludes(app.add_flag("--no-fold", o.noFold, "Print every notification"));
+    app.add_option("--trace", o.trace,
+                   "Also write the run to FILE in the Trace Event Format (Perfetto UI, "
+                   "chrome://tracing)");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -158,7 +175,14 @@ int main(int argc, char** argv) {
     if (!snapshotEvery) return usageError("bad duration '" + o.snapshotEvery + "'");
     const auto donPeriod = host::parseDuration(o.donPeriod);
     if (!donPeriod || *donPeriod < 1000000) return usageError("bad duration '" + o.donPeriod + "'");
-    if (o.donStates <= 0) return usageError("--don-states must be at least 1");
+    if (o.donBits < 0 || o.donBits > 32) {
+        return usageError("--don-bits must be 0 to 32 (bits per don state in a 32-bit word), not " +
+                          std::to_string(o.donBits));
+    }
+    if (o.donStates < 1 || o.donStates > INT32_MAX) {
+        return usageError("--don-states must be 1 to 2147483647 (states per batch), not " +
+                          std::to_string(o.donStates));
+    }
     const auto priority = logPriority(o.logLevel);
     if (!priority) return usageError("bad log level '" + o.logLevel + "'");
     std::string scriptError;
@@ -174,21 +198,32 @@ int main(int argc, char** argv) {
         if (auto problem = applyProperty(assignment)) return usageError(*problem);
     }
 
+    const auto& known = host::providerNames();
     const auto names = splitList(o.providers);
     for (const auto& name : names) {
-        const auto& known = host::providerNames();
         if (std::find(known.begin(), known.end(), name) == known.end()) {
             return usageError("unknown provider '" + name + "'");
         }
     }
-    if (!o.root.empty()) hostplatform::setFsRoot(o.root);
+    host::TimelineFilter filter;
+    for (const auto& name : splitList(o.only)) {
+        if (name != "host" && std::find(known.begin(), known.end(), name) == known.end()) {
+            return usageError("unknown provider '" + name + "' in --only");
+        }
+        filter.only.insert(name);
+    }
+    filter.hide.insert(o.hide.begin(), o.hide.end());
+    filter.fold = o.fold || (!o.json && !o.noFold);
+    if (!o.root.empty()) {
+        struct stat info {};
+        if (stat(o.root.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+            return usageError("--root '" + o.root + "' is not a directory");
+        }
+        hostplatform::setFsRoot(o.root);
+    }
 
     host::HostClock clock(realTime ? host::HostClock::Mode::Real : host::HostClock::Mode::Simulated);
-    host::Output output(stdout, o.json);
-    g_output = &output;
-    g_clock = &clock;
-    __android_log_set_minimum_priority(*priority);
-    __android_log_set_logger(timelineLogger);
+    host::Output output(stdout, o.json, filter);
     host::TriggerReportPrinter triggerReports(output, clock);
 
     sim::HeadsetConfig config;
@@ -200,6 +235,11 @@ int main(int argc, char** argv) {
         if (!bytes) return usageError("bad byte count '" + *text + "'");
         *figure = *bytes;
     }
+    if (config.data.totalBytes <= 0) return usageError("--data-total must be more than 0");
+    if (config.data.availableBytes > config.data.totalBytes) {
+        return usageError("--data-available must not exceed --data-total");
+    }
+    if (o.battery == "sysfs") config.batteryBackend = sim::HeadsetConfig::BatteryBackend::Sysfs;
     if (o.thermal == "sysfs") {
         if (!o.thermalScenario.empty()) return usageError("--thermal-scenario needs --thermal sim");
         config.thermalBackend = sim::HeadsetConfig::ThermalBackend::Sysfs;
@@ -217,18 +257,27 @@ int main(int argc, char** argv) {
     sim::Headset headset(config, [&clock] { return clock.deviceNs(); });
 
     host::ProviderOptions providerOptions;
-    providerOptions.donBitsPerState = o.donBits;
-    providerOptions.donStatesPerAggregate = o.donStates;
+    providerOptions.donBitsPerState = static_cast<uint32_t>(o.donBits);
+    providerOptions.donStatesPerAggregate = static_cast<int32_t>(o.donStates);
     providerOptions.donSamplePeriodMs = *donPeriod / 1000000;
 
-    host::Host host(clock, output, headset, host::makeProviders(providerOptions, names),
-                    *snapshotEvery);
+    auto providers = host::makeProviders(providerOptions, names);
+    std::unique_ptr<host::TraceWriter> trace;
+    if (!o.trace.empty()) {
+        std::vector<std::pair<std::string, std::vector<std::string>>> tracks;
+        for (const auto& hosted : providers)
+            tracks.emplace_back(hosted.provider->name(), hosted.tracks);
+        std::string error;
+        trace = host::TraceWriter::open(o.trace, tracks, &error);
+        if (!trace) return usageError(error);
+        output.observe([writer = trace.get()](const host::Line& line) { writer->add(line); });
+    }
+    host::Host host(clock, output, headset, std::move(providers), *snapshotEvery);
+    host::TimelineLog log(output, clock, host.summary(), *priority);
     for (const int64_t at : fireThrottlingAt) {
         if (!host.callHookAt(at, "ThermalStats", "fireThrottlingNotification")) {
             return usageError("--fire-throttling needs ThermalStats among the providers");
         }
     }
-    const int status = host.run(*duration);
-    __android_log_set_logger(__android_log_stderr_logger);
-    return status;
+    return host.run(*duration);
 }

@@ -1,0 +1,66 @@
+// What the reference host counts per provider over a run, and the table it prints at the end:
+// samples, notifications returned by sample() by name, pushes, snapshots that refreshed the
+// record or not, log lines by priority made during the provider's calls, and the provider's own
+// CPU time (ProviderCall.h says what it covers) in total and per hour of device time. Log lines
+// made on other threads (a listener thread of an SDK module) are counted on a row of their own.
+// Thread-safe.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "Output.h"
+
+namespace host {
+
+// All providers together should stay below 0.01 % of one core: 360 ms of CPU per device hour.
+constexpr double kBudgetMsPerDeviceHour = 360.0;
+
+class RunSummary {
+public:
+    struct Counts {
+        std::string provider;
+        int64_t samples = 0;
+        std::map<std::string, int64_t> notifications;
+        int64_t pushes = 0;
+        int64_t snapshotsOk = 0;
+        int64_t snapshotsFailed = 0;
+        std::map<char, int64_t> logs;  // by priority letter: V D I W E F
+        int64_t calls = 0;
+        int64_t cpuNs = 0;
+    };
+
+    explicit RunSummary(const std::vector<std::string>& providers);
+
+    void countSample(size_t provider);
+    void countNotification(size_t provider, const std::string& name);
+    void countPush(size_t provider);
+    void countSnapshot(size_t provider, bool refreshed);
+    // `provider`: ProviderCall::current() of the logging thread (npos: not in a provider call).
+    void countLog(size_t provider, char priority);
+    void addCall(size_t provider, int64_t cpuNs);
+
+    // Every provider's counts, in the host's order, then the row of log lines made outside
+    // provider calls when there were any.
+    std::vector<Counts> rows() const;
+
+    // Prints the summary after `deviceNs` of device time: a table in a text timeline; in JSON,
+    // one "summary" line per row and a last one for all providers together.
+    void print(Output& output, int64_t deviceNs) const;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Counts> counts_;
+    Counts elsewhere_;  // log lines outside provider calls
+};
+
+// CPU milliseconds per hour of device time.
+double msPerDeviceHour(int64_t cpuNs, int64_t deviceNs);
+
+}  // namespace host
