@@ -15,17 +15,22 @@
 
 namespace memfuzz {
 
+// The parts of an input, in order (at least one).
+inline std::vector<std::string_view> split(const uint8_t* data, size_t size) {
+    std::vector<std::string_view> parts;
+    std::string_view rest(reinterpret_cast<const char*>(data), size);
+    for (size_t cut; (cut = rest.find('\x01')) != std::string_view::npos;
+         rest.remove_prefix(cut + 1)) {
+        parts.push_back(rest.substr(0, cut));
+    }
+    parts.push_back(rest);
+    return parts;
+}
+
 // Part i of the input, cut to the `limit` bytes its reader takes in.
 class Parts {
 public:
-    Parts(const uint8_t* data, size_t size) {
-        std::string_view rest(reinterpret_cast<const char*>(data), size);
-        for (size_t cut; (cut = rest.find('\x01')) != std::string_view::npos;
-             rest.remove_prefix(cut + 1)) {
-            parts_.push_back(rest.substr(0, cut));
-        }
-        parts_.push_back(rest);
-    }
+    Parts(const uint8_t* data, size_t size) : parts_(split(data, size)) {}
     std::string get(size_t i, size_t limit) const {
         return i < parts_.size() ? std::string(parts_[i].substr(0, limit)) : std::string();
     }
