@@ -1,0 +1,54 @@
+// The power-supply sysfs health HAL's reading of supply attributes, on arbitrary bytes. Input
+// (parts joined by 0x01 bytes, see memory/FuzzInput.h): the attribute texts of one supply after
+// another, in the order of powersupply::attributeNames(); the last supply may stop early, so
+// its remaining files are absent. The files themselves are only read in one bounded call, so the
+// parsing is fuzzed in memory.
+#include <cstdlib>
+#include <string>
+
+#include "../memory/FuzzInput.h"
+#include "SysfsHealth.h"
+
+namespace {
+
+namespace powersupply = sim::powersupply;
+using android::hardware::health::V1_0::BatteryStatus;
+
+bool online(const powersupply::SupplyFiles& files, powersupply::SupplyType type) {
+    const auto kind = files.find("type");
+    const auto state = files.find("online");
+    return kind != files.end() && powersupply::supplyTypeOf(kind->second) == type &&
+           state != files.end() && !state->second.empty() && state->second[0] != '0';
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const auto parts = memfuzz::split(data, size);
+    const auto& names = powersupply::attributeNames();
+    std::vector<powersupply::SupplyFiles> supplies;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        if (i % names.size() == 0) supplies.emplace_back();
+        supplies.back().emplace(names[i % names.size()], std::string(parts[i]));
+    }
+
+    const sim::HealthReading reading = powersupply::readingOf(supplies);
+    const auto& b = reading.info.legacy.legacy;
+    bool ac = false, usb = false, wireless = false;
+    for (const auto& files : supplies) {
+        ac |= online(files, powersupply::SupplyType::Ac);
+        usb |= online(files, powersupply::SupplyType::Usb);
+        wireless |= online(files, powersupply::SupplyType::Wireless);
+    }
+    if (b.chargerAcOnline != ac || b.chargerUsbOnline != usb ||
+        b.chargerWirelessOnline != wireless) {
+        abort();
+    }
+    const auto status = static_cast<int32_t>(b.batteryStatus);
+    const auto health = static_cast<int32_t>(b.batteryHealth);
+    const auto level = static_cast<int32_t>(reading.info.batteryCapacityLevel);
+    if (status < 1 || status > 5 || health < 1 || health > 7 || level < -1 || level > 5) abort();
+    if (b.batteryLevel != reading.capacityPercent.value_or(0)) abort();
+    if (b.maxChargingCurrent < 0 || b.maxChargingVoltage < 0) abort();
+    return 0;
+}

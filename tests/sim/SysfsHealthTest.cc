@@ -1,0 +1,122 @@
+// The power-supply sysfs health HAL on the captured headset tree, on a root without the class,
+// and its reading of supply attributes (missing files, chargers, signs, units, bad numbers).
+#include "SysfsHealth.h"
+
+#include <gtest/gtest.h>
+
+#include "FixtureTree.h"
+
+namespace {
+
+using android::hardware::health::V1_0::BatteryHealth;
+using android::hardware::health::V1_0::BatteryStatus;
+using android::hardware::health::V2_0::Result;
+using android::hardware::health::V2_1::BatteryCapacityLevel;
+using android::hardware::health::V2_1::HealthInfo;
+using sim::powersupply::readingOf;
+using Supply = sim::powersupply::SupplyFiles;
+using testing_support::FixtureTree;
+
+HealthInfo infoOf(sim::SysfsHealth& hal) {
+    HealthInfo info{};
+    hal.getHealthInfo_2_1([&](Result result, const HealthInfo& value) {
+        EXPECT_EQ(result, Result::SUCCESS);
+        info = value;
+    });
+    return info;
+}
+
+TEST(SysfsHealth, ReadsTheCapturedHeadset) {
+    FixtureTree tree("headset-capture");
+    android::sp<sim::SysfsHealth> hal = new sim::SysfsHealth;
+    const HealthInfo info = infoOf(*hal);
+    const auto& b = info.legacy.legacy;
+    EXPECT_EQ(b.batteryStatus, BatteryStatus::CHARGING);
+    EXPECT_EQ(b.batteryHealth, BatteryHealth::GOOD);
+    EXPECT_TRUE(b.batteryPresent);
+    EXPECT_EQ(b.batteryLevel, 62);
+    EXPECT_EQ(b.batteryVoltage, 3850) << "mV from µV";
+    EXPECT_EQ(b.batteryCurrent, 1250000);
+    EXPECT_EQ(b.batteryTemperature, 335);
+    EXPECT_EQ(b.batteryChargeCounter, 3087000);
+    EXPECT_EQ(b.batteryFullCharge, 4980000);
+    EXPECT_EQ(b.batteryCycleCount, 112);
+    EXPECT_EQ(b.batteryTechnology, "Li-ion");
+    EXPECT_EQ(info.batteryFullChargeDesignCapacityUah, 5000000);
+    EXPECT_EQ(info.batteryChargeTimeToFullNowSeconds, 3140);
+    EXPECT_EQ(info.batteryCapacityLevel, BatteryCapacityLevel::NORMAL);
+    EXPECT_EQ(std::make_tuple(b.chargerAcOnline, b.chargerUsbOnline, b.chargerWirelessOnline),
+              std::make_tuple(false, true, false));
+    EXPECT_EQ(b.maxChargingCurrent, 1500000);
+    hal->getCurrentNow([](Result result, int32_t value) {
+        EXPECT_EQ(result, Result::SUCCESS);
+        EXPECT_EQ(value, 1250000);
+    });
+
+    tree.write("/sys/class/power_supply/battery/capacity", "63\n");
+    EXPECT_EQ(infoOf(*hal).legacy.legacy.batteryLevel, 63) << "every call reads again";
+}
+
+TEST(SysfsHealth, WithoutPowerSuppliesAnswersDefaultsAndNotSupported) {
+    FixtureTree tree("");
+    android::sp<sim::SysfsHealth> hal = new sim::SysfsHealth;
+    const HealthInfo info = infoOf(*hal);
+    EXPECT_EQ(info.legacy.legacy.batteryStatus, BatteryStatus::UNKNOWN);
+    EXPECT_FALSE(info.legacy.legacy.batteryPresent);
+    EXPECT_EQ(info.batteryChargeTimeToFullNowSeconds, -1);
+    EXPECT_EQ(info.batteryCapacityLevel, BatteryCapacityLevel::UNSUPPORTED);
+    hal->getCurrentNow([](Result result, int32_t) { EXPECT_EQ(result, Result::NOT_SUPPORTED); });
+    hal->getChargeCounter([](Result result, int32_t) { EXPECT_EQ(result, Result::NOT_SUPPORTED); });
+}
+
+TEST(SysfsHealth, ChargersComeFromTheOnlineOfTheirType) {
+    const auto chargers = [](std::vector<Supply> supplies) {
+        const auto& b = readingOf(supplies).info.legacy.legacy;
+        return std::make_tuple(b.chargerAcOnline, b.chargerUsbOnline, b.chargerWirelessOnline);
+    };
+    using T = std::tuple<bool, bool, bool>;
+    EXPECT_EQ(chargers({{{"type", "Mains\n"}, {"online", "1\n"}}}), T(true, false, false));
+    EXPECT_EQ(chargers({{{"type", "USB_PD\n"}, {"online", "1"}}}), T(true, false, false));
+    EXPECT_EQ(chargers({{{"type", "USB\n"}, {"online", "2\n"}}}), T(false, true, false));
+    EXPECT_EQ(chargers({{{"type", "Wireless\n"}, {"online", "1\n"}}}), T(false, false, true));
+    EXPECT_EQ(chargers({{{"type", "USB\n"}, {"online", "0\n"}}}), T(false, false, false));
+    EXPECT_EQ(chargers({{{"type", "USB\n"}}}), T(false, false, false)) << "no online file";
+    EXPECT_EQ(chargers({{{"type", "USB\n"}, {"online", ""}}}), T(false, false, false));
+    EXPECT_EQ(chargers({{{"type", "BMS\n"}, {"online", "1\n"}}}), T(false, false, false));
+    EXPECT_EQ(chargers({{{"online", "1\n"}}}), T(false, false, false)) << "no type file";
+}
+
+TEST(SysfsHealth, BatteryAttributesKeepSignsAndUnitsAndRefuseBadNumbers) {
+    const std::vector<Supply> supplies = {
+            {{"type", "Battery\n"},
+             {"current_now", "-412000\n"},
+             {"voltage_now", "3871999\n"},
+             {"temp", "-52\n"},
+             {"charge_counter", "99999999999\n"},
+             {"capacity", "6x\n"},
+             {"status", "Not charging\n"},
+             {"health", "Warm\n"}},
+            {{"type", "Battery\n"},
+             {"capacity", "40\n"},
+             {"status", "Full\n"},
+             {"charge_full", "3000"}},
+    };
+    const sim::HealthReading r = readingOf(supplies);
+    const auto& b = r.info.legacy.legacy;
+    EXPECT_EQ(r.currentNowUa, -412000) << "discharging stays negative";
+    EXPECT_EQ(b.batteryCurrent, -412000);
+    EXPECT_EQ(b.batteryVoltage, 3871) << "µV to mV, truncated";
+    EXPECT_EQ(b.batteryTemperature, -52) << "tenths of a degree below zero";
+    EXPECT_EQ(r.chargeCounterUah, INT32_MAX) << "clamped to 32 bits";
+    EXPECT_FALSE(r.capacityPercent.has_value()) << "the first battery's file, not a number";
+    EXPECT_EQ(b.batteryLevel, 0);
+    EXPECT_EQ(b.batteryStatus, BatteryStatus::NOT_CHARGING) << "the first battery's status";
+    EXPECT_EQ(b.batteryFullCharge, 3000) << "from the second battery, the first has none";
+    EXPECT_EQ(b.batteryHealth, BatteryHealth::GOOD) << "Warm counts as GOOD";
+    EXPECT_FALSE(r.currentAverageUa.has_value());
+    EXPECT_EQ(readingOf({{{"type", "Battery"}, {"status", "Exploding\n"}}})
+                      .info.legacy.legacy.batteryStatus,
+              BatteryStatus::UNKNOWN);
+}
+
+}  // namespace
