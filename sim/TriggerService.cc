@@ -19,6 +19,7 @@ android::binder::Status RecordingTriggerService::trigger(const TriggerContext& c
     {
         std::lock_guard<std::mutex> lock(mutex_);
         reports_.push_back(context);
+        if (reports_.size() > kKeptReports) reports_.pop_front();
     }
     TriggerReportListener listener;
     {
@@ -31,7 +32,7 @@ android::binder::Status RecordingTriggerService::trigger(const TriggerContext& c
 
 std::vector<TriggerContext> RecordingTriggerService::reports() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return reports_;
+    return std::vector<TriggerContext>(reports_.begin(), reports_.end());
 }
 
 int32_t simulatedMemtrackKb(pid_t pid) {

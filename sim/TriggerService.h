@@ -7,6 +7,7 @@
 // process: (pid mod 16) * 512 KiB, and -1 (the memtrack HAL's error) when pid mod 16 is 0.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <vector>
@@ -18,16 +19,19 @@ namespace sim {
 using TriggerContext = vendor::norvik::tarnet::TriggerContext;
 using TriggerReportListener = std::function<void(const TriggerContext&)>;
 
-// Keeps every report it receives, in arrival order, and hands each to the process-wide
-// listener (see setTriggerReportListener). Thread-safe.
+// Keeps the latest kKeptReports reports it receives, in arrival order (a bound, so that a host
+// running for simulated weeks does not grow), and hands each to the process-wide listener (see
+// setTriggerReportListener). Thread-safe.
 class RecordingTriggerService : public vendor::norvik::tarnet::ITrigger {
 public:
     android::binder::Status trigger(const TriggerContext& context) override;
     std::vector<TriggerContext> reports() const;
 
+    static constexpr size_t kKeptReports = 256;
+
 private:
     mutable std::mutex mutex_;
-    std::vector<TriggerContext> reports_;
+    std::deque<TriggerContext> reports_;
 };
 
 inline constexpr const char kTriggerServiceInstance[] = "vendor.norvik.tarnet.ITrigger/default";
