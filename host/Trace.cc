@@ -22,8 +22,18 @@ std::vector<std::string> splitPath(const std::string& pattern) {
 
 using Counters = std::vector<std::pair<std::string, double>>;
 
+// Track names join the keys of a path with blanks: "temperatures cpu-0 current".
 std::string joined(const std::string& path, const std::string& part) {
-    return path.empty() ? part : path + "/" + part;
+    return path.empty() ? part : path + " " + part;
+}
+
+// The name an array element gives its track: its "name" field, else its index.
+std::string elementName(const json& element, size_t index) {
+    if (element.is_object()) {
+        const auto name = element.find("name");
+        if (name != element.end() && name->is_string()) return name->get<std::string>();
+    }
+    return std::to_string(index);
 }
 
 // Every number under `value` (booleans excluded), named by its path.
@@ -36,18 +46,9 @@ void allNumbers(const json& value, const std::string& path, Counters& out) {
         }
     } else if (value.is_array()) {
         for (size_t i = 0; i < value.size(); ++i) {
-            allNumbers(value[i], joined(path, std::to_string(i)), out);
+            allNumbers(value[i], joined(path, elementName(value[i], i)), out);
         }
     }
-}
-
-// The name an array element gives its track: its "name" field, else its index.
-std::string elementName(const json& element, size_t index) {
-    if (element.is_object()) {
-        const auto name = element.find("name");
-        if (name != element.end() && name->is_string()) return name->get<std::string>();
-    }
-    return std::to_string(index);
 }
 
 void matching(const json& value, const std::vector<std::string>& parts, size_t at,

@@ -2,7 +2,7 @@
 //
 //   {"traceEvents":[
 //    {"ph":"M","name":"process_name","pid":3,"args":{"name":"BatteryStats"}},
-//    {"ph":"C","name":"level","pid":3,"tid":3,"ts":3600000000,"args":{"value":41}},
+//    {"ph":"C","name":"currentMa last","pid":3,"tid":3,"ts":3600000000,"args":{"value":-1500}},
 //    {"ph":"i","name":"HealthInfo","cat":"notification","s":"p","pid":3,"tid":3,
 //     "ts":3610000000,"args":{"detail":"BatteryCollector"}},
 //    ...]}
@@ -28,11 +28,12 @@
 namespace host {
 
 // The counter values that `patterns` select in a record, as (track name, value) in record
-// order. A pattern is a path of '/'-separated keys ("level", "currentMa/0"); "*" stands for
-// every key of an object or every element of an array, and names the track after the key, or
-// after the element's "name" field when it has one ("temperatures/*/current" gives
-// "temperatures/cpu-0/current"). Booleans count as 0 and 1 when a pattern names them. The
-// pattern "**" takes every number in the record, named by its path.
+// order. A pattern is a path of '/'-separated keys ("level", "currentMa/last"); "*" stands for
+// every key of an object or every element of an array. A track is named by the keys of its path
+// joined with blanks, an array element by its "name" field when it has one, else by its index
+// ("temperatures/*/current" gives "temperatures cpu-0 current", "topByRss/*/vmRssKb" gives
+// "topByRss surfaceflinger vmRssKb"). Booleans count as 0 and 1 when a pattern names them. The
+// pattern "**" takes every number in the record.
 std::vector<std::pair<std::string, double>> recordCounters(const nlohmann::ordered_json& record,
                                                            const std::vector<std::string>& patterns);
 
