@@ -86,6 +86,14 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
             {"--frobnicate", "--frobnicate"},
             {"--simulate 2x", "bad duration '2x'"},
             {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
+            {"--don-bits 33", "--don-bits must be 0 to 32"},
+            {"--don-bits -1", "--don-bits must be 0 to 32"},
+            {"--don-states 0", "--don-states must be 1 to"},
+            {"--data-total 1G --data-available 2G", "must not exceed --data-total"},
+            {"--only HealthInfo", "unknown provider 'HealthInfo' in --only"},
+            {"--battery acpi", "--battery"},
+            {"--root /no/such/dir", "is not a directory"},
+            {"--trace /no/such/dir/trace.json", "cannot write trace file"},
     };
     for (const auto& c : cases) {
         const HostRun run = runHost(c.arguments);

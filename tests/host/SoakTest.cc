@@ -1,0 +1,108 @@
+// Thirty simulated days of every provider in the reference host, on the captured headset tree
+// (cheap and deterministic kernel files) with the simulated battery and thermal HALs: the heap in
+// use after the first day grows by at most 1 MiB, open file descriptors and threads stay as they
+// were, and every heartbeat still arrives on its period on the last day. Label "soak".
+#include <dirent.h>
+#include <malloc.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Headset.h"
+#include "Host.h"
+#include "LogCapture.h"
+#include "hostplatform/FsRoot.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace {
+
+constexpr int64_t kSecondNs = INT64_C(1000000000);
+constexpr int64_t kMinuteNs = 60 * kSecondNs;
+constexpr int64_t kHourNs = 60 * kMinuteNs;
+constexpr int64_t kDayNs = 24 * kHourNs;
+constexpr int kDays = 30;
+
+size_t heapInUse() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return __sanitizer_get_current_allocated_bytes();  // the sanitizer's allocator, not malloc's
+#else
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+#endif
+}
+
+size_t entriesOf(const char* directory) {
+    size_t count = 0;
+    if (DIR* dir = opendir(directory)) {
+        while (const dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
+        closedir(dir);
+    }
+    return count;
+}
+
+struct Checkpoint {
+    size_t heap, descriptors, threads;
+};
+
+TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
+    hostplatform::setFsRoot(std::string(VISTREL_SOURCE_DIR) + "/tests/data/headset-capture");
+    const std::map<std::string, int64_t> periods = {
+            {"ThermalHeartbeat", 2 * kMinuteNs}, {"SystemMemoryInfo", 5 * kMinuteNs},
+            {"ZramHeartbeat", 15 * kMinuteNs},   {"ProcessMemoryInfo", 15 * kMinuteNs},
+            {"SwapHeartbeat", kHourNs},          {"StorageHeartbeat", kHourNs},
+            {"SystemStateStats", kHourNs},
+    };
+    std::map<std::string, std::vector<int64_t>> lastDay;  // notification times, by name
+    for (const auto& [name, period] : periods) lastDay[name].reserve(kDayNs / period + 1);
+    std::vector<Checkpoint> checkpoints;
+    checkpoints.reserve(kDays);
+
+    FILE* sink = fopen("/dev/null", "w");
+    ASSERT_NE(sink, nullptr);
+    {
+        host::HostClock clock(host::HostClock::Mode::Simulated);
+        host::Output output(sink, false);
+        output.observe([&lastDay, &periods](const host::Line& line) {
+            if (line.event != "notification" || line.deviceNs <= (kDays - 1) * kDayNs) return;
+            const std::string name = line.fields["name"];
+            if (periods.count(name)) lastDay[name].push_back(line.deviceNs);
+        });
+        sim::Headset headset(sim::HeadsetConfig{}, [&clock] { return clock.deviceNs(); });
+        host::Host host(clock, output, headset, host::makeProviders({}, {}), kHourNs);
+        for (int day = 1; day <= kDays; ++day) {
+            host.callAt(day * kDayNs, [&checkpoints] {
+                logcapture::clear();  // the test's own record of log lines
+                checkpoints.push_back(
+                        {heapInUse(), entriesOf("/proc/self/fd"), entriesOf("/proc/self/task")});
+            });
+        }
+        ASSERT_EQ(host.run(kDays * kDayNs), 0);
+    }
+    fclose(sink);
+
+    ASSERT_EQ(checkpoints.size(), static_cast<size_t>(kDays));
+    const Checkpoint& first = checkpoints.front();
+    EXPECT_LE(static_cast<int64_t>(checkpoints.back().heap) - static_cast<int64_t>(first.heap),
+              INT64_C(1) << 20)
+            << "heap in use on day 1: " << first.heap << " bytes";
+    for (int day = 1; day <= kDays; ++day) {
+        EXPECT_EQ(checkpoints[day - 1].descriptors, first.descriptors) << "day " << day;
+        EXPECT_EQ(checkpoints[day - 1].threads, first.threads) << "day " << day;
+    }
+    for (const auto& [name, period] : periods) {
+        std::vector<int64_t> expected;
+        for (int64_t at = (kDays - 1) * kDayNs + period; at <= kDays * kDayNs; at += period) {
+            expected.push_back(at);
+        }
+        EXPECT_EQ(lastDay[name], expected) << name << " on day " << kDays;
+    }
+}
+
+}  // namespace
