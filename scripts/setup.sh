@@ -19,6 +19,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libcli11-dev
   procps python3 python3-psutil
+  python3-matplotlib
 )
 # arm64 lane: the cross compiler and the user-mode emulator that runs its executables.
 arm64_tools=(g++-aarch64-linux-gnu qemu-user)
