@@ -18,7 +18,8 @@
 #include "hostplatform/FsRoot.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#include <sanitizer/allocator_interface.h>
+// The sanitizer runtime's allocator statistics (g++ ships no header for them).
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace {
