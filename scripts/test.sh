@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Sets up, checks the formatting, then builds and runs every test: the plain build, the same
-# suites under AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, the whole suite again
-# cross-built for arm64 and run under qemu-user, and a bounded run of every fuzz target. Exits
-# non-zero on the first failure.
+# Sets up, checks the formatting, then builds and runs every test: the plain build, a 30-day soak
+# of the reference host, the same suites under AddressSanitizer + UndefinedBehaviorSanitizer, the
+# ThreadSanitizer suites, the whole suite again cross-built for arm64 and run under qemu-user,
+# and a bounded run of every fuzz target. Exits non-zero on the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh --arm64
@@ -16,7 +16,10 @@ git ls-files -z -- '*.cc' '*.h' | xargs -0 clang-format --dry-run --Werror
 step "default build and tests"
 cmake --preset default >/dev/null
 cmake --build --preset default -j "$jobs"
-ctest --preset default -j "$jobs"
+ctest --preset default -j "$jobs" -LE soak
+
+step "30 simulated days of every provider in the reference host (label soak)"
+ctest --preset default -L soak
 
 step "AddressSanitizer + UndefinedBehaviorSanitizer"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
