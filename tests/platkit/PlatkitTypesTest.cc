@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "VrFocusProviderStats.h"
 #include "VtableSlot.h"
 #include "platkit/focus/IVrFocusManager.h"
 #include "platkit/instsamp/IInstructionSampler.h"
@@ -118,6 +119,7 @@ TEST(PlatkitInterfaces, VirtualOperationsKeepTheirSlots) {
     EXPECT_EQ(slotOf(&IVrFocusManager::unregisterTopActivityListener), 8);
     EXPECT_EQ(slotOf(&IVrFocusManager::getForegroundApps), 11);
     EXPECT_EQ(slotOf(&ITopActivityListener::onTopActivityChanged), 0);
+    EXPECT_EQ(slotOf(&Vistrel::VrTopActivityListener::onTopActivityChanged), 0);
     EXPECT_EQ(slotOf(&IInstructionSampler::beginSession), 2);
     EXPECT_EQ(slotOf(&IInstructionSampler::readProfileBuffer), 3);
     EXPECT_EQ(slotOf(&IInstructionSampler::getThreadInfo), 4);
