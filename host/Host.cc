@@ -124,6 +124,7 @@ bool Host::waitUntil(int64_t ns) {
 
 int Host::run(int64_t durationNs) {
     acquireAll();
+    headset_.settleSdk();  // first reports owed to listeners registered just now
     const int64_t endNs = clock_.deviceNs() + durationNs;
     int64_t nextSnapshotNs = clock_.deviceNs() + snapshotEveryNs_;
     std::vector<sim::HostEvent> nextEvents = headset_.nextEventsAfter(clock_.deviceNs());
@@ -132,10 +133,14 @@ int Host::run(int64_t durationNs) {
         drainPushes();
         int64_t next = std::min(endNs, nextSnapshotNs);
         if (!nextEvents.empty()) next = std::min(next, nextEvents.front().atNs);
+        if (const auto change = headset_.nextSdkChangeAfter(clock_.deviceNs())) {
+            next = std::min(next, *change);
+        }
         for (const auto& due : nextSampleNs_) {
             if (due) next = std::min(next, *due);
         }
         if (!waitUntil(next)) continue;  // a push arrived first, or woke early: re-plan
+        headset_.settleSdk();  // SDK threads push what they saw up to now before anything is due
 
         // Everything due at `next`, in a fixed order: host events, samples, snapshots.
         if (!nextEvents.empty() && nextEvents.front().atNs == next) {

@@ -6,7 +6,8 @@
 // snapshots every provider each `snapshotEveryNs` and prints the records, and finally releases
 // and destroys them. Pushes may arrive on any thread: they are queued and handled on the
 // driving thread; a forced push makes the host snapshot the pushing provider at once and print
-// its record.
+// its record. Whenever device time reaches the next instant, the simulated SDK modules first
+// catch up (their threads push what changed up to then), so simulated runs are deterministic.
 #pragma once
 
 #include <condition_variable>

@@ -9,6 +9,7 @@
 #include "SwapWriteStats.h"
 #include "SystemMemoryStats.h"
 #include "SystemStateStats.h"
+#include "VrFocusProviderStats.h"
 #include "ZramStats.h"
 
 namespace host {
@@ -195,16 +196,31 @@ HostedProvider systemMemory(const ProviderOptions&) {
             });
 }
 
+// The foreground applications as of the snapshot the host takes on each "ForegroundAppsStats".
+HostedProvider vrFocus(const ProviderOptions&) {
+    return hostedWith<
+            Vistrel::VrFocusProviderStats>(std::make_unique<Vistrel::VrFocusProviderStats>(), [](Vistrel::VrFocusProviderStats&
+                                                                                                         f) {
+        return json{{"foregroundApps", f.foregroundApps}, {"snapshotTimeNs", f.snapshotTimeNs}};
+    });
+}
+
 struct Entry {
     const char* name;
     HostedProvider (*make)(const ProviderOptions&);
 };
 
 const Entry kProviders[] = {
-        {"SystemStateStats", systemState},     {"BatteryStats", battery},
-        {"BatteryStatsStates", batteryStates}, {"ProcessMemoryStats", processMemory},
-        {"SystemMemoryStats", systemMemory},   {"ZramStats", zram},
-        {"SwapWriteStats", swapWrite},         {"StorageStats", storage},
+        {"SystemStateStats", systemState},
+        {"BatteryStats", battery},
+        {"BatteryStatsStates", batteryStates},
+        {"ProcessMemoryStats", processMemory},
+        {"SystemMemoryStats", systemMemory},
+        {"ZramStats", zram},
+        {"SwapWriteStats", swapWrite},
+        {"StorageStats", storage},
+        // Collectors of the SDK modules (sim/sdk)
+        {"VrFocusProviderStats", vrFocus},
 };
 
 }  // namespace

@@ -48,13 +48,27 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
                             [script = config_.interactive](int64_t ns) { return script.at(ns); });
     health_->registerAsService("default");
     installTriggerService();
+    sdk::setDeviceTime(now_);
+    sdk::setFocusScript(config_.focus);
+    sdk::setInteractiveSource([script = config_.interactive](int64_t ns) { return script.at(ns); });
+    sdk::setSamplerMode(config_.sampler);
 }
 
 Headset::~Headset() {
+    sdk::setInteractiveSource(nullptr);
+    sdk::resetDeviceTime();
     removeTriggerService();
     hostplatform::removeService<android::hardware::health::V2_1::IHealth>("default");
     hostplatform::removeService<android::hardware::health::V2_0::IHealth>("default");
     hostplatform::resetInteractiveSource();
+}
+
+std::optional<int64_t> Headset::nextSdkChangeAfter(int64_t deviceNs) const {
+    return config_.focus.nextChangeAfter(deviceNs);
+}
+
+void Headset::settleSdk() {
+    sdk::settle();
 }
 
 std::vector<HostEvent> Headset::nextEventsAfter(int64_t deviceNs) const {

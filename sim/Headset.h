@@ -14,6 +14,7 @@
 
 #include "DataPartition.h"
 #include "SimHealth.h"
+#include "sdk/SdkControl.h"
 
 namespace sim {
 
@@ -55,6 +56,10 @@ struct HeadsetConfig {
     InteractiveScript interactive = InteractiveScript::defaults();
     BatteryScript battery = BatteryScript::defaults();  // health HAL "default" while alive
     DataFigures data;                                   // statvfs("/data") while the headset lives
+    // The SDK modules (sim/sdk): foreground applications over device time, and what the
+    // instruction sampler serves.
+    sdk::FocusScript focus = sdk::FocusScript::defaults();
+    sdk::SamplerMode sampler = sdk::SamplerMode::Simulated;
 };
 
 class Headset {
@@ -67,6 +72,12 @@ public:
     // Every host event at the earliest instant strictly after `deviceNs` (several when they
     // coincide; none when nothing more happens).
     std::vector<HostEvent> nextEventsAfter(int64_t deviceNs) const;
+
+    // The first instant after `deviceNs` at which an SDK module has news (a focus change).
+    std::optional<int64_t> nextSdkChangeAfter(int64_t deviceNs) const;
+    // Lets the SDK modules catch up with the device time now: the pushes their threads make for
+    // what happened up to now are made before this returns.
+    void settleSdk();
 
     const HeadsetConfig& config() const { return config_; }
     SimHealth& health() { return *health_; }

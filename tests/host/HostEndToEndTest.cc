@@ -43,6 +43,13 @@ std::vector<json> jsonLines(const std::string& text) {
     return lines;
 }
 
+size_t occurrences(const std::string& text, const std::string& needle) {
+    size_t n = 0;
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
+        ++n;
+    return n;
+}
+
 // Independent packing of one-bit states: state i is bit (i mod 32) of word i / 32.
 std::vector<std::string> packOneBit(const std::vector<bool>& states) {
     std::vector<uint32_t> words((states.size() + 31) / 32, 0);
@@ -138,6 +145,49 @@ TEST(HostEndToEnd, DefaultRunShowsBatteryNotificationsTransitionsAndRecords) {
     EXPECT_GT(actions["BatteryStatsStates::activeEndEvent()"], 0);
 }
 
+// The focus collector through the real module loader: the default module directory, then an
+// empty one.
+TEST(HostEndToEnd, ForegroundAppPushesAreAnsweredWithSnapshotsOfTheScriptedLists) {
+    const HostRun run =
+            runHost("--simulate 50m --json --providers VrFocusProviderStats --focus "
+                    "'10m com.a.shell; 20m com.b.game; 10m com.c.dialog,com.b.game; 20m none'");
+    ASSERT_EQ(run.status, 0) << run.output;
+    int loadingLines = 0;
+    std::vector<std::pair<int64_t, std::string>> records;
+    int64_t lastPushNs = -1;
+    for (const auto& line : jsonLines(run.output)) {
+        if (line["event"] == "log" && line["source"] == "PlatkitLoader") {
+            EXPECT_EQ(line["priority"], "D");
+            EXPECT_EQ(line["text"], "Platkit loading module 'libplatkit.halden.so'");
+            ++loadingLines;
+        }
+        if (line["event"] == "push (force)") {
+            EXPECT_EQ(line["name"], "ForegroundAppsStats");
+            EXPECT_EQ(line["detail"], "ForegroundApps snapshot");
+            lastPushNs = line["t_ns"];
+        }
+        if (line["event"] == "record" && line["t_ns"] == lastPushNs) {
+            records.emplace_back(line["t_ns"].get<int64_t>() / kMinuteNs, line["foregroundApps"]);
+            EXPECT_EQ(line["snapshotTimeNs"], lastPushNs);
+        }
+    }
+    EXPECT_EQ(loadingLines, 1);
+    EXPECT_EQ(records,
+              (std::vector<std::pair<int64_t, std::string>>{{0, "com.a.shell,"},
+                                                            {10, "com.b.game,"},
+                                                            {30, "com.c.dialog,com.b.game,"},
+                                                            {40, ""}}));
+}
+
+TEST(HostEndToEnd, AnEmptyModuleDirectoryIsReportedOnceAndTheCollectorFails) {
+    const HostRun run = runHost("--simulate 10m --providers VrFocusProviderStats --sdk-dir " +
+                                std::string(VISTREL_SDK_MODULE_ROOT) + "/empty");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(occurrences(run.output, "Platkit module 'libplatkit.halden.so' not found"), 1u);
+    EXPECT_EQ(occurrences(run.output, "Could not connect to VR Focus Manager"), 1u);
+    EXPECT_THAT(run.output, ::testing::HasSubstr("acquire       ok=false"));
+}
+
 TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
     const struct {
         const char* arguments;
@@ -152,6 +202,9 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
             {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
             {"--simulate 1h --real 1s", "excludes"},
             {"--data-total 12Q", "bad byte count '12Q'"},
+            {"--focus '5m'", "is not '<duration> <app>"},
+            {"--focus '5m a,,b'", "bad application list"},
+            {"--sdk-dir /nonexistent/modules", "not a usable directory"},
     };
     for (const auto& c : cases) {
         const HostRun run = runHost(c.arguments);
