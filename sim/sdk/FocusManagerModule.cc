@@ -10,6 +10,8 @@
 //   VISTREL_SDK_NO_CREATE            the create function is not exported
 //   VISTREL_SDK_NO_DESTROY           the destroy function is not exported
 //   VISTREL_SDK_CREATE_RETURNS_NULL  the create function returns null
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -149,6 +151,7 @@ private:
     }
 
     void run() {
+        pthread_setname_np(pthread_self(), "PlatkitFocus");
         std::unique_lock<std::mutex> lock(state_);
         for (;;) {
             wake_.wait_for(lock, kPollPeriod,

@@ -1,8 +1,15 @@
 // libinstsamp.halden.so, simulated: the instruction sampler, interface version 4.
 //
 // A session is begun with a configuration (recorded for tests) and ended; while it runs,
-// readProfileBuffer serves the reading the control library's sampler mode produces, kept in the
-// sampler until its next read. getThreadInfo names the threads of those readings.
+// readProfileBuffer serves a reading in the SDK's profile format, kept in the sampler until its
+// next read, and getThreadInfo names its threads. What the readings hold follows the control
+// library's sampler mode (SamplerSources.h has the details):
+//   simulated  headset-like threads and features driven by the simulated headset's device time
+//              and interactive state
+//   live       this process's own threads (/proc/self/task) and the machine's /proc/stat; an
+//              approximation: each thread's utime + stime ticks gained since the previous
+//              reading are credited to the CPU it last ran on
+//   scripted   exactly the readings a test supplied, then null
 //
 // Variants (compile definitions), each built into its own module directory for tests:
 //   VISTREL_SDK_NO_CREATE            the create function is not exported
@@ -11,9 +18,11 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 
 #include "ModuleMemory.h"
+#include "SamplerSources.h"
 #include "SdkControl.h"
 #include "platkit/instsamp/IInstructionSampler.h"
 
@@ -48,6 +57,9 @@ public:
         if (active_ || sim::sdk::hooks().refuseSession) return false;
         sim::sdk::recordSessionBegun(describe(configuration));
         active_ = true;
+        simulated_ = std::make_unique<sim::sdk::SimulatedHeadset>(configuration.samplingPeriodUs,
+                                                                  sim::sdk::deviceNs());
+        live_ = std::make_unique<sim::sdk::LiveProcess>();
         return true;
     }
 
@@ -94,17 +106,30 @@ private:
             case sim::sdk::SamplerMode::Scripted:
                 return sim::sdk::takeScriptedReading();
             case sim::sdk::SamplerMode::Simulated:
+                return simulated_->next();
             case sim::sdk::SamplerMode::Live:
-                break;
+                return live_->next();
         }
         return std::nullopt;
     }
 
-    std::string threadName(int32_t tid) { return sim::sdk::scriptedThreadName(tid); }
+    std::string threadName(int32_t tid) {
+        switch (sim::sdk::samplerMode()) {
+            case sim::sdk::SamplerMode::Scripted:
+                return sim::sdk::scriptedThreadName(tid);
+            case sim::sdk::SamplerMode::Simulated:
+                return simulated_ ? simulated_->threadName(tid) : std::string();
+            case sim::sdk::SamplerMode::Live:
+                return live_ ? live_->threadName(tid) : std::string();
+        }
+        return std::string();
+    }
 
     std::mutex mutex_;
     bool active_ = false;
     uint64_t reads_ = 0;
+    std::unique_ptr<sim::sdk::SimulatedHeadset> simulated_;
+    std::unique_ptr<sim::sdk::LiveProcess> live_;
     std::vector<uint8_t> bytes_;
     ProfileBuffer buffer_;
 };
