@@ -67,6 +67,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
                 output_.write(clock_.deviceNs(), hosted.provider->name(), "fetch", *fetched);
             }
         }
+        if (hosted.snapshotAfter && hosted.snapshotAfter(*notification)) snapshotOne(index, false);
     }
     const auto period = hosted.provider->sampleRate();  // may change after every sample
     if (period && period->count() > 0) {

@@ -29,6 +29,9 @@ struct HostedProvider {
     // What the host fetches after routing one of the provider's own notifications (for
     // example the packed don states after "AggregatedDonStates"); empty when nothing.
     std::function<std::optional<nlohmann::ordered_json>(const Vistrel::Notification&)> follow;
+    // Whether the host snapshots the provider (and prints its record) right after routing one of
+    // its own notifications, e.g. CpuStats' "ProcessCpuHeartbeat"; empty: never.
+    std::function<bool(const Vistrel::Notification&)> snapshotAfter;
 };
 
 // Every provider the host knows, by class name, in the order the host drives them.

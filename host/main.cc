@@ -54,6 +54,7 @@ struct Options {
     std::string donPeriod = "1m";
     std::string logLevel = "debug";
     std::string sdkDir;
+    std::string sampler;
     std::string focus = kDefaultFocusScript;
     std::string dataTotal;
     std::string dataAvailable;
@@ -170,6 +171,10 @@ int main(int argc, char** argv) {
                    "Cyclic focus script of the simulated headset: \"<duration> <app>[,<app>...]\" "
                    "phases (top first, or none) separated by ';' (default \"" +
                            std::string(kDefaultFocusScript) + "\")");
+    app.add_option("--sampler", o.sampler,
+                   "What the simulated instruction sampler serves: simulated (headset-like "
+                   "threads; default with --simulate) or live (this process and machine; "
+                   "default with --real)");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -194,6 +199,10 @@ int main(int argc, char** argv) {
     if (!script) return usageError(scriptError);
     const auto focus = host::parseFocusScript(o.focus, &scriptError);
     if (!focus) return usageError(scriptError);
+    if (o.sampler.empty()) o.sampler = realTime ? "live" : "simulated";
+    if (o.sampler != "simulated" && o.sampler != "live") {
+        return usageError("--sampler must be simulated or live, not '" + o.sampler + "'");
+    }
 
     if (o.sdkDir.empty()) {
         const char* fromEnv = getenv(kSdkDirEnv);
@@ -237,6 +246,8 @@ int main(int argc, char** argv) {
     sim::HeadsetConfig config;
     config.interactive = *script;
     config.focus = *focus;
+    config.sampler =
+            o.sampler == "live" ? sim::sdk::SamplerMode::Live : sim::sdk::SamplerMode::Simulated;
     for (const auto& [text, figure] : {std::pair{&o.dataTotal, &config.data.totalBytes},
                                        std::pair{&o.dataAvailable, &config.data.availableBytes}}) {
         if (text->empty()) continue;

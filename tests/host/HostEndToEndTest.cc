@@ -188,6 +188,43 @@ TEST(HostEndToEnd, AnEmptyModuleDirectoryIsReportedOnceAndTheCollectorFails) {
     EXPECT_THAT(run.output, ::testing::HasSubstr("acquire       ok=false"));
 }
 
+// CpuStats through the real sampler module in its simulated mode: a heartbeat every five
+// minutes, each followed by the statistics of the minute before it.
+TEST(HostEndToEnd, CpuHeartbeatsAreFollowedByPerNameAndPerFeatureStatistics) {
+    const HostRun run = runHost("--simulate 11m --json --providers CpuStats");
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::vector<int64_t> heartbeats;
+    std::vector<json> records;
+    for (const auto& line : jsonLines(run.output)) {
+        if (line["event"] == "notification") {
+            EXPECT_EQ(line["name"], "ProcessCpuHeartbeat");
+            EXPECT_EQ(line["detail"], "300.000000 seconds");
+            heartbeats.push_back(line["t_ns"].get<int64_t>() / kMinuteNs);
+        }
+        if (line["event"] == "record") records.push_back(line);
+        if (line["event"] == "log") {
+            EXPECT_EQ(line["text"], "Platkit loading module 'libinstsamp.halden.so'");
+        }
+    }
+    EXPECT_EQ(heartbeats, (std::vector<int64_t>{5, 10}));
+    ASSERT_EQ(records.size(), 2u) << "one snapshot right after each heartbeat";
+    for (const json& record : records) {
+        // The headset is interactive: the game's main thread leads; the two "binder:system"
+        // threads make one name.
+        EXPECT_EQ(record["names"], 8);
+        EXPECT_EQ(record["topByMeanRate"][0]["name"], "GameMain");
+        EXPECT_EQ(record["topByMeanRate"][0]["totalTimeMs"], 60000.0)
+                << "six 10 s intervals, 250 s to 300 s of the period";
+        std::vector<std::string> features;
+        for (const auto& [name, row] : record["features"].items()) features.push_back(name);
+        EXPECT_EQ(features,
+                  (std::vector<std::string>{"audio", "input", "passthrough", "render", "tracking"}))
+                << "the decoy section features.100 is never read";
+        EXPECT_NEAR(record["features"]["render"]["meanRate"].get<double>(), 0.3, 0.001);
+        EXPECT_EQ(record["featureIds"].size(), 4u);
+    }
+}
+
 TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
     const struct {
         const char* arguments;
@@ -205,6 +242,7 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
             {"--focus '5m'", "is not '<duration> <app>"},
             {"--focus '5m a,,b'", "bad application list"},
             {"--sdk-dir /nonexistent/modules", "not a usable directory"},
+            {"--sampler recorded", "--sampler must be simulated or live"},
     };
     for (const auto& c : cases) {
         const HostRun run = runHost(c.arguments);
