@@ -94,22 +94,6 @@ TEST(PlatkitArray, DestroyingOrReplacingReleasesOnceWithTheStoredFields) {
     EXPECT_EQ(g_arrayRelease.calls, 1) << "the vector-backed array has its own release function";
 }
 
-TEST(PlatkitOptional, EngagedValuesAreCopiedAndReleased) {
-    Platkit::Optional<Platkit::Focus::ImmersiveApp> none;
-    EXPECT_FALSE(none.has_value());
-    Platkit::Focus::ImmersiveApp app;
-    app.packageName = recordedText("com.example.game");
-    Platkit::Optional<Platkit::Focus::ImmersiveApp> some(std::move(app));
-    auto copy = some;
-    EXPECT_TRUE(copy.has_value());
-    EXPECT_STREQ(copy->packageName.data, "com.example.game");
-    copy = none;
-    EXPECT_FALSE(copy.has_value());
-    EXPECT_TRUE(g_released.empty()) << "the copy owned a copy of the text";
-    some = none;
-    EXPECT_EQ(g_released, std::vector<std::string>{"com.example.game"});
-}
-
 // Modules compiled elsewhere call through these slots and read these offsets.
 TEST(PlatkitInterfaces, VirtualOperationsKeepTheirSlots) {
     using Platkit::Focus::v5::ITopActivityListener;
