@@ -94,7 +94,7 @@ std::vector<uint64_t>& readingFor(std::unordered_map<Key, std::vector<uint64_t>>
 
 bool processFeatures(const FeaturePipeline& p, ProfileBuffer* buffer) {
     rotate(p.current, p.previous, p.currentTimestamp, p.previousTimestamp);
-    if (buffer == nullptr) return false;
+    if (buffer == nullptr) return false;  // hardening: no buffer to read
     const profilebuffer::View view = profilebuffer::viewOf(*buffer);
     const auto table = profilebuffer::sectionTable(view);
     if (!table) return false;
@@ -329,7 +329,7 @@ std::optional<FeatureStatsMap> CpuStats::generateFeatureIdsSnapshot() {
 bool CpuStats::processCpuSample(ProfileBuffer* buffer) {
     rotate(currentProcessSnapshot_, previousProcessSnapshot_, currentProcessSnapshotTimestamp,
            previousProcessSnapshotTimestamp);
-    if (buffer == nullptr) return false;
+    if (buffer == nullptr) return false;  // hardening: no buffer to read
     const profilebuffer::View view = profilebuffer::viewOf(*buffer);
     const auto table = profilebuffer::threadTable(view);
     if (!table) return false;

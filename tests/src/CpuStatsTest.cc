@@ -16,6 +16,7 @@
 #include "LogCapture.h"
 #include "ProfileBufferWriter.h"
 #include "SdkControl.h"
+#include "VtableSlot.h"
 #include "hostplatform/Properties.h"
 
 namespace {
@@ -92,6 +93,9 @@ protected:
 };
 
 TEST_F(CpuStatsTest, TheSessionIsConfiguredWithThePropertyPeriodOr2000) {
+    // The host calls it through the slot after sampleRate().
+    EXPECT_EQ(testing_support::slotOf(&CpuStats::getSamplingPeriodUs),
+              testing_support::slotOf(&Vistrel::Provider::sampleRate) + 1);
     EXPECT_EQ(cpu.getSamplingPeriodUs(), 2000u);
     hostplatform::setProperty("vistrel_instruction_sampler_sampling_period_us", "750");
     EXPECT_EQ(cpu.getSamplingPeriodUs(), 750u);
