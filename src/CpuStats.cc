@@ -83,6 +83,12 @@ void copyCounts(const uint8_t* counts, std::vector<uint64_t>& stored) {
     if (!stored.empty()) memcpy(stored.data(), counts, stored.size() * sizeof(uint64_t));
 }
 
+// counts[i], or 0 past the end. Hardening: readings and intervals kept from before an acquire
+// that reported more CPUs are shorter than numCpus_.
+inline uint64_t countAt(const std::vector<uint64_t>& counts, size_t i) {
+    return i < counts.size() ? counts[i] : 0;
+}
+
 template <typename Key>
 std::vector<uint64_t>& readingFor(std::unordered_map<Key, std::vector<uint64_t>>& reading, Key key) {
     auto it = reading.find(key);
@@ -116,7 +122,7 @@ bool appendFeatureIntervals(const FeaturePipeline& p) {
         const auto previous = p.previous->find(name);
         uint64_t delta = 0;
         for (size_t i = 0; i < counts.size(); ++i) {
-            delta += counts[i] - (previous == p.previous->end() ? 0 : previous->second[i]);
+            delta += counts[i] - (previous == p.previous->end() ? 0 : countAt(previous->second, i));
         }
         (*p.intervals)[name].emplace_back(delta, intervalMs);
     }
@@ -377,8 +383,9 @@ bool CpuStats::updateProcessInfoMap() {
         ProcessCpuUsage usage{std::vector<uint64_t>(numCpus_), intervalMs};
         for (int32_t i = 0; i < numCpus_; ++i) {
             // A thread new in this interval is credited with all its counts.
-            usage.delta[i] = counts[i] -
-                             (previous == previousProcessSnapshot_->end() ? 0 : previous->second[i]);
+            usage.delta[i] = counts[i] - (previous == previousProcessSnapshot_->end()
+                                                  ? 0
+                                                  : countAt(previous->second, i));
         }
         (*tidToInfoMap)[tid].push_back(std::move(usage));
     }
@@ -417,7 +424,7 @@ ProcessCpuStats CpuStats::buildProcessCpuStats(const std::vector<ProcessCpuUsage
         s.totalTimeMs += u.intervalMs;
         const double totalBefore = s.total;
         for (size_t i = 0; i < cpus; ++i) {
-            const double delta = static_cast<double>(u.delta[i]);
+            const double delta = static_cast<double>(countAt(u.delta, i));
             s.total += delta;
             const double rate = delta / u.intervalMs;
             if (rate > s.perCpuMaxRate[i]) s.perCpuMaxRate[i] = rate;

@@ -391,6 +391,28 @@ TEST_F(CpuStatsTest, ReadsStopAtTheEndOfTruncatedOrInconsistentBuffers) {
     EXPECT_TRUE(Vistrel::currentNamedFeatureBuffer_->empty());
 }
 
+// A later acquire may report more CPUs than the readings and intervals kept from before it:
+// those are read only as far as they go (run under AddressSanitizer).
+TEST_F(CpuStatsTest, ACpuCountThatGrowsBetweenAcquiresNeverReadsPastOlderReadings) {
+    acquire();
+    sim::sdk::setScriptedThreadNames({{1, "t"}});
+    serve({reading(240, {{1, {1, 1}}}, {features({{"f", {1, 1}}})}),
+           reading(250, {{1, {2, 2}}}, {features({{"f", {2, 2}}})})});
+    sampleAt(240);
+    sampleAt(250);  // one interval of two CPUs
+    ProfileDescription four = reading(260, {{1, {3, 3, 3, 3}}}, {features({{"f", {3, 3, 3, 3}}})});
+    four.cpuCount = 4;
+    serve({four, four});
+    ASSERT_TRUE(cpu.acquireResources([](auto&&...) {}, clock));
+    ASSERT_EQ(Vistrel::numCpus_, 4);
+    Vistrel::inLastMinute_ = true;
+    sampleAt(260);
+    ASSERT_TRUE(cpu.snapshot(clock, false));
+    // Interval 1: {1, 1} over 10 s; interval 2: {1, 1, 3, 3} against the two-CPU reading.
+    EXPECT_EQ(cpu.processStats->at("t").total, 10.0);
+    EXPECT_EQ(cpu.featureStats->at("f")[3], 20000.0);
+}
+
 TEST_F(CpuStatsTest, FeatureIntervalsWithoutPositiveLengthAndCreditsText) {
     acquire();
     Vistrel::currentNamedFeatureBuffer_ = std::make_unique<Vistrel::FeatureReading>();
