@@ -1,6 +1,7 @@
 // Writes the seeds of ProfileBufferFuzzer into the directory given as the only argument, laid
 // out by the profile-buffer writer: well-formed readings with cached and header fields, a decoy
-// section, repeated thread ids, more CPUs than the records hold, a truncated pair. Each seed
+// section, repeated thread ids, more CPUs than the records hold, a CPU count that grows between
+// the readings, a truncated pair. Each seed
 // stays within the kilobyte the target reads.
 //   build/fuzz/fuzz/MakeProfileBufferSeeds fuzz/corpus/ProfileBufferFuzzer
 #include <cstdio>
@@ -41,15 +42,22 @@ bool write(const std::string& dir, const std::string& name, const profilefuzz::I
     return fclose(out) == 0;
 }
 
-profilefuzz::Input pair(const ProfileDescription& a, const ProfileDescription& b, uint8_t cpus) {
+// `cpus` and `secondCpus`: numCpus_ for the first and the second reading.
+profilefuzz::Input pair(const ProfileDescription& a, const ProfileDescription& b, uint8_t cpus,
+                        uint8_t secondCpus) {
     const auto first = sim::sdk::writeProfileBuffer(a);
     const auto second = sim::sdk::writeProfileBuffer(b);
     return {first.cachedSectionOffset,
             first.cachedThreadTableOffset,
             first.cachedCpuCount,
             cpus,
+            secondCpus,
             first.bytes,
             second.bytes};
+}
+
+profilefuzz::Input pair(const ProfileDescription& a, const ProfileDescription& b, uint8_t cpus) {
+    return pair(a, b, cpus, cpus);
 }
 
 }  // namespace
@@ -66,6 +74,9 @@ int main(int argc, char** argv) {
     ok &= write(dir, "header-8cpu", eightCpus);
     ok &= write(dir, "more-cpus-than-records",
                 pair(headset(250, 2, true), headset(260, 2, true), 5));
+    // Uncached, so each reading is read with its own header's count.
+    ok &= write(dir, "cpus-grow-between-readings",
+                pair(headset(250, 2, false), headset(260, 4, false), 2, 4));
     auto truncated = pair(headset(250, 4, false), headset(260, 4, false), 4);
     truncated.second.resize(truncated.second.size() / 2);
     ok &= write(dir, "truncated-second", truncated);

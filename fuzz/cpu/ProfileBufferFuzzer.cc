@@ -1,6 +1,7 @@
 // CpuStats' parsing of profile buffers from arbitrary bytes and cached fields (the input layout
-// is in ProfileBufferInput.h): two readings go through processNamedFeatures, processFeatureIds
-// and processCpuSample in the last minute of a heartbeat period, then a snapshot reduces them.
+// is in ProfileBufferInput.h): two readings, each with its own acquire-time CPU count, go
+// through processNamedFeatures, processFeatureIds and processCpuSample in the last minute of a
+// heartbeat period, then a snapshot reduces them.
 // Each reading lies in a heap block of exactly its size, so AddressSanitizer reports any read
 // past its end. The sampler is an in-process stand-in that names some threads.
 #include <algorithm>
@@ -69,15 +70,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // add records that exercise the same code, at the cost of executions.
     profilefuzz::Input in;
     if (!profilefuzz::decode(data, std::min<size_t>(size, kMaxInputBytes), &in)) return 0;
-    Vistrel::numCpus_ = in.numCpus;
     Vistrel::inLastMinute_ = true;
+    Vistrel::numCpus_ = in.numCpus;
     parse(*cpu, in.first, in);
+    Vistrel::numCpus_ = in.numCpusSecond;
     parse(*cpu, in.second, in);
     ZeroClock clock;
     if (!cpu->snapshot(clock, false)) abort();  // the sampler is there, so it always succeeds
     if (cpu->processStats) {
         for (const auto& [name, stats] : *cpu->processStats) {
-            if (!(stats.total >= 1.0) || stats.perCpuMeanRate.size() != in.numCpus) abort();
+            if (!(stats.total >= 1.0) || stats.perCpuMeanRate.size() != in.numCpusSecond) abort();
         }
     }
     logcapture::clear();

@@ -1,8 +1,10 @@
 // The input of the profile-buffer fuzz target, shared with the program that writes its seeds:
 //   bytes 0..11   the ProfileBuffer's cached fields: first named section, thread table base,
 //                 CPU count (u32 each, little-endian; 0xFFFFFFFF = read the header)
-//   byte 12       the CPU count CpuStats took at acquire time (numCpus_)
-//   bytes 13..14  how many of the remaining bytes form the first reading (u16, little-endian,
+//   bytes 12, 13  the CPU count CpuStats took at acquire time (numCpus_) for the first and the
+//                 second reading (they differ when the sampler reported another count on a
+//                 later acquire)
+//   bytes 14..15  how many of the remaining bytes form the first reading (u16, little-endian,
 //                 capped at what remains); the rest is the second reading
 // Both readings use the same cached fields.
 #pragma once
@@ -13,13 +15,14 @@
 
 namespace profilefuzz {
 
-inline constexpr size_t kPrefixBytes = 15;
+inline constexpr size_t kPrefixBytes = 16;
 
 struct Input {
     uint32_t cachedSectionOffset;
     uint32_t cachedThreadTableOffset;
     uint32_t cachedCpuCount;
     uint8_t numCpus;
+    uint8_t numCpusSecond;
     std::vector<uint8_t> first;
     std::vector<uint8_t> second;
 };
@@ -30,8 +33,9 @@ inline std::vector<uint8_t> encode(const Input& in) {
     memcpy(&out[4], &in.cachedThreadTableOffset, 4);
     memcpy(&out[8], &in.cachedCpuCount, 4);
     out[12] = in.numCpus;
+    out[13] = in.numCpusSecond;
     const auto split = static_cast<uint16_t>(in.first.size());
-    memcpy(&out[13], &split, 2);
+    memcpy(&out[14], &split, 2);
     out.insert(out.end(), in.first.begin(), in.first.end());
     out.insert(out.end(), in.second.begin(), in.second.end());
     return out;
@@ -44,8 +48,9 @@ inline bool decode(const uint8_t* data, size_t size, Input* in) {
     memcpy(&in->cachedThreadTableOffset, data + 4, 4);
     memcpy(&in->cachedCpuCount, data + 8, 4);
     in->numCpus = data[12];
+    in->numCpusSecond = data[13];
     uint16_t split;
-    memcpy(&split, data + 13, 2);
+    memcpy(&split, data + 14, 2);
     const size_t rest = size - kPrefixBytes;
     const size_t firstBytes = split < rest ? split : rest;
     in->first.assign(data + kPrefixBytes, data + kPrefixBytes + firstBytes);
