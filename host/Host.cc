@@ -105,6 +105,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
             }
             if (fetched) output_.write(clock_.deviceNs(), name, "fetch", *fetched, name);
         }
+        if (hosted.snapshotAfter && hosted.snapshotAfter(*notification)) snapshotOne(index, false);
     }
     std::optional<std::chrono::milliseconds> period;
     {
@@ -212,6 +213,7 @@ bool Host::waitUntil(int64_t ns) {
 int Host::run(int64_t durationNs) {
     const int64_t startNs = clock_.deviceNs();
     acquireAll();
+    headset_.settle();  // first reports owed to listeners registered just now
     const int64_t endNs = clock_.deviceNs() + durationNs;
     int64_t nextSnapshotNs = clock_.deviceNs() + snapshotEveryNs_;
     std::vector<sim::HostEvent> nextEvents = headset_.nextEventsAfter(clock_.deviceNs());
@@ -222,10 +224,14 @@ int Host::run(int64_t durationNs) {
         int64_t next = std::min(endNs, nextSnapshotNs);
         if (!nextEvents.empty()) next = std::min(next, nextEvents.front().atNs);
         if (!hooks_.empty()) next = std::min(next, hooks_.front().atNs);
+        if (const auto change = headset_.nextSdkChangeAfter(clock_.deviceNs())) {
+            next = std::min(next, *change);
+        }
         for (const auto& due : nextSampleNs_) {
             if (due) next = std::min(next, *due);
         }
         if (!waitUntil(next)) continue;  // a push arrived first, or woke early: re-plan
+        headset_.settle();  // simulated threads push what they saw up to now before anything is due
 
         // Everything due at `next`, in a fixed order: host events, hooks, samples, snapshots.
         if (!nextEvents.empty() && nextEvents.front().atNs == next) {

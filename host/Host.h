@@ -6,8 +6,9 @@
 // snapshots every provider each `snapshotEveryNs` and prints the records, and finally releases
 // and destroys them. Pushes may arrive on any thread: they are queued and handled on the
 // driving thread; a forced push makes the host snapshot the pushing provider at once and print
-// its record. In simulated time the host lets the simulated HALs deliver the callbacks they
-// have sent before it handles pushes, so a push shows at the device time it was sent.
+// its record. The simulated headset's threads (the HALs' callback thread, the SDK modules'
+// threads) are let catch up whenever device time reaches the next instant and before pushes are
+// handled, so a push shows at the device time it was made and simulated runs are deterministic.
 //
 // Every call into a provider is a ProviderCall: the run summary counts the provider's samples,
 // notifications, pushes, snapshots and CPU time, and prints its table when the run ends.

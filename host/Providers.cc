@@ -2,15 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "BatteryStats.h"
 #include "BatteryStatsStates.h"
+#include "CpuStats.h"
 #include "ProcessMemoryStats.h"
 #include "StorageStats.h"
 #include "SwapWriteStats.h"
 #include "SystemMemoryStats.h"
 #include "SystemStateStats.h"
 #include "ThermalStats.h"
+#include "VrFocusProviderStats.h"
 #include "ZramStats.h"
 
 namespace host {
@@ -243,6 +246,74 @@ HostedProvider thermal(const ProviderOptions&) {
     return hosted;
 }
 
+// The foreground applications as of the snapshot the host takes on each "ForegroundAppsStats".
+HostedProvider vrFocus(const ProviderOptions&) {
+    using Vistrel::VrFocusProviderStats;
+    auto hosted = hostedWith<
+            VrFocusProviderStats>(std::make_unique<VrFocusProviderStats>(), [](VrFocusProviderStats&
+                                                                                       f) {
+        return json{{"foregroundApps", f.foregroundApps}, {"snapshotTimeNs", f.snapshotTimeNs}};
+    });
+    hosted.tracks = {};  // application names: its pushes mark the changes
+    return hosted;
+}
+
+json featureTable(const std::optional<Vistrel::FeatureStatsMap>& stats) {
+    if (!stats) return nullptr;
+    static const char* const kValues[] = {"meanRate",    "maxRate",        "minRate",
+                                          "totalTimeMs", "activeMeanRate", "activeMinRate",
+                                          "activeTimeMs"};
+    std::map<std::string, json> sorted;  // by name, so records read the same every run
+    for (const auto& [name, values] : *stats) {
+        json row = json::object();
+        for (size_t i = 0; i < values.size() && i < 7; ++i) row[kValues[i]] = values[i];
+        sorted[name] = row;
+    }
+    json table = json::object();
+    for (auto& [name, row] : sorted) table[name] = std::move(row);
+    return table;
+}
+
+// The names with the highest mean rates, and both feature tables; the host snapshots CpuStats
+// right after each "ProcessCpuHeartbeat" (and with every other provider).
+HostedProvider cpu(const ProviderOptions&) {
+    auto hosted = hostedWith<Vistrel::CpuStats>(
+            std::make_unique<Vistrel::CpuStats>(), [](Vistrel::CpuStats& c) {
+                constexpr size_t kShown = 5;
+                json top = nullptr;
+                if (c.processStats) {
+                    std::vector<const std::pair<const std::string, Vistrel::ProcessCpuStats>*> all;
+                    for (const auto& entry : *c.processStats) all.push_back(&entry);
+                    const size_t shown = std::min(kShown, all.size());
+                    std::partial_sort(all.begin(), all.begin() + shown, all.end(),
+                                      [](const auto* a, const auto* b) {
+                                          return a->second.meanRate > b->second.meanRate ||
+                                                 (a->second.meanRate == b->second.meanRate &&
+                                                  a->first < b->first);
+                                      });
+                    top = json::array();
+                    for (size_t i = 0; i < shown; ++i) {
+                        const auto& [name, s] = *all[i];
+                        top.push_back(json{{"name", name},
+                                           {"meanRate", s.meanRate},
+                                           {"maxRate", s.maxRate},
+                                           {"minRate", s.minRate},
+                                           {"total", s.total},
+                                           {"totalTimeMs", s.totalTimeMs}});
+                    }
+                }
+                return json{{"names", c.processStats ? json(c.processStats->size()) : json()},
+                            {"topByMeanRate", top},
+                            {"features", featureTable(c.featureStats)},
+                            {"featureIds", featureTable(c.featureIdStats)}};
+            });
+    hosted.snapshotAfter = [](const Vistrel::Notification& n) {
+        return n.name == "ProcessCpuHeartbeat";
+    };
+    hosted.tracks = {"names", "topByMeanRate/*/meanRate", "features/*/meanRate"};
+    return hosted;
+}
+
 struct Entry {
     const char* name;
     HostedProvider (*make)(const ProviderOptions&);
@@ -258,6 +329,9 @@ const Entry kProviders[] = {
         {"SwapWriteStats", swapWrite},
         {"StorageStats", storage},
         {"ThermalStats", thermal},
+        // Collectors of the SDK modules (sim/sdk)
+        {"VrFocusProviderStats", vrFocus},
+        {"CpuStats", cpu},
 };
 
 }  // namespace

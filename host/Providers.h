@@ -36,6 +36,9 @@ struct HostedProvider {
     // Test hooks the host can call by name at a scripted device time, on the driving thread
     // (for example ThermalStats' "fireThrottlingNotification").
     std::map<std::string, std::function<void()>> hooks;
+    // Whether the host snapshots the provider (and prints its record) right after routing one of
+    // its own notifications, e.g. CpuStats' "ProcessCpuHeartbeat"; empty: never.
+    std::function<bool(const Vistrel::Notification&)> snapshotAfter;
 };
 
 // Every provider the host knows, by class name, in the order the host drives them.

@@ -117,4 +117,41 @@ std::optional<sim::InteractiveScript> parseInteractiveScript(const std::string& 
     return sim::InteractiveScript(std::move(phases));
 }
 
+std::optional<sim::sdk::FocusScript> parseFocusScript(const std::string& text, std::string* error) {
+    auto fail = [&](const std::string& why) -> std::optional<sim::sdk::FocusScript> {
+        if (error) *error = why;
+        return std::nullopt;
+    };
+    std::vector<sim::sdk::FocusScript::Phase> phases;
+    std::stringstream in(text);
+    std::string item;
+    int64_t cycle = 0;
+    while (std::getline(in, item, ';')) {
+        item = trim(item);
+        const size_t space = item.find_first_of(" \t");
+        if (space == std::string::npos) {
+            return fail("phase '" + item + "' is not '<duration> <app>[,<app>...]|none'");
+        }
+        const auto ns = parseDuration(item.substr(0, space));
+        if (!ns) return fail("bad duration '" + item.substr(0, space) + "' in focus script");
+        if (cycle > INT64_MAX - *ns) return fail("focus script is too long");
+        cycle += *ns;
+        std::vector<std::string> apps;
+        const std::string list = trim(item.substr(space));
+        if (list != "none") {
+            std::stringstream names(list);
+            for (std::string app; std::getline(names, app, ',');) {
+                app = trim(app);
+                if (app.empty() || app.find_first_of(" \t") != std::string::npos) {
+                    return fail("bad application list '" + list + "' in focus script");
+                }
+                apps.push_back(app);
+            }
+        }
+        phases.push_back({*ns, std::move(apps)});
+    }
+    if (phases.empty()) return fail("focus script has no phases");
+    return sim::sdk::FocusScript(std::move(phases));
+}
+
 }  // namespace host

@@ -25,4 +25,9 @@ std::optional<int64_t> parseByteCount(const std::string& text);
 std::optional<sim::InteractiveScript> parseInteractiveScript(const std::string& text,
                                                              std::string* error);
 
+// A cyclic focus script such as "10m com.halden.shell; 25m com.a.game; 5m com.b.dialog,com.a.game;
+// 5m none": semicolon-separated "<duration> <app>[,<app>...]" phases listing the foreground
+// applications top first, or "none". Empty with the reason in `error` on bad text.
+std::optional<sim::sdk::FocusScript> parseFocusScript(const std::string& text, std::string* error);
+
 }  // namespace host

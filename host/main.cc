@@ -9,6 +9,7 @@
 // providers do not accept) print a message and exit with status 2.
 #include <android/log.h>
 
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,6 +37,11 @@ namespace {
 constexpr const char kDefaultSimulate[] = "4h";
 constexpr const char kPropertyEnvPrefix[] = "VISTREL_PROP_";
 constexpr const char kDefaultInteractiveScript[] = "40m on, 20m off";
+constexpr const char kDefaultFocusScript[] =
+        "10m com.halden.shell; 25m com.northpeak.starfall; 10m com.halden.media; "
+        "5m com.halden.systemui.dialog,com.halden.media; "
+        "5m com.northpeak.starfall,com.halden.passthrough; 5m com.halden.shell";
+constexpr const char kSdkDirEnv[] = "VISTREL_SDK_DIR";
 
 struct Options {
     std::string simulate;
@@ -49,7 +55,10 @@ struct Options {
     int64_t donBits = 1;  // wide, so that out-of-range values get the range message
     int64_t donStates = 60;
     std::string donPeriod = "1m";
-    std::string logLevel = "info";
+    std::string logLevel = "debug";
+    std::string sdkDir;
+    std::string sampler;
+    std::string focus = kDefaultFocusScript;
     std::string dataTotal;
     std::string dataAvailable;
     // Thermal HAL of the simulated headset, and scripted throttling notifications.
@@ -91,6 +100,29 @@ std::optional<std::string> applyProperty(const std::string& assignment) {
     return std::nullopt;
 }
 
+// The SDK modules are found by bare name through the loader's library search path, which glibc
+// reads only at start-up: the host re-executes itself once with `dir` first on LD_LIBRARY_PATH.
+// Returns only when the path already starts with `dir`, or when re-executing failed.
+void searchSdkModulesIn(const std::string& dir, char** argv) {
+    const char* current = getenv("LD_LIBRARY_PATH");
+    const std::string path = current == nullptr ? "" : current;
+    if (path == dir || path.rfind(dir + ":", 0) == 0) return;
+    setenv("LD_LIBRARY_PATH", (path.empty() ? dir : dir + ":" + path).c_str(), 1);
+    execv("/proc/self/exe", argv);
+    std::cerr << "vistrel-host: cannot re-execute with the SDK module directory " << dir << ": "
+              << strerror(errno) << "\n";
+}
+
+std::optional<std::string> absoluteDirectory(const std::string& dir) {
+    char resolved[PATH_MAX];
+    struct stat info {};
+    if (realpath(dir.c_str(), resolved) == nullptr || stat(resolved, &info) != 0 ||
+        !S_ISDIR(info.st_mode)) {
+        return std::nullopt;
+    }
+    return std::string(resolved);
+}
+
 std::vector<std::string> splitList(const std::string& text) {
     std::vector<std::string> items;
     std::stringstream in(text);
@@ -126,7 +158,8 @@ int main(int argc, char** argv) {
     app.add_option("--don-states", o.donStates, "SystemStateStats states per batch (default 60)");
     app.add_option("--don-period", o.donPeriod, "SystemStateStats sampling period (default 1m)");
     app.add_option("--log-level", o.logLevel,
-                   "Lowest library log priority shown: verbose, debug, info, warn, error, silent");
+                   "Lowest library log priority shown: verbose, debug (default, shows the SDK "
+                   "loader), info, warn, error, silent");
     app.add_option("--data-total", o.dataTotal,
                    "Size of the simulated headset's /data, e.g. 64G (default 128G)");
     app.add_option("--data-available", o.dataAvailable,
@@ -141,6 +174,18 @@ int main(int argc, char** argv) {
     app.add_option("--fire-throttling", o.fireThrottling,
                    "Call ThermalStats' fireThrottlingNotification at this device time, e.g. 30m "
                    "(repeatable)");
+    app.add_option("--sdk-dir", o.sdkDir,
+                   "Directory of the SDK modules libplatkit.halden.so and libinstsamp.halden.so "
+                   "(default: $" +
+                           std::string(kSdkDirEnv) + ", else the build's own modules)");
+    app.add_option("--focus", o.focus,
+                   "Cyclic focus script of the simulated headset: \"<duration> <app>[,<app>...]\" "
+                   "phases (top first, or none) separated by ';' (default \"" +
+                           std::string(kDefaultFocusScript) + "\")");
+    app.add_option("--sampler", o.sampler,
+                   "What the simulated instruction sampler serves: simulated (headset-like "
+                   "threads; default with --simulate) or live (this process and machine; "
+                   "default with --real)");
     app.add_option("--battery", o.battery,
                    "Health HAL: sim (the simulated battery, default) or sysfs (the "
                    "/sys/class/power_supply tree under --root, or the workstation's own)")
@@ -188,6 +233,25 @@ int main(int argc, char** argv) {
     std::string scriptError;
     const auto script = host::parseInteractiveScript(o.interactive, &scriptError);
     if (!script) return usageError(scriptError);
+    const auto focus = host::parseFocusScript(o.focus, &scriptError);
+    if (!focus) return usageError(scriptError);
+    if (o.sampler.empty()) o.sampler = realTime ? "live" : "simulated";
+    if (o.sampler != "simulated" && o.sampler != "live") {
+        return usageError("--sampler must be simulated or live, not '" + o.sampler + "'");
+    }
+
+    if (o.sdkDir.empty()) {
+        const char* fromEnv = getenv(kSdkDirEnv);
+        o.sdkDir = fromEnv != nullptr && *fromEnv != '\0' ? fromEnv : VISTREL_DEFAULT_SDK_DIR;
+    }
+    const auto sdkDir = absoluteDirectory(o.sdkDir);
+    if (!sdkDir || sdkDir->find(':') != std::string::npos) {
+        return usageError("SDK module directory '" + o.sdkDir + "' is not a usable directory");
+    }
+    searchSdkModulesIn(*sdkDir, argv);
+
+    // The simulated configuration reports foreground applications unless told otherwise.
+    hostplatform::setProperty("enable_fg_apps_cpu_events", "true");
 
     for (char** env = environ; *env != nullptr; ++env) {
         if (strncmp(*env, kPropertyEnvPrefix, strlen(kPropertyEnvPrefix)) != 0) continue;
@@ -228,6 +292,9 @@ int main(int argc, char** argv) {
 
     sim::HeadsetConfig config;
     config.interactive = *script;
+    config.focus = *focus;
+    config.sampler =
+            o.sampler == "live" ? sim::sdk::SamplerMode::Live : sim::sdk::SamplerMode::Simulated;
     for (const auto& [text, figure] : {std::pair{&o.dataTotal, &config.data.totalBytes},
                                        std::pair{&o.dataAvailable, &config.data.availableBytes}}) {
         if (text->empty()) continue;

@@ -69,20 +69,31 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     }
     thermal_->registerAsService("default");
     installTriggerService();
+    sdk::setDeviceTime(now_);
+    sdk::setFocusScript(config_.focus);
+    sdk::setInteractiveSource([script = config_.interactive](int64_t ns) { return script.at(ns); });
+    sdk::setSamplerMode(config_.sampler);
 }
 
 void Headset::settle() {
+    sdk::settle();
     hostplatform::waitForOnewayTransactions();
 }
 
 Headset::~Headset() {
-    settle();
+    hostplatform::waitForOnewayTransactions();  // no callback may outlive the HAL it came from
     hostplatform::removeService<android::hardware::thermal::V2_0::IThermal>("default");
     hostplatform::removeService<android::hardware::thermal::V1_0::IThermal>("default");
+    sdk::setInteractiveSource(nullptr);
+    sdk::resetDeviceTime();
     removeTriggerService();
     hostplatform::removeService<android::hardware::health::V2_1::IHealth>("default");
     hostplatform::removeService<android::hardware::health::V2_0::IHealth>("default");
     hostplatform::resetInteractiveSource();
+}
+
+std::optional<int64_t> Headset::nextSdkChangeAfter(int64_t deviceNs) const {
+    return config_.focus.nextChangeAfter(deviceNs);
 }
 
 std::vector<HostEvent> Headset::nextEventsAfter(int64_t deviceNs) const {

@@ -15,6 +15,7 @@
 #include "DataPartition.h"
 #include "SimHealth.h"
 #include "SimThermal.h"
+#include "sdk/SdkControl.h"
 
 namespace sim {
 
@@ -64,6 +65,10 @@ struct HeadsetConfig {
     // or the thermal sysfs tree under the file-system root.
     enum class ThermalBackend { Simulated, Sysfs } thermalBackend = ThermalBackend::Simulated;
     ThermalScript thermal = ThermalScript::defaults();
+    // The SDK modules (sim/sdk): foreground applications over device time, and what the
+    // instruction sampler serves.
+    sdk::FocusScript focus = sdk::FocusScript::defaults();
+    sdk::SamplerMode sampler = sdk::SamplerMode::Simulated;
 };
 
 class Headset {
@@ -77,13 +82,17 @@ public:
     // coincide; none when nothing more happens).
     std::vector<HostEvent> nextEventsAfter(int64_t deviceNs) const;
 
+    // The first instant after `deviceNs` at which an SDK module has news (a focus change).
+    std::optional<int64_t> nextSdkChangeAfter(int64_t deviceNs) const;
+
     const HeadsetConfig& config() const { return config_; }
     // The simulated battery; null with the sysfs battery.
     SimHealth* health() { return health_.get(); }
     ThermalHal& thermal() { return *thermal_; }
 
-    // Waits until every callback the simulated HALs have sent so far (one-way calls on the
-    // hardware-binder thread) has been delivered.
+    // Lets the simulated threads catch up with the device time now: the SDK modules' threads make
+    // the reports they owe for what happened up to now, and every callback the simulated HALs have
+    // sent so far (one-way calls on the hardware-binder thread) is delivered before this returns.
     void settle();
 
 private:

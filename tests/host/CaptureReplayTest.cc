@@ -64,7 +64,7 @@ TEST(CaptureReplay, EveryProviderRunsOnTheCapturedHeadset) {
         if (line["event"] == "acquire") acquired[line["source"]] = line;
         if (line["event"] == "record") last[line["source"]] = line;
         if (line["event"] == "log") {
-            EXPECT_EQ(line["priority"], "I") << line.dump();
+            EXPECT_NE(line["priority"], "E") << line.dump();
         }
     }
     for (const auto& [provider, line] : acquired) {

@@ -18,6 +18,13 @@ constexpr int64_t kMinuteNs = INT64_C(60000000000);
 using testing_support::HostRun;
 using testing_support::runHost;
 
+size_t occurrences(const std::string& text, const std::string& needle) {
+    size_t n = 0;
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
+        ++n;
+    return n;
+}
+
 TEST(HostEndToEnd, DonStateBatchesArriveOnTheirCadence) {
     const HostRun run = runHost(
             "--simulate 3h --json --providers SystemStateStats --don-states 60 --don-period 1m "
@@ -162,6 +169,86 @@ TEST(HostEndToEnd, ProcessMemoryRunReportsEveryScan) {
                                             "rss_anon_plus_swap_kib:10239", "memtrack_pss_kib:512",
                                             "threshold_units:RSS_anon_plus_swap_plus_memtrack_KB"};
     EXPECT_THAT(reports, ::testing::UnorderedElementsAre(over, under, over, under));
+}
+
+// The focus collector through the real module loader: the default module directory, then an
+// empty one.
+TEST(HostEndToEnd, ForegroundAppPushesAreAnsweredWithSnapshotsOfTheScriptedLists) {
+    const HostRun run =
+            runHost("--simulate 50m --json --providers VrFocusProviderStats --focus "
+                    "'10m com.a.shell; 20m com.b.game; 10m com.c.dialog,com.b.game; 20m none'");
+    ASSERT_EQ(run.status, 0) << run.output;
+    int loadingLines = 0;
+    std::vector<std::pair<int64_t, std::string>> records;
+    int64_t lastPushNs = -1;
+    for (const auto& line : run.lines) {
+        if (line["event"] == "log" && line["source"] == "PlatkitLoader") {
+            EXPECT_EQ(line["priority"], "D");
+            EXPECT_EQ(line["text"], "Platkit loading module 'libplatkit.halden.so'");
+            ++loadingLines;
+        }
+        if (line["event"] == "push (force)") {
+            EXPECT_EQ(line["name"], "ForegroundAppsStats");
+            EXPECT_EQ(line["detail"], "ForegroundApps snapshot");
+            lastPushNs = line["t_ns"];
+        }
+        if (line["event"] == "record" && line["t_ns"] == lastPushNs) {
+            records.emplace_back(line["t_ns"].get<int64_t>() / kMinuteNs, line["foregroundApps"]);
+            EXPECT_EQ(line["snapshotTimeNs"], lastPushNs);
+        }
+    }
+    EXPECT_EQ(loadingLines, 1);
+    EXPECT_EQ(records,
+              (std::vector<std::pair<int64_t, std::string>>{{0, "com.a.shell,"},
+                                                            {10, "com.b.game,"},
+                                                            {30, "com.c.dialog,com.b.game,"},
+                                                            {40, ""}}));
+}
+
+TEST(HostEndToEnd, AnEmptyModuleDirectoryIsReportedOnceAndTheCollectorFails) {
+    const HostRun run = runHost("--simulate 10m --providers VrFocusProviderStats --sdk-dir " +
+                                std::string(VISTREL_SDK_MODULE_ROOT) + "/empty");
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_EQ(occurrences(run.output, "Platkit module 'libplatkit.halden.so' not found"), 1u);
+    EXPECT_EQ(occurrences(run.output, "Could not connect to VR Focus Manager"), 1u);
+    EXPECT_THAT(run.output, ::testing::HasSubstr("acquire       ok=false"));
+}
+
+// CpuStats through the real sampler module in its simulated mode: a heartbeat every five
+// minutes, each followed by the statistics of the minute before it.
+TEST(HostEndToEnd, CpuHeartbeatsAreFollowedByPerNameAndPerFeatureStatistics) {
+    const HostRun run = runHost("--simulate 11m --json --providers CpuStats");
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::vector<int64_t> heartbeats;
+    std::vector<json> records;
+    for (const auto& line : run.lines) {
+        if (line["event"] == "notification") {
+            EXPECT_EQ(line["name"], "ProcessCpuHeartbeat");
+            EXPECT_EQ(line["detail"], "300.000000 seconds");
+            heartbeats.push_back(line["t_ns"].get<int64_t>() / kMinuteNs);
+        }
+        if (line["event"] == "record") records.push_back(line);
+        if (line["event"] == "log") {
+            EXPECT_EQ(line["text"], "Platkit loading module 'libinstsamp.halden.so'");
+        }
+    }
+    EXPECT_EQ(heartbeats, (std::vector<int64_t>{5, 10}));
+    ASSERT_EQ(records.size(), 2u) << "one snapshot right after each heartbeat";
+    for (const json& record : records) {
+        // The headset is interactive: the game's main thread leads; the two "binder:system"
+        // threads make one name.
+        EXPECT_EQ(record["names"], 8);
+        EXPECT_EQ(record["topByMeanRate"][0]["name"], "GameMain");
+        EXPECT_EQ(record["topByMeanRate"][0]["totalTimeMs"], 60000.0)
+                << "six 10 s intervals, 250 s to 300 s of the period";
+        std::vector<std::string> features;
+        for (const auto& [name, row] : record["features"].items()) features.push_back(name);
+        EXPECT_EQ(features,
+                  (std::vector<std::string>{"audio", "input", "passthrough", "render", "tracking"}))
+                << "the decoy section features.100 is never read";
+        EXPECT_NEAR(record["features"]["render"]["meanRate"].get<double>(), 0.3, 0.001);
+        EXPECT_EQ(record["featureIds"].size(), 4u);
+    }
 }
 
 }  // namespace

@@ -21,9 +21,25 @@ struct HostRun {
     std::vector<nlohmann::json> lines;  // the lines of the output that are JSON objects
 };
 
+// The SDK module directory the host puts first on LD_LIBRARY_PATH: the --sdk-dir argument, else
+// the build's own modules.
+inline std::string sdkDirectoryOf(const std::string& arguments) {
+    const std::string option = "--sdk-dir ";
+    const size_t at = arguments.find(option);
+    if (at == std::string::npos) return VISTREL_SDK_MODULE_ROOT "/default";
+    const size_t start = at + option.size();
+    return arguments.substr(start, arguments.find(' ', start) - start);
+}
+
 inline HostRun runHost(const std::string& arguments) {
     HostRun run;
-    const std::string command = commandToRun(VISTREL_HOST_BINARY) + " " + arguments + " 2>&1";
+    // Natively the host re-executes itself with its SDK module directory on LD_LIBRARY_PATH; an
+    // emulated host cannot (the emulator does not follow an execve of an arm64 program), so the
+    // directory is put there before it starts.
+    const std::string environment =
+            commandToRun("").empty() ? "" : "LD_LIBRARY_PATH=" + sdkDirectoryOf(arguments) + " ";
+    const std::string command =
+            environment + commandToRun(VISTREL_HOST_BINARY) + " " + arguments + " 2>&1";
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return run;
     char chunk[4096];

@@ -1,0 +1,68 @@
+// What the simulated instruction sampler (libinstsamp.halden.so) serves outside scripted mode.
+// Module-internal.
+//
+// SimulatedHeadset: the threads a headset would report, whose CPU use follows the simulated
+// headset's interactive state over device time: "compositor", "RenderThread", "GameMain" (only
+// while interactive, a new thread each time), "AudioOut", "SensorFusion", "system_server", two
+// threads both called "binder:system", and a "BgWorker" whose thread id changes every two minutes
+// (threads come and go). Samples accrue at busy fraction x 1e6 / sampling period per second of
+// device time, spread over each thread's CPUs (8 CPUs). Sections, in this order: "features.100" (a
+// decoy the collector must not take for "features"), "features" (render, tracking, audio,
+// passthrough, input) and "feature-ids" (100, 101, 205, 310).
+//
+// LiveProcess: this process on this machine, an approximation for --real runs on a workstation.
+// Threads are the entries of /proc/self/task; each reading credits the utime + stime ticks a
+// thread gained since the previous reading to the CPU it last ran on (field 39 of its stat), so
+// per-CPU counts are cumulative but a thread that moved between readings has all of the
+// interval's ticks on its latest CPU. Names come from each thread's comm. The "features" section
+// holds, per CPU, the /proc/stat time of each mode (user, nice, system, idle, iowait, irq,
+// softirq, in ticks) and "feature-ids" the same counts keyed by the mode's index ("0".."6").
+// Counts are clock ticks, not samples, so rates read as ticks per millisecond.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ProfileBufferWriter.h"
+
+namespace sim::sdk {
+
+class SimulatedHeadset {
+public:
+    // `samplingPeriodUs` of the session (0 counts as the SDK's default of 5000).
+    SimulatedHeadset(uint32_t samplingPeriodUs, int64_t startNs);
+    Reading next();
+    // The name of a thread of the latest reading, or "" when it has none.
+    std::string threadName(int32_t tid) const;
+
+private:
+    struct Accrual {
+        std::vector<double> perCpu;
+    };
+    void accrue(Accrual& a, const std::vector<int>& cpus, double busy, double seconds) const;
+
+    double samplesPerBusySecond_;
+    int64_t lastNs_;
+    bool wasInteractive_ = false;
+    int32_t sessions_ = 0;                     // interactive periods begun so far
+    std::map<int32_t, std::string> names_;     // threads of the latest reading
+    std::map<int32_t, Accrual> threads_;       // cumulative, by thread id
+    std::map<std::string, Accrual> features_;  // cumulative, "section/entry"
+};
+
+class LiveProcess {
+public:
+    Reading next();
+    std::string threadName(int32_t tid) const;
+
+private:
+    struct Thread {
+        uint64_t lastTicks = 0;
+        std::vector<uint64_t> perCpu;
+    };
+    std::map<int32_t, Thread> threads_;
+};
+
+}  // namespace sim::sdk

@@ -1,0 +1,107 @@
+#include "VrFocusProviderStats.h"
+
+#include <memory>
+
+#include "ProviderSupport.h"
+#include "SharedOsServicesProperties.sysprop.h"
+
+namespace Vistrel {
+namespace {
+
+using Platkit::Focus::v5::IVrFocusManager;
+
+// Process-wide: the property check of the latest acquire, the focus manager (released at
+// library unload by its static destructor) and the registered listener (deleted only after a
+// successful unregistration, since the SDK may still call it otherwise).
+bool g_fgAppsEnabled = false;
+std::shared_ptr<IVrFocusManager> g_vrFocusManager;
+VrTopActivityListener* g_topActivityListener = nullptr;
+
+}  // namespace
+
+VrTopActivityListener::VrTopActivityListener(NotificationRouter router)
+    : router(std::move(router)) {}
+
+VrTopActivityListener::~VrTopActivityListener() = default;
+
+void VrTopActivityListener::onTopActivityChanged(Platkit::String,
+                                                 Platkit::Optional<Platkit::Focus::ImmersiveApp>) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!g_vrFocusManager) return;
+    std::vector<std::string> previous;
+    // The module's array, released through its own release function when this call returns.
+    Platkit::Array<Platkit::String> current = g_vrFocusManager->getForegroundApps();
+    previous = std::move(apps);
+    apps.clear();
+    if (previous.empty() && current.size() == 0) return;
+    for (const Platkit::String& app : current) apps.emplace_back(app.c_str());
+    // Same entries in the same order, compared byte for byte.
+    if (previous != apps) {
+        logInfo("VrTopActivityListener, onTopActivityChanged force sample");
+        router("ForegroundAppsStats", "ForegroundApps snapshot", true);
+    }
+}
+
+std::vector<std::string> VrTopActivityListener::getForegroundApps() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return apps;
+}
+
+const char* VrFocusProviderStats::name() const {
+    return "VrFocusProviderStats";
+}
+
+bool VrFocusProviderStats::acquireResources(NotificationRouter router, IClockReader&) {
+    const std::optional<bool> enabled =
+            halden::sysprop::SharedOsServicesProperties::enable_fg_apps_cpu_events();
+    g_fgAppsEnabled = enabled.value_or(false);
+    if (!g_fgAppsEnabled) {
+        foregroundApps = "NOT_ENABLED";
+        return true;
+    }
+    g_vrFocusManager = Platkit::Focus::v5::createVrFocusManagerPtr();
+    if (!g_vrFocusManager) {
+        logError("Could not connect to VR Focus Manager");
+        return false;
+    }
+    g_topActivityListener = new VrTopActivityListener(std::move(router));
+    if (!g_vrFocusManager->registerTopActivityListener(g_topActivityListener)) {
+        logError("Failed to register listener");
+        return false;
+    }
+    return true;
+}
+
+bool VrFocusProviderStats::releaseResources() {
+    if (!g_fgAppsEnabled) return true;
+    if (g_vrFocusManager && g_topActivityListener != nullptr) {
+        if (!g_vrFocusManager->unregisterTopActivityListener(g_topActivityListener)) {
+            logError("Failed to unregister listener");
+            g_vrFocusManager.reset();
+            return false;
+        }
+        delete g_topActivityListener;
+        g_topActivityListener = nullptr;
+    }
+    g_vrFocusManager.reset();
+    return true;
+}
+
+bool VrFocusProviderStats::snapshot(IClockReader& clock, bool force) {
+    if (!g_fgAppsEnabled) return true;
+    if (force) sample(clock);
+    if (!g_vrFocusManager) {
+        logError("VrFocusProviderStats: g_vrFocusManager is null");
+        return false;
+    }
+    foregroundApps.clear();
+    for (const std::string& app : g_topActivityListener->getForegroundApps()) {
+        logInfo("VrFocusProviderStats: snapshot ForegroundApps: %s", app.c_str());
+        foregroundApps += app;
+        foregroundApps += ",";
+    }
+    snapshotTimeNs = clock.nowNs();
+    return true;
+}
+
+}  // namespace Vistrel

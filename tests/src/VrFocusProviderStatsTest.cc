@@ -1,0 +1,236 @@
+// VrFocusProviderStats against the simulated focus manager module (found through
+// LD_LIBRARY_PATH, set by CTest to the default module directory). The test moves device time
+// and settles the module, whose thread then reports the focus script's changes.
+#include "VrFocusProviderStats.h"
+
+#include <android/log.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "FakeClock.h"
+#include "LogCapture.h"
+#include "SdkControl.h"
+#include "hostplatform/Properties.h"
+
+namespace {
+
+using Vistrel::VrFocusProviderStats;
+using Vistrel::VrTopActivityListener;
+
+constexpr int64_t kPhaseNs = 10000000000;  // 10 s of device time per script phase
+constexpr char kForceLine[] = "VrTopActivityListener, onTopActivityChanged force sample";
+
+// Records pushes; `token` shows whether a listener still holds a copy of the router.
+struct Pushes {
+    std::mutex mutex;
+    std::vector<std::string> seen;
+    std::shared_ptr<int> token = std::make_shared<int>(0);
+
+    Vistrel::NotificationRouter router() {
+        return [this, token = token](const std::string& name, const std::string& detail,
+                                     bool force) {
+            std::lock_guard<std::mutex> lock(mutex);
+            seen.push_back(name + "/" + detail + (force ? "/force" : ""));
+        };
+    }
+    size_t count() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return seen.size();
+    }
+};
+
+class VrFocusTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        sim::sdk::setDeviceTime([this] { return deviceNs.load(); });
+        sim::sdk::setFocusScript(sim::sdk::FocusScript(
+                {{kPhaseNs, {}}, {kPhaseNs, {"a", "b"}}, {kPhaseNs, {"b", "a"}}, {kPhaseNs, {}}}));
+    }
+    void TearDown() override { sim::sdk::resetDeviceTime(); }
+
+    // Moves device time into script phase `phase` and lets the module report.
+    void enterPhase(int phase) {
+        deviceNs = phase * kPhaseNs;
+        sim::sdk::settle();
+    }
+    static void enable() { hostplatform::setProperty("enable_fg_apps_cpu_events", "true"); }
+    static void setHooks(bool sim::sdk::Hooks::*hook) {
+        sim::sdk::Hooks hooks;
+        if (hook != nullptr) hooks.*hook = true;
+        sim::sdk::setHooks(hooks);
+    }
+    static size_t logged(int priority, const std::string& text) {
+        return logcapture::count(priority, "Vistrel", text);
+    }
+
+    std::atomic<int64_t> deviceNs{0};
+    testing_support::FakeClock clock;
+    Pushes pushes;
+};
+
+TEST_F(VrFocusTest, PropertyUnsetOrFalseMeansNotEnabledAndNothingLoaded) {
+    for (const char* value : {static_cast<const char*>(nullptr), "false"}) {
+        if (value != nullptr) hostplatform::setProperty("enable_fg_apps_cpu_events", value);
+        VrFocusProviderStats focus;
+        EXPECT_TRUE(focus.acquireResources(pushes.router(), clock));
+        EXPECT_EQ(focus.foregroundApps, "NOT_ENABLED");
+        clock.now = 77;
+        EXPECT_TRUE(focus.snapshot(clock, true));
+        EXPECT_EQ(focus.foregroundApps, "NOT_ENABLED");
+        EXPECT_EQ(focus.snapshotTimeNs, 0);
+        EXPECT_TRUE(focus.releaseResources());
+        EXPECT_FALSE(focus.sampleRate().has_value());
+    }
+    EXPECT_TRUE(logcapture::entries().empty()) << "the SDK module is never loaded";
+}
+
+TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas) {
+    enable();
+    VrFocusProviderStats focus;
+    ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
+    enterPhase(0);
+    EXPECT_EQ(pushes.count(), 0u) << "an empty first report is not a change";
+
+    enterPhase(1);
+    ASSERT_EQ(pushes.count(), 1u);
+    EXPECT_EQ(pushes.seen[0], "ForegroundAppsStats/ForegroundApps snapshot/force");
+    clock.now = 123;
+    ASSERT_TRUE(focus.snapshot(clock, false));
+    EXPECT_EQ(focus.foregroundApps, "a,b,");
+    EXPECT_EQ(focus.snapshotTimeNs, 123);
+    EXPECT_EQ(logged(ANDROID_LOG_INFO, "VrFocusProviderStats: snapshot ForegroundApps: a"), 1u);
+    EXPECT_EQ(logged(ANDROID_LOG_INFO, "VrFocusProviderStats: snapshot ForegroundApps: b"), 1u);
+
+    enterPhase(2);  // the same applications in another order
+    EXPECT_EQ(pushes.count(), 2u);
+    enterPhase(3);  // nothing in front after something
+    EXPECT_EQ(pushes.count(), 3u);
+    EXPECT_EQ(logged(ANDROID_LOG_INFO, kForceLine), 3u);
+    ASSERT_TRUE(focus.snapshot(clock, false));
+    EXPECT_EQ(focus.foregroundApps, "");
+
+    const void* listenerToken = pushes.token.get();
+    EXPECT_EQ(pushes.token.use_count(), 2) << "the listener holds a copy of the router";
+    EXPECT_TRUE(focus.releaseResources());
+    EXPECT_EQ(pushes.token.use_count(), 1) << "the listener is deleted after unregistering";
+    const auto seen = sim::sdk::observations();
+    ASSERT_EQ(seen.destroyCalls.size(), 1u);
+    EXPECT_EQ(seen.destroyCalls[0].version, 5);
+    EXPECT_EQ(seen.registeredListeners, 0);
+    EXPECT_EQ(seen.outstandingAllocations, 0) << "every array and string went back to the module";
+    EXPECT_NE(listenerToken, nullptr);
+}
+
+// Reports that repeat the list do not push; order matters. Drives a second listener directly,
+// reading the process-wide manager that acquireResources() created.
+TEST_F(VrFocusTest, OnlyAListThatDiffersInContentOrOrderIsPushed) {
+    enable();
+    VrFocusProviderStats focus;
+    ASSERT_TRUE(focus.acquireResources([](auto&&...) {}, clock));
+    Pushes direct;
+    VrTopActivityListener listener(direct.router());
+    const auto report = [&](int phase) {
+        deviceNs = phase * kPhaseNs;
+        sim::sdk::settle();  // the manager's own view follows the script
+        listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
+    };
+    report(0);
+    EXPECT_EQ(direct.count(), 0u);
+    report(1);
+    report(1);
+    EXPECT_EQ(direct.count(), 1u) << "the same list in the same order again";
+    EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"a", "b"}));
+    report(2);
+    EXPECT_EQ(direct.count(), 2u);
+    EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"b", "a"}));
+    report(3);
+    report(3);
+    EXPECT_EQ(direct.count(), 3u);
+    EXPECT_TRUE(listener.getForegroundApps().empty());
+    EXPECT_TRUE(focus.releaseResources());
+}
+
+class SampleCounting : public VrFocusProviderStats {
+public:
+    std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
+        ++samples;
+        return VrFocusProviderStats::sample(clock);
+    }
+    int samples = 0;
+};
+
+TEST_F(VrFocusTest, ForceSamplesThroughTheVirtualInterfaceAndAMissingManagerFailsTheSnapshot) {
+    enable();
+    setHooks(&sim::sdk::Hooks::createReturnsNull);
+    SampleCounting focus;
+    EXPECT_FALSE(focus.acquireResources(pushes.router(), clock));
+    EXPECT_EQ(logged(ANDROID_LOG_ERROR, "Could not connect to VR Focus Manager"), 1u);
+    focus.foregroundApps = "kept";
+    EXPECT_FALSE(focus.snapshot(clock, true));
+    EXPECT_EQ(focus.samples, 1);
+    EXPECT_EQ(focus.foregroundApps, "kept");
+    EXPECT_EQ(logged(ANDROID_LOG_ERROR, "VrFocusProviderStats: g_vrFocusManager is null"), 1u);
+    EXPECT_FALSE(focus.snapshot(clock, false));
+    EXPECT_EQ(focus.samples, 1);
+    EXPECT_TRUE(focus.releaseResources());
+}
+
+TEST_F(VrFocusTest, ARefusedRegistrationKeepsTheManager) {
+    enable();
+    setHooks(&sim::sdk::Hooks::refuseRegistration);
+    VrFocusProviderStats focus;
+    EXPECT_FALSE(focus.acquireResources(pushes.router(), clock));
+    EXPECT_EQ(logged(ANDROID_LOG_ERROR, "Failed to register listener"), 1u);
+    EXPECT_TRUE(focus.snapshot(clock, false)) << "the manager is kept";
+    EXPECT_EQ(focus.foregroundApps, "");
+    EXPECT_TRUE(sim::sdk::observations().destroyCalls.empty());
+    setHooks(nullptr);
+    EXPECT_FALSE(focus.releaseResources()) << "the manager does not know the listener";
+    EXPECT_EQ(sim::sdk::observations().destroyCalls.size(), 1u);
+}
+
+TEST_F(VrFocusTest, ARefusedUnregistrationReleasesTheManagerAndLeaksTheListener) {
+    enable();
+    VrFocusProviderStats focus;
+    ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
+    enterPhase(1);
+    ASSERT_EQ(pushes.count(), 1u);
+    setHooks(&sim::sdk::Hooks::refuseUnregistration);
+    EXPECT_FALSE(focus.releaseResources());
+    EXPECT_EQ(logged(ANDROID_LOG_ERROR, "Failed to unregister listener"), 1u);
+    EXPECT_EQ(sim::sdk::observations().destroyCalls.size(), 1u) << "the manager is released";
+    EXPECT_EQ(pushes.token.use_count(), 2) << "the listener (with its router) stays alive";
+    EXPECT_FALSE(focus.snapshot(clock, false));
+    EXPECT_EQ(logged(ANDROID_LOG_ERROR, "VrFocusProviderStats: g_vrFocusManager is null"), 1u);
+}
+
+// The module's thread reports changes while the host thread snapshots (run under
+// ThreadSanitizer).
+TEST_F(VrFocusTest, ConcurrentReportsAndSnapshots) {
+    enable();
+    VrFocusProviderStats focus;
+    ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
+    std::atomic<bool> snapshotting{false};
+    std::atomic<bool> done{false};
+    std::thread driver([&] {
+        while (!snapshotting) std::this_thread::yield();
+        for (int phase = 1; phase <= 200; ++phase) enterPhase(phase);
+        done = true;
+    });
+    snapshotting = true;
+    do {
+        EXPECT_TRUE(focus.snapshot(clock, true));
+        const std::string& apps = focus.foregroundApps;
+        EXPECT_TRUE(apps.empty() || apps == "a,b," || apps == "b,a,") << apps;
+    } while (!done);
+    driver.join();
+    EXPECT_TRUE(focus.releaseResources());
+    EXPECT_EQ(pushes.count(), 150u) << "every phase but the repeated empty one at the cycle start";
+}
+
+}  // namespace
