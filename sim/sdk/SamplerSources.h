@@ -5,10 +5,11 @@
 // headset's interactive state over device time: "compositor", "RenderThread", "GameMain" (only
 // while interactive, a new thread each time), "AudioOut", "SensorFusion", "system_server", two
 // threads both called "binder:system", and a "BgWorker" whose thread id changes every two minutes
-// (threads come and go). Samples accrue at busy fraction x 1e6 / sampling period per second of
-// device time, spread over each thread's CPUs (8 CPUs). Sections, in this order: "features.100" (a
-// decoy the collector must not take for "features"), "features" (render, tracking, audio,
-// passthrough, input) and "feature-ids" (100, 101, 205, 310).
+// (threads come and go; ids are reused after 64 threads of a kind, as the kernel reuses them).
+// Samples accrue at busy fraction x 1e6 / sampling period per second of device time, spread over
+// each thread's CPUs (8 CPUs). Sections, in this order: "features.100" (a decoy the collector must
+// not take for "features"), "features" (render, tracking, audio, passthrough, input) and
+// "feature-ids" (100, 101, 205, 310).
 //
 // LiveProcess: this process on this machine, an approximation for --real runs on a workstation.
 // Threads are the entries of /proc/self/task; each reading credits the utime + stime ticks a

@@ -7,6 +7,9 @@ namespace {
 
 constexpr uint8_t kCpus = 8;
 constexpr int64_t kWorkerLifeNs = INT64_C(120000000000);
+// Thread ids come back after this many threads of a kind, as the kernel reuses them, so that the
+// ids a long run sees (and the collector's map of them) stay bounded.
+constexpr int32_t kReusedIds = 64;
 
 struct SimThread {
     int32_t tid;
@@ -90,18 +93,22 @@ Reading SimulatedHeadset::next() {
     names_.clear();
     for (const SimThread& t : headsetThreads()) {
         if (!interactive && t.busyIdle < 0) continue;
-        const int32_t tid = t.busyIdle < 0 ? t.tid + 10 * sessions_ : t.tid;
+        const int32_t tid = t.busyIdle < 0 ? t.tid + 10 * (sessions_ % kReusedIds) : t.tid;
         Accrual& a = threads_[tid];
         accrue(a, t.cpus, interactive ? t.busyInteractive : t.busyIdle, seconds);
         d.threads.push_back({tid, wholeCounts(a.perCpu)});
         names_[tid] = t.name;
     }
     // A background worker that is replaced by a new thread every two minutes.
-    const auto worker = static_cast<int32_t>(5000 + now / kWorkerLifeNs);
+    const auto worker = static_cast<int32_t>(5000 + now / kWorkerLifeNs % kReusedIds);
     Accrual& w = threads_[worker];
     accrue(w, {1}, 0.05, seconds);
     d.threads.push_back({worker, wholeCounts(w.perCpu)});
     names_[worker] = "BgWorker";
+    // Ended threads are forgotten: a reused id starts a new thread's counts.
+    for (auto it = threads_.begin(); it != threads_.end();) {
+        it = names_.count(it->first) ? std::next(it) : threads_.erase(it);
+    }
 
     for (const SimFeature& f : headsetFeatures()) {
         const std::string key = std::string(f.section) + "/" + f.name;
