@@ -58,19 +58,22 @@ TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
             {"ThermalHeartbeat", 2 * kMinuteNs}, {"SystemMemoryInfo", 5 * kMinuteNs},
             {"ZramHeartbeat", 15 * kMinuteNs},   {"ProcessMemoryInfo", 15 * kMinuteNs},
             {"SwapHeartbeat", kHourNs},          {"StorageHeartbeat", kHourNs},
-            {"SystemStateStats", kHourNs},
+            {"SystemStateStats", kHourNs},       {"ProcessCpuHeartbeat", 5 * kMinuteNs},
     };
     std::map<std::string, std::vector<int64_t>> lastDay;  // notification times, by name
     for (const auto& [name, period] : periods) lastDay[name].reserve(kDayNs / period + 1);
     std::vector<Checkpoint> checkpoints;
     checkpoints.reserve(kDays);
+    std::vector<std::string> refused;  // providers that could not acquire their resources
 
     FILE* sink = fopen("/dev/null", "w");
     ASSERT_NE(sink, nullptr);
     {
         host::HostClock clock(host::HostClock::Mode::Simulated);
         host::Output output(sink, false);
-        output.observe([&lastDay, &periods](const host::Line& line) {
+        output.observe([&lastDay, &periods, &refused](const host::Line& line) {
+            if (line.event == "acquire" && line.fields["ok"] != true)
+                refused.push_back(line.source);
             if (line.event != "notification" || line.deviceNs <= (kDays - 1) * kDayNs) return;
             const std::string name = line.fields["name"];
             if (periods.count(name)) lastDay[name].push_back(line.deviceNs);
@@ -88,6 +91,7 @@ TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
     }
     fclose(sink);
 
+    EXPECT_TRUE(refused.empty()) << refused.front() << " did not acquire";
     ASSERT_EQ(checkpoints.size(), static_cast<size_t>(kDays));
     const Checkpoint& first = checkpoints.front();
     EXPECT_LE(static_cast<int64_t>(checkpoints.back().heap) - static_cast<int64_t>(first.heap),
