@@ -6,8 +6,11 @@
 // baseline beside it is the whole run on the same thread (host, simulated headset, providers).
 //
 // Two conditions: this machine's processes as they are, and about 700 processes (idle children
-// are spawned), the count of a headset, which is what the process memory scan costs with.
+// are spawned), the count of a headset, which is what the process memory scan costs with. The
+// program puts the build's simulated SDK modules on the library search path and re-executes
+// itself, as the host does, and enables the foreground-application reports as the host does.
 #include <android/log.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <map>
@@ -19,6 +22,7 @@
 #include "Host.h"
 #include "TimelineLog.h"
 #include "TriggerReports.h"
+#include "hostplatform/Properties.h"
 
 namespace {
 
@@ -50,6 +54,7 @@ void runHostOnce(Costs& costs) {
     double total = 0;
     g_order.clear();
     for (const auto& row : host.summary().rows()) {
+        if (row.calls == 0) continue;  // the row of log lines made on other threads
         const double ms = host::msPerDeviceHour(row.cpuNs, kRunHours * kHourNs);
         costs.providerMsPerHour[row.provider].push_back(ms);
         g_order.push_back(row.provider);
@@ -99,6 +104,13 @@ void printCosts(const std::string& condition, const Costs& costs) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    const char* path = getenv("LD_LIBRARY_PATH");
+    const std::string modules = VISTREL_DEFAULT_SDK_DIR;
+    if (path == nullptr || std::string(path).rfind(modules, 0) != 0) {
+        setenv("LD_LIBRARY_PATH", (modules + (path ? ":" + std::string(path) : "")).c_str(), 1);
+        execv("/proc/self/exe", argv);  // the loader reads the path only at start-up
+    }
+    hostplatform::setProperty("enable_fg_apps_cpu_events", "true");
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RegisterBenchmark("SelfCost/this machine", selfCost, "this machine", 0)

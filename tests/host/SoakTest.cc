@@ -16,6 +16,7 @@
 #include "Host.h"
 #include "LogCapture.h"
 #include "hostplatform/FsRoot.h"
+#include "hostplatform/Properties.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 // The sanitizer runtime's allocator statistics (g++ ships no header for them).
@@ -54,6 +55,7 @@ struct Checkpoint {
 
 TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
     hostplatform::setFsRoot(std::string(VISTREL_SOURCE_DIR) + "/tests/data/headset-capture");
+    hostplatform::setProperty("enable_fg_apps_cpu_events", "true");  // as the host does
     const std::map<std::string, int64_t> periods = {
             {"ThermalHeartbeat", 2 * kMinuteNs}, {"SystemMemoryInfo", 5 * kMinuteNs},
             {"ZramHeartbeat", 15 * kMinuteNs},   {"ProcessMemoryInfo", 15 * kMinuteNs},
