@@ -63,13 +63,21 @@ const Named<BatteryCapacityLevel> kCapacityLevels[] = {
         {"High", BatteryCapacityLevel::HIGH},       {"Full", BatteryCapacityLevel::FULL},
 };
 
+// The first line of `text` without trailing blanks.
+std::string_view firstLine(std::string_view text) {
+    text = text.substr(0, text.find('\n'));
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
 // The value named by the first line of `text`, or `otherwise`.
 template <typename Value, size_t N>
 Value lookUp(const Named<Value> (&table)[N], std::string_view text, Value otherwise) {
-    const auto name = sysfs::parseName(text);
-    if (!name) return otherwise;
+    const std::string_view name = firstLine(text);
     for (const auto& entry : table) {
-        if (*name == entry.text) return entry.value;
+        if (name == entry.text) return entry.value;
     }
     return otherwise;
 }
@@ -79,15 +87,14 @@ class Battery {
 public:
     explicit Battery(const std::vector<const SupplyFiles*>& batteries) : batteries_(batteries) {}
 
-    const std::string* text(const char* attribute) const {
+    const std::string* text(Attribute attribute) const {
         for (const SupplyFiles* files : batteries_) {
-            const auto found = files->find(attribute);
-            if (found != files->end()) return &found->second;
+            if ((*files)[attribute]) return &*(*files)[attribute];
         }
         return nullptr;
     }
     // The attribute as a number clamped to 32 bits; empty when absent or not a number.
-    std::optional<int32_t> number(const char* attribute) const {
+    std::optional<int32_t> number(Attribute attribute) const {
         const std::string* value = text(attribute);
         const auto parsed = value ? sysfs::parseInteger(*value) : std::nullopt;
         if (!parsed) return std::nullopt;
@@ -101,13 +108,13 @@ private:
 };
 
 bool startsOnline(const SupplyFiles& files) {
-    const auto online = files.find("online");
-    return online != files.end() && !online->second.empty() && online->second[0] != '0';
+    const auto& online = files[kOnline];
+    return online && !online->empty() && (*online)[0] != '0';
 }
 
-int32_t numberIn(const SupplyFiles& files, const char* attribute) {
-    const auto found = files.find(attribute);
-    const auto parsed = found != files.end() ? sysfs::parseInteger(found->second) : std::nullopt;
+int32_t numberIn(const SupplyFiles& files, Attribute attribute) {
+    const auto& text = files[attribute];
+    const auto parsed = text ? sysfs::parseInteger(*text) : std::nullopt;
     return static_cast<int32_t>(
             std::clamp<int64_t>(parsed.value_or(0), 0, std::numeric_limits<int32_t>::max()));
 }
@@ -130,16 +137,13 @@ BatteryCapacityLevel capacityLevelOf(std::string_view text) {
     return lookUp(kCapacityLevels, text, BatteryCapacityLevel::UNSUPPORTED);
 }
 
-const std::vector<std::string>& attributeNames() {
-    static const std::vector<std::string> names = {
-            "type",           "online",         "present",     "status",
-            "health",         "capacity",       "current_now", "current_avg",
-            "voltage_now",    "charge_counter", "charge_full", "charge_full_design",
-            "cycle_count",    "temp",           "technology",  "time_to_full_now",
-            "capacity_level", "max_current",    "max_voltage",
-    };
-    return names;
-}
+const char* const kAttributeFiles[kAttributeCount] = {
+        "type",           "online",         "present",     "status",
+        "health",         "capacity",       "current_now", "current_avg",
+        "voltage_now",    "charge_counter", "charge_full", "charge_full_design",
+        "cycle_count",    "temp",           "technology",  "time_to_full_now",
+        "capacity_level", "max_current",    "max_voltage",
+};
 
 HealthReading readingOf(const std::vector<SupplyFiles>& supplies) {
     HealthReading reading;
@@ -152,9 +156,8 @@ HealthReading readingOf(const std::vector<SupplyFiles>& supplies) {
 
     std::vector<const SupplyFiles*> batteries;
     for (const SupplyFiles& files : supplies) {
-        const auto type = files.find("type");
-        if (type == files.end()) continue;
-        const SupplyType kind = supplyTypeOf(type->second);
+        if (!files[kType]) continue;
+        const SupplyType kind = supplyTypeOf(*files[kType]);
         if (kind == SupplyType::Battery) batteries.push_back(&files);
         if (kind == SupplyType::Battery || kind == SupplyType::Unknown || !startsOnline(files)) {
             continue;
@@ -163,41 +166,39 @@ HealthReading readingOf(const std::vector<SupplyFiles>& supplies) {
         legacy.chargerUsbOnline |= kind == SupplyType::Usb;
         legacy.chargerWirelessOnline |= kind == SupplyType::Wireless;
         legacy.maxChargingCurrent =
-                std::max(legacy.maxChargingCurrent, numberIn(files, "max_current"));
+                std::max(legacy.maxChargingCurrent, numberIn(files, kMaxCurrent));
         legacy.maxChargingVoltage =
-                std::max(legacy.maxChargingVoltage, numberIn(files, "max_voltage"));
+                std::max(legacy.maxChargingVoltage, numberIn(files, kMaxVoltage));
     }
 
     const Battery battery(batteries);
-    if (const std::string* present = battery.text("present")) {
+    if (const std::string* present = battery.text(kPresent)) {
         legacy.batteryPresent = !present->empty() && (*present)[0] != '0';
     } else {
         legacy.batteryPresent = battery.any();
     }
-    if (const std::string* status = battery.text("status"))
-        legacy.batteryStatus = statusOf(*status);
-    if (const std::string* health = battery.text("health"))
-        legacy.batteryHealth = healthOf(*health);
-    if (const std::string* level = battery.text("capacity_level")) {
+    if (const std::string* status = battery.text(kStatus)) legacy.batteryStatus = statusOf(*status);
+    if (const std::string* health = battery.text(kHealth)) legacy.batteryHealth = healthOf(*health);
+    if (const std::string* level = battery.text(kCapacityLevel)) {
         info.batteryCapacityLevel = capacityLevelOf(*level);
     }
-    if (const std::string* technology = battery.text("technology")) {
+    if (const std::string* technology = battery.text(kTechnology)) {
         legacy.batteryTechnology = sysfs::parseName(*technology).value_or("");
     }
-    reading.capacityPercent = battery.number("capacity");
-    reading.currentNowUa = battery.number("current_now");
-    reading.currentAverageUa = battery.number("current_avg");
-    reading.chargeCounterUah = battery.number("charge_counter");
+    reading.capacityPercent = battery.number(kCapacity);
+    reading.currentNowUa = battery.number(kCurrentNow);
+    reading.currentAverageUa = battery.number(kCurrentAvg);
+    reading.chargeCounterUah = battery.number(kChargeCounter);
     legacy.batteryLevel = reading.capacityPercent.value_or(0);
     legacy.batteryCurrent = reading.currentNowUa.value_or(0);
     legacy.batteryChargeCounter = reading.chargeCounterUah.value_or(0);
-    legacy.batteryVoltage = battery.number("voltage_now").value_or(0) / 1000;
-    legacy.batteryTemperature = battery.number("temp").value_or(0);
-    legacy.batteryCycleCount = battery.number("cycle_count").value_or(0);
-    legacy.batteryFullCharge = battery.number("charge_full").value_or(0);
+    legacy.batteryVoltage = battery.number(kVoltageNow).value_or(0) / 1000;
+    legacy.batteryTemperature = battery.number(kTemp).value_or(0);
+    legacy.batteryCycleCount = battery.number(kCycleCount).value_or(0);
+    legacy.batteryFullCharge = battery.number(kChargeFull).value_or(0);
     info.legacy.batteryCurrentAverage = reading.currentAverageUa.value_or(0);
-    info.batteryFullChargeDesignCapacityUah = battery.number("charge_full_design").value_or(0);
-    if (const auto toFull = battery.text("time_to_full_now")) {
+    info.batteryFullChargeDesignCapacityUah = battery.number(kChargeFullDesign).value_or(0);
+    if (const auto toFull = battery.text(kTimeToFullNow)) {
         if (const auto seconds = sysfs::parseInteger(*toFull)) {
             info.batteryChargeTimeToFullNowSeconds = *seconds;
         }
@@ -225,10 +226,9 @@ std::vector<powersupply::SupplyFiles> readSupplies() {
     std::vector<powersupply::SupplyFiles> supplies;
     for (const auto& name : names) {
         powersupply::SupplyFiles files;
-        for (const auto& attribute : powersupply::attributeNames()) {
-            auto text = sysfs::readSmallFile(std::string(kPowerSupplyClass) + "/" + name + "/" +
-                                             attribute);
-            if (text) files.emplace(attribute, std::move(*text));
+        for (size_t i = 0; i < powersupply::kAttributeCount; ++i) {
+            files[i] = sysfs::readSmallFile(std::string(kPowerSupplyClass) + "/" + name + "/" +
+                                            powersupply::kAttributeFiles[i]);
         }
         supplies.push_back(std::move(files));
     }

@@ -39,7 +39,7 @@
 // outside the tables are UNKNOWN (Warm and Cool count as GOOD, Hot as OVERHEAT).
 #pragma once
 
-#include <map>
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -60,15 +60,37 @@ android::hardware::health::V1_0::BatteryStatus statusOf(std::string_view text);
 android::hardware::health::V1_0::BatteryHealth healthOf(std::string_view text);
 android::hardware::health::V2_1::BatteryCapacityLevel capacityLevelOf(std::string_view text);
 
-// The attribute texts of one supply directory, by file name; a file that could not be read is
-// absent.
-using SupplyFiles = std::map<std::string, std::string>;
+// The files read from every supply directory, in the order of kAttributeFiles.
+enum Attribute : size_t {
+    kType,
+    kOnline,
+    kPresent,
+    kStatus,
+    kHealth,
+    kCapacity,
+    kCurrentNow,
+    kCurrentAvg,
+    kVoltageNow,
+    kChargeCounter,
+    kChargeFull,
+    kChargeFullDesign,
+    kCycleCount,
+    kTemp,
+    kTechnology,
+    kTimeToFullNow,
+    kCapacityLevel,
+    kMaxCurrent,
+    kMaxVoltage,
+    kAttributeCount,
+};
+extern const char* const kAttributeFiles[kAttributeCount];
+
+// The texts of one supply directory's files, by Attribute; empty for a file that could not be
+// read.
+using SupplyFiles = std::array<std::optional<std::string>, kAttributeCount>;
 
 // The health daemon's reading of these supplies (in name order).
 HealthReading readingOf(const std::vector<SupplyFiles>& supplies);
-
-// The file names read from every supply directory.
-const std::vector<std::string>& attributeNames();
 
 }  // namespace powersupply
 

@@ -1,8 +1,9 @@
 // The power-supply sysfs health HAL's reading of supply attributes, on arbitrary bytes. Input
 // (parts joined by 0x01 bytes, see memory/FuzzInput.h): the attribute texts of one supply after
-// another, in the order of powersupply::attributeNames(); the last supply may stop early, so
-// its remaining files are absent. The files themselves are only read in one bounded call, so the
-// parsing is fuzzed in memory.
+// another (at most four), in the order of powersupply::kAttributeFiles; the last supply may stop
+// early, so its remaining files are absent. The files themselves are only read in one bounded call,
+// so the parsing is fuzzed in memory.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -12,24 +13,28 @@
 namespace {
 
 namespace powersupply = sim::powersupply;
+
+// More supplies add nothing the first few do not reach (each attribute comes from the first
+// battery that has it; chargers are independent), and only make every run longer.
+constexpr size_t kMaxSupplies = 4;
 using android::hardware::health::V1_0::BatteryStatus;
 
 bool online(const powersupply::SupplyFiles& files, powersupply::SupplyType type) {
-    const auto kind = files.find("type");
-    const auto state = files.find("online");
-    return kind != files.end() && powersupply::supplyTypeOf(kind->second) == type &&
-           state != files.end() && !state->second.empty() && state->second[0] != '0';
+    const auto& kind = files[powersupply::kType];
+    const auto& state = files[powersupply::kOnline];
+    return kind && powersupply::supplyTypeOf(*kind) == type && state && !state->empty() &&
+           (*state)[0] != '0';
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto parts = memfuzz::split(data, size);
-    const auto& names = powersupply::attributeNames();
     std::vector<powersupply::SupplyFiles> supplies;
-    for (size_t i = 0; i < parts.size(); ++i) {
-        if (i % names.size() == 0) supplies.emplace_back();
-        supplies.back().emplace(names[i % names.size()], std::string(parts[i]));
+    const size_t used = std::min(parts.size(), kMaxSupplies * powersupply::kAttributeCount);
+    for (size_t i = 0; i < used; ++i) {
+        if (i % powersupply::kAttributeCount == 0) supplies.emplace_back();
+        supplies.back()[i % powersupply::kAttributeCount] = std::string(parts[i]);
     }
 
     const sim::HealthReading reading = powersupply::readingOf(supplies);

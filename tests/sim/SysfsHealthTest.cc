@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "FixtureTree.h"
 
 namespace {
@@ -13,9 +15,23 @@ using android::hardware::health::V1_0::BatteryStatus;
 using android::hardware::health::V2_0::Result;
 using android::hardware::health::V2_1::BatteryCapacityLevel;
 using android::hardware::health::V2_1::HealthInfo;
-using sim::powersupply::readingOf;
-using Supply = sim::powersupply::SupplyFiles;
+using sim::powersupply::SupplyFiles;
 using testing_support::FixtureTree;
+
+// A supply's files by name, e.g. {{"type", "USB\n"}, {"online", "1\n"}}.
+SupplyFiles supply(std::initializer_list<std::pair<std::string_view, const char*>> files) {
+    SupplyFiles texts;
+    for (const auto& [name, text] : files) {
+        const auto* const* file = std::find(std::begin(sim::powersupply::kAttributeFiles),
+                                            std::end(sim::powersupply::kAttributeFiles), name);
+        texts[file - std::begin(sim::powersupply::kAttributeFiles)] = text;
+    }
+    return texts;
+}
+
+sim::HealthReading readingOf(std::initializer_list<SupplyFiles> supplies) {
+    return sim::powersupply::readingOf(supplies);
+}
 
 HealthInfo infoOf(sim::SysfsHealth& hal) {
     HealthInfo info{};
@@ -70,38 +86,37 @@ TEST(SysfsHealth, WithoutPowerSuppliesAnswersDefaultsAndNotSupported) {
 }
 
 TEST(SysfsHealth, ChargersComeFromTheOnlineOfTheirType) {
-    const auto chargers = [](std::vector<Supply> supplies) {
-        const auto& b = readingOf(supplies).info.legacy.legacy;
+    const auto chargers = [](const SupplyFiles& files) {
+        const auto& b = readingOf({files}).info.legacy.legacy;
         return std::make_tuple(b.chargerAcOnline, b.chargerUsbOnline, b.chargerWirelessOnline);
     };
     using T = std::tuple<bool, bool, bool>;
-    EXPECT_EQ(chargers({{{"type", "Mains\n"}, {"online", "1\n"}}}), T(true, false, false));
-    EXPECT_EQ(chargers({{{"type", "USB_PD\n"}, {"online", "1"}}}), T(true, false, false));
-    EXPECT_EQ(chargers({{{"type", "USB\n"}, {"online", "2\n"}}}), T(false, true, false));
-    EXPECT_EQ(chargers({{{"type", "Wireless\n"}, {"online", "1\n"}}}), T(false, false, true));
-    EXPECT_EQ(chargers({{{"type", "USB\n"}, {"online", "0\n"}}}), T(false, false, false));
-    EXPECT_EQ(chargers({{{"type", "USB\n"}}}), T(false, false, false)) << "no online file";
-    EXPECT_EQ(chargers({{{"type", "USB\n"}, {"online", ""}}}), T(false, false, false));
-    EXPECT_EQ(chargers({{{"type", "BMS\n"}, {"online", "1\n"}}}), T(false, false, false));
-    EXPECT_EQ(chargers({{{"online", "1\n"}}}), T(false, false, false)) << "no type file";
+    EXPECT_EQ(chargers(supply({{"type", "Mains\n"}, {"online", "1\n"}})), T(true, false, false));
+    EXPECT_EQ(chargers(supply({{"type", "USB_PD\n"}, {"online", "1"}})), T(true, false, false));
+    EXPECT_EQ(chargers(supply({{"type", "USB\n"}, {"online", "2\n"}})), T(false, true, false));
+    EXPECT_EQ(chargers(supply({{"type", "Wireless\n"}, {"online", "1\n"}})), T(false, false, true));
+    EXPECT_EQ(chargers(supply({{"type", "USB\n"}, {"online", "0\n"}})), T(false, false, false));
+    EXPECT_EQ(chargers(supply({{"type", "USB\n"}})), T(false, false, false)) << "no online file";
+    EXPECT_EQ(chargers(supply({{"type", "USB\n"}, {"online", ""}})), T(false, false, false));
+    EXPECT_EQ(chargers(supply({{"type", "BMS\n"}, {"online", "1\n"}})), T(false, false, false));
+    EXPECT_EQ(chargers(supply({{"online", "1\n"}})), T(false, false, false)) << "no type file";
 }
 
 TEST(SysfsHealth, BatteryAttributesKeepSignsAndUnitsAndRefuseBadNumbers) {
-    const std::vector<Supply> supplies = {
-            {{"type", "Battery\n"},
-             {"current_now", "-412000\n"},
-             {"voltage_now", "3871999\n"},
-             {"temp", "-52\n"},
-             {"charge_counter", "99999999999\n"},
-             {"capacity", "6x\n"},
-             {"status", "Not charging\n"},
-             {"health", "Warm\n"}},
-            {{"type", "Battery\n"},
-             {"capacity", "40\n"},
-             {"status", "Full\n"},
-             {"charge_full", "3000"}},
-    };
-    const sim::HealthReading r = readingOf(supplies);
+    const sim::HealthReading r = readingOf({
+            supply({{"type", "Battery\n"},
+                    {"current_now", "-412000\n"},
+                    {"voltage_now", "3871999\n"},
+                    {"temp", "-52\n"},
+                    {"charge_counter", "99999999999\n"},
+                    {"capacity", "6x\n"},
+                    {"status", "Not charging\n"},
+                    {"health", "Warm\n"}}),
+            supply({{"type", "Battery\n"},
+                    {"capacity", "40\n"},
+                    {"status", "Full\n"},
+                    {"charge_full", "3000"}}),
+    });
     const auto& b = r.info.legacy.legacy;
     EXPECT_EQ(r.currentNowUa, -412000) << "discharging stays negative";
     EXPECT_EQ(b.batteryCurrent, -412000);
@@ -114,7 +129,7 @@ TEST(SysfsHealth, BatteryAttributesKeepSignsAndUnitsAndRefuseBadNumbers) {
     EXPECT_EQ(b.batteryFullCharge, 3000) << "from the second battery, the first has none";
     EXPECT_EQ(b.batteryHealth, BatteryHealth::GOOD) << "Warm counts as GOOD";
     EXPECT_FALSE(r.currentAverageUa.has_value());
-    EXPECT_EQ(readingOf({{{"type", "Battery"}, {"status", "Exploding\n"}}})
+    EXPECT_EQ(readingOf({supply({{"type", "Battery"}, {"status", "Exploding\n"}})})
                       .info.legacy.legacy.batteryStatus,
               BatteryStatus::UNKNOWN);
 }
