@@ -358,10 +358,8 @@ bool CpuStats::updateTidToNameMap(std::vector<int32_t>& ids) {
     Platkit::Array<int32_t> request(std::move(ids));
     Platkit::Array<ThreadInfo> result = instructionSampler_->getThreadInfo(request);
     tidMap = std::make_unique<std::unordered_map<int32_t, ThreadInfo>>();
-    // Hardening: an array or name without data (from a faulty module) counts as no names.
-    const uint64_t returned = result.data == nullptr ? 0 : result.count;
-    for (uint64_t i = 0; i < returned; ++i) {
-        const ThreadInfo& info = result.data[i];
+    // Hardening: a name without data (from a faulty module) counts as no name.
+    for (const ThreadInfo& info : result) {
         if (info.name.length == 0 || info.name.data == nullptr) continue;
         Platkit::String name = copyName(info.name);
         ThreadInfo& entry = (*tidMap)[info.tid];

@@ -32,6 +32,8 @@ using Platkit::InstructionSampler::v4::ProfileBuffer;
 
 inline constexpr uint64_t kHeaderBytes = 64;
 inline constexpr uint32_t kNotCached = ProfileBuffer::kNotCached;
+// Bytes of counts a thread table may make its reader copy, per byte of buffer.
+inline constexpr uint64_t kCopyBudgetPerByte = 16;
 
 // What the reader uses of a ProfileBuffer.
 struct View {
@@ -86,6 +88,25 @@ inline double timestampSeconds(const View& v) {
     return static_cast<double>(u64At(v.data + 48)) / 1e6;
 }
 
+// Hardening: records or entries overlap when the buffer lists fewer CPUs than the caller copies
+// per record; a read stops once it has copied 16 times the buffer's size, so such a buffer
+// cannot make a reading huge. A well-formed buffer never copies more than its own size.
+class CopyBudget {
+public:
+    explicit CopyBudget(const View& v)
+        : left(v.size > UINT64_MAX / kCopyBudgetPerByte ? UINT64_MAX : kCopyBudgetPerByte * v.size) {
+    }
+    // False once `bytes` more would pass the budget. `bytes` fit in the buffer, so no overflow.
+    bool take(uint64_t bytes) {
+        if (bytes > left) return false;
+        left -= bytes;
+        return true;
+    }
+
+private:
+    uint64_t left;
+};
+
 struct ThreadTable {
     uint64_t firstRecord;
     uint64_t stride;
@@ -112,8 +133,10 @@ void forEachThreadRecord(const View& v, const ThreadTable& table, int32_t copied
                          OnRecord&& onRecord) {
     // Hardening: a record is also abandoned when the counts the caller copies would pass the end.
     const uint64_t needed = std::max(table.stride, 4 + countBytes(copiedCpus));
+    CopyBudget budget(v);
     uint64_t at = table.firstRecord;
     for (uint32_t i = 0; i < table.records && fits(v, at, needed); ++i, at += table.stride) {
+        if (!budget.take(countBytes(copiedCpus))) return;
         onRecord(i32At(v.data + at), v.data + at + 4);
     }
 }
@@ -165,8 +188,10 @@ void forEachEntry(const View& v, const Section& section, int32_t copiedCpus, OnE
     const uint64_t stride = 32 + 8 * section.cpus;
     // Hardening: also abandoned when the counts the caller copies would pass the end.
     const uint64_t needed = std::max(stride, 32 + countBytes(copiedCpus));
+    CopyBudget budget(v);
     uint64_t at = section.head + 16;
     for (uint8_t i = 0; i < section.entries && fits(v, at, needed); ++i, at += stride) {
+        if (!budget.take(countBytes(copiedCpus))) return;
         const auto* name = reinterpret_cast<const char*>(v.data + at);
         // Hardening: a name with no NUL before the end of the buffer stops the read.
         const void* nul = memchr(name, '\0', v.size - at);

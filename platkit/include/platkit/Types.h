@@ -138,9 +138,10 @@ struct Array {
         release = nullptr;
     }
 
+    // Elements to read: none without data, whatever the count a faulty module left in it.
     T* begin() const { return data; }
-    T* end() const { return data + count; }
-    uint64_t size() const { return count; }
+    T* end() const { return data == nullptr ? data : data + count; }
+    uint64_t size() const { return data == nullptr ? 0 : count; }
     T& operator[](uint64_t i) const { return data[i]; }
 
 private:
