@@ -11,6 +11,7 @@
 
 namespace {
 
+using logcapture::error;
 using testing_support::FixtureTree;
 
 std::vector<int64_t> record(const Vistrel::ZramStats& z) {
@@ -47,8 +48,7 @@ TEST_F(ZramStatsTest, MissingFileKeepsTheRecord) {
     EXPECT_FALSE(zram.snapshot(clock, false));
     EXPECT_EQ(record(zram), kDevice);
     EXPECT_EQ(logcapture::entries(),
-              (std::vector<logcapture::Entry>{
-                      {ANDROID_LOG_ERROR, "Vistrel", "ZramStats: failed to get zramStats"}}));
+              (std::vector<logcapture::Entry>{error("ZramStats: failed to get zramStats")}));
 }
 
 TEST_F(ZramStatsTest, HeartbeatOnEveryCallWhateverTheDevice) {

@@ -106,15 +106,4 @@ private:
     std::map<Method, std::deque<Fault>> faults_;
 };
 
-// A provider whose sample() counts its calls, to see that a forced snapshot samples through the
-// virtual slot.
-template <typename P>
-struct SampleCounting : P {
-    std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
-        ++samples;
-        return P::sample(clock);
-    }
-    int samples = 0;
-};
-
 }  // namespace testing_support
