@@ -3,6 +3,8 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "FakeClock.h"
 #include "FakeHealth.h"
 #include "LogCapture.h"
@@ -115,40 +117,36 @@ TEST(BatteryStatesWithoutHal, TransitionsMoveOnWithoutReadingAndEveryReadLogs) {
 TEST_F(BatteryStatesTest, TheTableHasExactlyTheseTwentyTwoEntries) {
     constexpr S AD = S::ActiveDischarging, AC = S::ActiveCharging, ID = S::InactiveDischarging,
                 IC = S::InactiveCharging;
-    const struct {
-        S from;
-        const char* event;
-        S to;
-        const char* action;
-    } table[] = {{AD, "PowerConnected", AC, "chargeStartEvent"},
-                 {AD, "PowerDisconnected", AD, "nullEvent"},
-                 {AD, "ScreenOff", ID, "activeEndEvent"},
-                 {AD, "ScreenOn", AD, "nullEvent"},
-                 {AD, "BatteryLow", AD, "shutdownEvent"},
-                 {ID, "PowerConnected", IC, "chargeStartEvent"},
-                 {ID, "PowerDisconnected", ID, "nullEvent"},
-                 {ID, "ScreenOff", ID, "nullEvent"},
-                 {ID, "ScreenOn", AD, "activeStartEvent"},
-                 {ID, "BatteryLow", ID, "shutdownEvent"},
-                 {AC, "PowerConnected", AC, "chargeStartEvent"},
-                 {AC, "PowerDisconnected", AD, "chargeEndEvent"},
-                 {AC, "ScreenOff", IC, "activeEndEvent"},
-                 {AC, "ScreenOn", AC, "nullEvent"},
-                 {AC, "BatteryLow", AC, "shutdownEvent"},
-                 {AC, "BatteryFull", AC, "batteryFullEvent"},
-                 {IC, "PowerConnected", IC, "chargeStartEvent"},
-                 {IC, "PowerDisconnected", ID, "chargeEndEvent"},
-                 {IC, "ScreenOff", IC, "nullEvent"},
-                 {IC, "ScreenOn", AC, "activeStartEvent"},
-                 {IC, "BatteryLow", IC, "shutdownEvent"},
-                 {IC, "BatteryFull", IC, "batteryFullEvent"}};
+    const std::tuple<S, const char*, S, const char*> table[] = {
+            {AD, "PowerConnected", AC, "chargeStartEvent"},
+            {AD, "PowerDisconnected", AD, "nullEvent"},
+            {AD, "ScreenOff", ID, "activeEndEvent"},
+            {AD, "ScreenOn", AD, "nullEvent"},
+            {AD, "BatteryLow", AD, "shutdownEvent"},
+            {ID, "PowerConnected", IC, "chargeStartEvent"},
+            {ID, "PowerDisconnected", ID, "nullEvent"},
+            {ID, "ScreenOff", ID, "nullEvent"},
+            {ID, "ScreenOn", AD, "activeStartEvent"},
+            {ID, "BatteryLow", ID, "shutdownEvent"},
+            {AC, "PowerConnected", AC, "chargeStartEvent"},
+            {AC, "PowerDisconnected", AD, "chargeEndEvent"},
+            {AC, "ScreenOff", IC, "activeEndEvent"},
+            {AC, "ScreenOn", AC, "nullEvent"},
+            {AC, "BatteryLow", AC, "shutdownEvent"},
+            {AC, "BatteryFull", AC, "batteryFullEvent"},
+            {IC, "PowerConnected", IC, "chargeStartEvent"},
+            {IC, "PowerDisconnected", ID, "chargeEndEvent"},
+            {IC, "ScreenOff", IC, "nullEvent"},
+            {IC, "ScreenOn", AC, "activeStartEvent"},
+            {IC, "BatteryLow", IC, "shutdownEvent"},
+            {IC, "BatteryFull", IC, "batteryFullEvent"}};
     EXPECT_EQ(states.transitions.size(), 22u);
-    for (const auto& t : table) {
-        enter(t.from);
-        states.notify(t.event, "ignored detail", clock);
-        EXPECT_EQ(states.currentState, t.to) << t.event << " from " << static_cast<int>(t.from);
-        EXPECT_EQ(states.previousState, t.from);
-        EXPECT_EQ(logcapture::entries(), Log{action(t.action)}) << t.event;
+    for (const auto& [from, event, to, name] : table) {
+        enter(from);
+        states.notify(event, "ignored detail", clock);
+        EXPECT_EQ(states.currentState, to) << event << " from " << static_cast<int>(from);
+        EXPECT_EQ(states.previousState, from);
+        EXPECT_EQ(logcapture::entries(), Log{action(name)}) << event;
     }
 }
 
@@ -205,23 +203,19 @@ TEST_F(BatteryStatesTest, TransitionsMoveTheBookkeepingAndReadTheLevelUnlessTheR
 }
 
 TEST_F(BatteryStatesTest, EveryAcquireDerivesTheStartingStateKeepingTheFreshStamp) {
-    const struct {
-        int32_t status;
-        bool interactive;
-        S expected;
-    } cases[] = {
+    const std::tuple<int32_t, bool, S> cases[] = {
             {3, true, S::ActiveDischarging},    {3, false, S::InactiveDischarging},
             {2, true, S::ActiveCharging},       {5, false, S::InactiveCharging},
             {4, false, S::InactiveDischarging}, {1, true, S::ActiveDischarging},
     };
-    for (const auto& c : cases) {
-        hal->setStatus(c.status);
-        interactive = c.interactive;
+    for (const auto& [status, screenOn, expected] : cases) {
+        hal->setStatus(status);
+        interactive = screenOn;
         clock.timestamp += 1;
         ASSERT_TRUE(states.acquireResources(nullptr, clock));
-        EXPECT_EQ(states.currentState, c.expected) << c.status << " " << c.interactive;
+        EXPECT_EQ(states.currentState, expected) << status << " " << screenOn;
         EXPECT_EQ(states.stateStartStamp, clock.timestamp);
-        EXPECT_EQ(states.isChargingNow, c.status == 2 || c.status == 5);
+        EXPECT_EQ(states.isChargingNow, status == 2 || status == 5);
     }
 }
 
