@@ -174,7 +174,7 @@ TEST_F(SystemMemoryStatsTest, ZramIdleDisabledOnlyResetsTheEntries) {
               Entries{verbose("mobile_vistrel_zram_idle_collector returned 0")});
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleReadsEveryFile) {
+TEST_F(SystemMemoryStatsTest, ZramIdleRequestsWithThePropertiesAndReadsEveryFile) {
     FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
@@ -186,16 +186,12 @@ TEST_F(SystemMemoryStatsTest, ZramIdleReadsEveryFile) {
     EXPECT_EQ(values(z->simulatedBdStat), (std::vector<uint64_t>{1024, 4096, 52, 7}));
     EXPECT_EQ(logcapture::entries(),
               (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300")}));
-}
 
-TEST_F(SystemMemoryStatsTest, ZramIdleRequestTakesTheProperties) {
-    FixtureTree tree("memstorage/device");
-    hostplatform::setProperty(kCollector, "true");
     hostplatform::setProperty("mobile_vistrel_zram_idle_threshold", "3600");
     hostplatform::setProperty("mobile_vistrel_zram_idle_histo_bucket", "120");
     stats.getZramIdleMemStats();
     stats.getZramIdleMemStats();
-    EXPECT_EQ(tree.read(kControl), "120 3600");
+    EXPECT_EQ(tree.read(kControl), "120 3600") << "the properties, written anew";
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleRequestReachesTheKernelAfterTheReads) {

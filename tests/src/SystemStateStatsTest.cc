@@ -161,9 +161,17 @@ TEST(SystemStateStatsPowerManager, AcquireInstallsADefaultThroughTheVirtualSlot)
         }
         bool seen = false;
     } stats(1, 1, 1000);
+    struct Counted : Vistrel::PowerManager {
+        explicit Counted(int& count) : destroyed(count) {}
+        ~Counted() override { ++destroyed; }
+        int& destroyed;
+    };
+    int destroyed = 0;
+    stats.setPowerManager(std::make_unique<Counted>(destroyed));
     FakeClock clock;
     EXPECT_TRUE(stats.acquireResources(nullptr, clock)) << "the router is never called";
     EXPECT_TRUE(stats.seen);
+    EXPECT_EQ(destroyed, 1) << "the manager it replaces";
     EXPECT_TRUE(stats.sample(clock)) << "the default manager answers";
     EXPECT_STREQ(stats.name(), "SystemStateStats");
 }
