@@ -1,5 +1,4 @@
 // Runs the reference host binary against the simulated headset and checks its timeline.
-#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>

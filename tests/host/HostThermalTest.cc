@@ -1,7 +1,6 @@
 // The reference host with ThermalStats on the sysfs backend over the hand-made headset tree, with
 // scripted throttling notifications. (The default simulated run's thermal records are checked
 // with its trace, its heartbeat cadence by the soak run.)
-#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>

@@ -1,6 +1,5 @@
 #include "BatteryStatsStates.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <tuple>

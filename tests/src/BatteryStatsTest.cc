@@ -1,6 +1,5 @@
 #include "BatteryStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include "FakeClock.h"

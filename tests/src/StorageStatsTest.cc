@@ -1,6 +1,5 @@
 #include "StorageStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,6 +1,5 @@
 #include "SwapWriteStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include "FakeClock.h"

@@ -1,6 +1,5 @@
 #include "ThermalStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,6 +1,5 @@
 #include "ZramStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <vector>
