@@ -102,10 +102,10 @@ TEST_F(CpuStatsTest, TheSessionIsConfiguredWithThePropertyPeriodOr2000) {
     EXPECT_EQ(sessions[0].sampleInfos, (std::vector<uint32_t>{4, 7, 6, 0}));
     EXPECT_EQ(sessions[0].bufferNames,
               (std::vector<std::string>{"feature-ids.100", "features.100"}));
-    EXPECT_EQ(sessions[0].sampleKernel, 1u);
-    EXPECT_EQ(sessions[0].perThread, 1u);
-    EXPECT_EQ(sessions[0].samplingPeriodUs, 750u);
-    EXPECT_EQ(sessions[0].tracePathLength, 0u);
+    // Kernel samples, per thread, the property's period, no trace file.
+    EXPECT_EQ(std::vector<uint64_t>({sessions[0].sampleKernel, sessions[0].perThread,
+                                     sessions[0].samplingPeriodUs, sessions[0].tracePathLength}),
+              std::vector<uint64_t>({1, 1, 750, 0}));
     EXPECT_EQ(Vistrel::numCpus_, 2);
     EXPECT_EQ(cpu.getProfileBuffer()->size,
               sim::sdk::writeProfileBuffer(reading(0, {})).bytes.size());
