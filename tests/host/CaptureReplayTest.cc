@@ -8,7 +8,6 @@
 #include <set>
 #include <string>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 

@@ -1,5 +1,4 @@
 // Runs the reference host binary against the simulated headset and checks its timeline.
-#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -86,10 +85,7 @@ TEST(HostEndToEnd, BatteryRunShowsEveryEventKind) {
 }
 
 TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
-    const struct {
-        const char* arguments;
-        const char* message;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
             {"--frobnicate", "--frobnicate"},
             {"--simulate 2x", "bad duration '2x'"},
             {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
@@ -101,11 +97,18 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
             {"--battery acpi", "--battery"},
             {"--root /no/such/dir", "is not a directory"},
             {"--trace /no/such/dir/trace.json", "cannot write trace file"},
+            {"--thermal acpi", "--thermal"},
+            {"--thermal-scenario cold-room", "unknown thermal scenario 'cold-room'"},
+            {"--thermal sysfs --thermal-scenario hot-room",
+             "--thermal-scenario needs --thermal sim"},
+            {"--fire-throttling soon", "bad duration 'soon'"},
+            {"--providers ZramStats --fire-throttling 1m",
+             "needs ThermalStats among the providers"},
     };
-    for (const auto& c : cases) {
-        const HostRun run = runHost(c.arguments);
-        EXPECT_EQ(run.status, 2) << c.arguments;
-        EXPECT_THAT(run.output, ::testing::HasSubstr(c.message)) << c.arguments;
+    for (const auto& [arguments, message] : cases) {
+        const HostRun run = runHost(arguments);
+        EXPECT_EQ(run.status, 2) << arguments;
+        EXPECT_THAT(run.output, ::testing::HasSubstr(message)) << arguments;
     }
 }
 

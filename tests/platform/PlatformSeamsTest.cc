@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -67,11 +68,8 @@ std::string readAs(const std::string& name) {
 }
 
 TEST(Properties, ParseAsTheGeneratedAccessors) {
-    const struct {
-        const char* name;
-        const char* text;  // nullptr: unset
-        const char* read;
-    } cases[] = {
+    // Name, raw text (nullptr: unset), reading.
+    const std::tuple<const char*, const char*, const char*> cases[] = {
             {"mobile_vistrel_zram_idle_collector", nullptr, ""},
             {"mobile_vistrel_zram_idle_collector", "yes", ""},
             {"enable_fg_apps_cpu_events", "TRUE", "1"},
@@ -82,10 +80,10 @@ TEST(Properties, ParseAsTheGeneratedAccessors) {
             {"mobile_vistrel_zram_idle_histo_bucket", "2147483648", ""},
             {"vistrel_instruction_sampler_sampling_period_us", "-5", ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [name, text, read] : cases) {
         hostplatform::clearProperties();
-        if (c.text != nullptr) hostplatform::setProperty(c.name, c.text);
-        EXPECT_EQ(readAs(c.name), c.read) << c.name << "=" << (c.text ? c.text : "(unset)");
+        if (text != nullptr) hostplatform::setProperty(name, text);
+        EXPECT_EQ(readAs(name), read) << name << "=" << (text ? text : "(unset)");
     }
 }
 

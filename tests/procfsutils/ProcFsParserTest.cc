@@ -1,38 +1,25 @@
 #include "procfsutils/ProcFsParser.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <iterator>
 #include <vector>
 
+#include "FixtureTree.h"
 #include "hostplatform/FsRoot.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace procfsutils;
+using testing_support::FixtureTree;
 
 const std::string kHostTree = VISTREL_SOURCE_DIR "/tests/data/procfs-host";
 const std::string kDeviceTree = VISTREL_SOURCE_DIR "/tests/data/procfs-device";
-
-// A scratch file-system root, removed with its contents.
-struct TempTree {
-    TempTree() {
-        std::string pattern = (fs::temp_directory_path() / "procfs-XXXXXX").string();
-        root = mkdtemp(pattern.data());
-    }
-    ~TempTree() { fs::remove_all(root); }
-    void write(const std::string& relative, const std::string& text) const {
-        fs::create_directories((root / relative).parent_path());
-        std::ofstream(root / relative, std::ios::binary) << text;
-    }
-    fs::path root;
-};
 
 template <typename T>
 T garbage() {  // to see that a call zeroes the record
@@ -58,29 +45,18 @@ std::vector<int> allPids(ProcFsParser& parser) {
 // A strict reading of a well-formed status file: exact keys, every number as the kernel wrote it.
 void referenceStatus(const std::string& file, ProcessStatusData* out) {
     memset(out, 0, sizeof *out);
-    const std::map<std::string, void*> fields = {{"Tgid", &out->tgid},
-                                                 {"Ngid", &out->ngid},
-                                                 {"Pid", &out->pid},
-                                                 {"PPid", &out->ppid},
-                                                 {"TracerPid", &out->tracerPid},
-                                                 {"FDSize", &out->fdSize},
-                                                 {"VmPeak", &out->vmPeak},
-                                                 {"VmSize", &out->vmSize},
-                                                 {"VmLck", &out->vmLck},
-                                                 {"VmPin", &out->vmPin},
-                                                 {"VmHWM", &out->vmHwm},
-                                                 {"VmRSS", &out->vmRss},
-                                                 {"RssAnon", &out->rssAnon},
-                                                 {"RssFile", &out->rssFile},
-                                                 {"RssShmem", &out->rssShmem},
-                                                 {"VmData", &out->vmData},
-                                                 {"VmStk", &out->vmStk},
-                                                 {"VmExe", &out->vmExe},
-                                                 {"VmLib", &out->vmLib},
-                                                 {"VmPTE", &out->vmPte},
-                                                 {"VmSwap", &out->vmSwap},
-                                                 {"HugetlbPages", &out->hugetlbPages},
-                                                 {"Threads", &out->threads}};
+    // The keys of the 32-bit fields and those fields, in the same order.
+    const char* const keys[] = {
+            "Tgid",  "Ngid",  "Pid",   "PPid",  "TracerPid", "FDSize",       "VmPeak",   "VmSize",
+            "VmLck", "VmPin", "VmHWM", "VmRSS", "RssAnon",   "RssFile",      "RssShmem", "VmData",
+            "VmStk", "VmExe", "VmLib", "VmPTE", "VmSwap",    "HugetlbPages", "Threads"};
+    void* const fields[] = {&out->tgid,      &out->ngid,         &out->pid,      &out->ppid,
+                            &out->tracerPid, &out->fdSize,       &out->vmPeak,   &out->vmSize,
+                            &out->vmLck,     &out->vmPin,        &out->vmHwm,    &out->vmRss,
+                            &out->rssAnon,   &out->rssFile,      &out->rssShmem, &out->vmData,
+                            &out->vmStk,     &out->vmExe,        &out->vmLib,    &out->vmPte,
+                            &out->vmSwap,    &out->hugetlbPages, &out->threads};
+    static_assert(std::size(keys) == std::size(fields));
     std::ifstream in(file);
     std::string line;
     while (std::getline(in, line)) {
@@ -88,7 +64,9 @@ void referenceStatus(const std::string& file, ProcessStatusData* out) {
         std::string value = line.substr(key.size() + 1);
         value.erase(0, value.find_first_not_of(" \t"));
         value.erase(value.find_last_not_of(" \t") + 1);
-        if (fields.count(key)) *static_cast<uint32_t*>(fields.at(key)) = std::stoul(value);
+        for (size_t i = 0; i < std::size(keys); ++i) {
+            if (key == keys[i]) *static_cast<uint32_t*>(fields[i]) = std::stoul(value);
+        }
         if (key == "voluntary_ctxt_switches") out->voluntaryCtxtSwitches = std::stoull(value);
         if (key == "nonvoluntary_ctxt_switches") out->nonvoluntaryCtxtSwitches = std::stoull(value);
         if (key == "State") out->state = value[0];
@@ -118,8 +96,7 @@ TEST_F(ProcFsReader, EnumeratesNumericDirectories) {
     host.reset();  // opens the stream when none is open
     EXPECT_EQ(allPids(host), (std::vector<int>{1, 2, 50, 4974, 9165, 10787}));
 
-    TempTree empty;  // no proc directory at all
-    hostplatform::setFsRoot(empty.root.string());
+    FixtureTree empty("");  // no proc directory at all
     ProcFsParser none;
     EXPECT_FALSE(none.openProcDir());
     pid = 7;
@@ -144,17 +121,10 @@ TEST_F(ProcFsReader, RealStatusFilesMatchAStrictLineByLineReading) {
     }
 }
 
+// Files the strict reading cannot take: too long, cut short, with NUL bytes.
 TEST_F(ProcFsReader, StatusVariants) {
-    hostplatform::setFsRoot(kHostTree);
-    ProcessStatusData out;
-    ASSERT_TRUE(parser.getProcessStatusData(9165, &out));
-    EXPECT_STREQ(out.name, "kworker/1:0-cgroup_pidlist_dest");
-    ASSERT_TRUE(parser.getProcessStatusData(10787, &out));
-    EXPECT_STREQ(out.name, "Web Content (1)");
-
     hostplatform::setFsRoot(kDeviceTree);
-    ASSERT_TRUE(parser.getProcessStatusData(4321, &out));
-    EXPECT_STREQ(out.name, "VR Shell (main)");
+    ProcessStatusData out;
     ASSERT_TRUE(parser.getProcessStatusData(5000, &out));  // only the first 32 KiB is read
     EXPECT_EQ(out.vmSwap, 91748u);
     EXPECT_EQ(out.threads, 0);
@@ -168,11 +138,10 @@ TEST_F(ProcFsReader, StatusVariants) {
 }
 
 TEST_F(ProcFsReader, UnreadableStatusGivesAZeroRecord) {
-    TempTree tree;
-    fs::create_directories(tree.root / "proc/77/status");  // opens, but read fails (EISDIR)
-    fs::create_directories(tree.root / "proc/78");
-    fs::create_symlink("gone", tree.root / "proc/78/status");
-    hostplatform::setFsRoot(tree.root.string());
+    FixtureTree tree("");
+    fs::create_directories(tree.at("/proc/77/status"));  // opens, but read fails (EISDIR)
+    fs::create_directories(tree.at("/proc/78"));
+    fs::create_symlink("gone", tree.at("/proc/78/status"));
     for (int pid : {77, 78, 79}) {
         ProcessStatusData out = garbage<ProcessStatusData>();
         EXPECT_FALSE(parser.getProcessStatusData(pid, &out)) << pid;
@@ -210,11 +179,10 @@ TEST_F(ProcFsReader, FixedRecordFiles) {
     EXPECT_FALSE(parser.getBlockDeviceStatData("sda", &block));
     EXPECT_TRUE(allZero(block));
     EXPECT_FALSE(parser.getBlockDeviceStatData(std::string(300, 'a').c_str(), &block));
-    TempTree tree;
+    FixtureTree tree("");
     const std::string line = "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15\n";
-    tree.write("sys/block/full/stat", line + std::string(32768 - line.size(), ' '));
-    tree.write("sys/block/fits/stat", line + std::string(32767 - line.size(), ' '));
-    hostplatform::setFsRoot(tree.root.string());
+    tree.write("/sys/block/full/stat", line + std::string(32768 - line.size(), ' '));
+    tree.write("/sys/block/fits/stat", line + std::string(32767 - line.size(), ' '));
     EXPECT_FALSE(parser.getBlockDeviceStatData("full", &block)) << "no room for the terminator";
     EXPECT_TRUE(parser.getBlockDeviceStatData("fits", &block));
     vm = garbage<VmStatData>();

@@ -49,21 +49,20 @@ TEST(SysfsHealth, ReadsTheCapturedHeadset) {
     const auto& b = info.legacy.legacy;
     EXPECT_EQ(b.batteryStatus, BatteryStatus::CHARGING);
     EXPECT_EQ(b.batteryHealth, BatteryHealth::GOOD);
-    EXPECT_TRUE(b.batteryPresent);
-    EXPECT_EQ(b.batteryLevel, 62);
-    EXPECT_EQ(b.batteryVoltage, 3850) << "mV from µV";
-    EXPECT_EQ(b.batteryCurrent, 1250000);
-    EXPECT_EQ(b.batteryTemperature, 335);
-    EXPECT_EQ(b.batteryChargeCounter, 3087000);
-    EXPECT_EQ(b.batteryFullCharge, 4980000);
-    EXPECT_EQ(b.batteryCycleCount, 112);
-    EXPECT_EQ(b.batteryTechnology, "Li-ion");
-    EXPECT_EQ(info.batteryFullChargeDesignCapacityUah, 5000000);
-    EXPECT_EQ(info.batteryChargeTimeToFullNowSeconds, 3140);
     EXPECT_EQ(info.batteryCapacityLevel, BatteryCapacityLevel::NORMAL);
-    EXPECT_EQ(std::make_tuple(b.chargerAcOnline, b.chargerUsbOnline, b.chargerWirelessOnline),
-              std::make_tuple(false, true, false));
-    EXPECT_EQ(b.maxChargingCurrent, 1500000);
+    EXPECT_EQ(b.batteryTechnology, "Li-ion");
+    EXPECT_EQ(std::make_tuple(b.batteryPresent, b.chargerAcOnline, b.chargerUsbOnline,
+                              b.chargerWirelessOnline),
+              std::make_tuple(true, false, true, false));
+    // Level, voltage (mV from µV), current, temperature, charge counter, full charge, cycles,
+    // maximum charging current, design capacity and time to full, as the HAL reports them.
+    EXPECT_EQ(std::vector<int64_t>({b.batteryLevel, b.batteryVoltage, b.batteryCurrent,
+                                    b.batteryTemperature, b.batteryChargeCounter,
+                                    b.batteryFullCharge, b.batteryCycleCount, b.maxChargingCurrent,
+                                    info.batteryFullChargeDesignCapacityUah,
+                                    info.batteryChargeTimeToFullNowSeconds}),
+              std::vector<int64_t>(
+                      {62, 3850, 1250000, 335, 3087000, 4980000, 112, 1500000, 5000000, 3140}));
     hal->getCurrentNow([](Result result, int32_t value) {
         EXPECT_EQ(result, Result::SUCCESS);
         EXPECT_EQ(value, 1250000);
@@ -118,10 +117,10 @@ TEST(SysfsHealth, BatteryAttributesKeepSignsAndUnitsAndRefuseBadNumbers) {
                     {"charge_full", "3000"}}),
     });
     const auto& b = r.info.legacy.legacy;
-    EXPECT_EQ(r.currentNowUa, -412000) << "discharging stays negative";
-    EXPECT_EQ(b.batteryCurrent, -412000);
-    EXPECT_EQ(b.batteryVoltage, 3871) << "µV to mV, truncated";
-    EXPECT_EQ(b.batteryTemperature, -52) << "tenths of a degree below zero";
+    // Discharging stays negative; µV to mV truncates; tenths of a degree below zero.
+    EXPECT_EQ(std::vector<int64_t>({r.currentNowUa.value_or(0), b.batteryCurrent, b.batteryVoltage,
+                                    b.batteryTemperature}),
+              std::vector<int64_t>({-412000, -412000, 3871, -52}));
     EXPECT_EQ(r.chargeCounterUah, INT32_MAX) << "clamped to 32 bits";
     EXPECT_FALSE(r.capacityPercent.has_value()) << "the first battery's file, not a number";
     EXPECT_EQ(b.batteryLevel, 0);

@@ -1,7 +1,8 @@
 #include "BatteryStatsStates.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
+
+#include <tuple>
 
 #include "FakeClock.h"
 #include "FakeHealth.h"
@@ -10,6 +11,8 @@
 
 namespace {
 
+using logcapture::error;
+using logcapture::info;
 using testing_support::FakeClock;
 using testing_support::FakeHealth;
 using Vistrel::BatteryStatsStates;
@@ -17,24 +20,17 @@ using Method = FakeHealth::Method;
 using S = Vistrel::BatteryState;
 using Log = std::vector<logcapture::Entry>;
 
-const logcapture::Entry kNotInitialized{ANDROID_LOG_ERROR, "Vistrel",
-                                        "BatteryStats: health not initialized"};
-const logcapture::Entry kReadFailed{ANDROID_LOG_INFO, "Vistrel", "getHealthInfo_2_1() failed"};
-const logcapture::Entry kForced{ANDROID_LOG_INFO, "Vistrel",
-                                "BatteryStatsStates: force sampled in snapshot"};
+const logcapture::Entry kNotInitialized = error("BatteryStats: health not initialized");
+const logcapture::Entry kReadFailed = info("getHealthInfo_2_1() failed");
+const logcapture::Entry kForced = info("BatteryStatsStates: force sampled in snapshot");
 
 logcapture::Entry action(const std::string& name) {
-    return {ANDROID_LOG_INFO, "Vistrel", "BatteryStatsStates::" + name + "()"};
+    return info("BatteryStatsStates::" + name + "()");
 }
 
 std::string text(const std::optional<Vistrel::Notification>& n) {
     return n ? n->name + " " + n->detail : "";
 }
-
-struct BatteryStatesWithoutHal : testing::Test {
-    BatteryStatsStates states;
-    FakeClock clock;
-};
 
 // Connected to a registered fake (discharging, 50 %) on an interactive device, acquired at time
 // stamp 100: the state is ActiveDischarging.
@@ -75,11 +71,6 @@ struct BatteryStatesTest : testing::Test {
     FakeClock clock;
 };
 
-TEST_F(BatteryStatesWithoutHal, NameAndPeriod) {
-    EXPECT_STREQ(states.name(), "BatteryStatsStates");
-    EXPECT_EQ(states.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(60000)));
-}
-
 TEST(BatteryStates, PredicatesAreFunctionsOfTheBits) {
     const std::tuple<int32_t, bool, bool> predicates[] = {
             {0, true, false},  {1, true, true},    {2, false, false}, {3, false, true},
@@ -90,12 +81,21 @@ TEST(BatteryStates, PredicatesAreFunctionsOfTheBits) {
     }
 }
 
-TEST_F(BatteryStatesWithoutHal, NoTransitionBeforeTheAcquire) {
+// Without a health HAL: every read logs the missing service, the failed acquire still builds the
+// table, and transitions then move on without reading a level.
+TEST(BatteryStatesWithoutHal, TransitionsMoveOnWithoutReadingAndEveryReadLogs) {
+    BatteryStatsStates states;
+    FakeClock clock;
+    EXPECT_EQ(states.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(60000)));
     states.notify("PowerConnected", "", clock);
-    EXPECT_EQ(states.currentState, S::ActiveDischarging);
-}
+    EXPECT_EQ(states.currentState, S::ActiveDischarging) << "no transition before the acquire";
+    EXPECT_FALSE(states.sample(clock));
+    EXPECT_FALSE(states.snapshot(clock, false));
+    EXPECT_FALSE(states.snapshot(clock, true));
+    EXPECT_EQ(logcapture::entries(),
+              (Log{kNotInitialized, kNotInitialized, kForced, kNotInitialized, kNotInitialized}));
 
-TEST_F(BatteryStatesWithoutHal, FailedAcquireStillBuildsTheTable) {
+    logcapture::clear();
     clock.timestamp = 7;
     clock.now = 70;
     EXPECT_FALSE(states.acquireResources(nullptr, clock));
@@ -103,67 +103,49 @@ TEST_F(BatteryStatesWithoutHal, FailedAcquireStillBuildsTheTable) {
     EXPECT_EQ(states.currentState, S::InactiveCharging);
     EXPECT_EQ(states.stateStartStamp, 7);
     EXPECT_EQ(states.lastSnapshotNs, 70);
-    EXPECT_EQ(logcapture::entries(),
-              (Log{{ANDROID_LOG_ERROR, "Vistrel",
-                    "BatteryStatsStates: health HAL V2.1 not available or dead"}}));
-}
-
-TEST_F(BatteryStatesWithoutHal, TransitionMovesOnWithoutReading) {
-    states.acquireResources(nullptr, clock);
     clock.timestamp = 8;
-    logcapture::clear();
     states.notify("ScreenOn", "", clock);
     EXPECT_EQ(states.currentState, S::ActiveCharging);
     EXPECT_EQ(states.stateStartStamp, 8);
     EXPECT_EQ(states.levelAtEvent, -1.0f);
-    EXPECT_EQ(logcapture::entries(), Log{kNotInitialized});
-}
-
-TEST_F(BatteryStatesWithoutHal, EveryReadLogsTheMissingService) {
-    EXPECT_FALSE(states.sample(clock));
-    EXPECT_FALSE(states.snapshot(clock, false));
-    EXPECT_FALSE(states.snapshot(clock, true));
     EXPECT_EQ(logcapture::entries(),
-              (Log{kNotInitialized, kNotInitialized, kForced, kNotInitialized, kNotInitialized}));
+              (Log{error("BatteryStatsStates: health HAL V2.1 not available or dead"),
+                   kNotInitialized}));
 }
 
 TEST_F(BatteryStatesTest, TheTableHasExactlyTheseTwentyTwoEntries) {
     constexpr S AD = S::ActiveDischarging, AC = S::ActiveCharging, ID = S::InactiveDischarging,
                 IC = S::InactiveCharging;
-    const struct {
-        S from;
-        const char* event;
-        S to;
-        const char* action;
-    } table[] = {{AD, "PowerConnected", AC, "chargeStartEvent"},
-                 {AD, "PowerDisconnected", AD, "nullEvent"},
-                 {AD, "ScreenOff", ID, "activeEndEvent"},
-                 {AD, "ScreenOn", AD, "nullEvent"},
-                 {AD, "BatteryLow", AD, "shutdownEvent"},
-                 {ID, "PowerConnected", IC, "chargeStartEvent"},
-                 {ID, "PowerDisconnected", ID, "nullEvent"},
-                 {ID, "ScreenOff", ID, "nullEvent"},
-                 {ID, "ScreenOn", AD, "activeStartEvent"},
-                 {ID, "BatteryLow", ID, "shutdownEvent"},
-                 {AC, "PowerConnected", AC, "chargeStartEvent"},
-                 {AC, "PowerDisconnected", AD, "chargeEndEvent"},
-                 {AC, "ScreenOff", IC, "activeEndEvent"},
-                 {AC, "ScreenOn", AC, "nullEvent"},
-                 {AC, "BatteryLow", AC, "shutdownEvent"},
-                 {AC, "BatteryFull", AC, "batteryFullEvent"},
-                 {IC, "PowerConnected", IC, "chargeStartEvent"},
-                 {IC, "PowerDisconnected", ID, "chargeEndEvent"},
-                 {IC, "ScreenOff", IC, "nullEvent"},
-                 {IC, "ScreenOn", AC, "activeStartEvent"},
-                 {IC, "BatteryLow", IC, "shutdownEvent"},
-                 {IC, "BatteryFull", IC, "batteryFullEvent"}};
+    const std::tuple<S, const char*, S, const char*> table[] = {
+            {AD, "PowerConnected", AC, "chargeStartEvent"},
+            {AD, "PowerDisconnected", AD, "nullEvent"},
+            {AD, "ScreenOff", ID, "activeEndEvent"},
+            {AD, "ScreenOn", AD, "nullEvent"},
+            {AD, "BatteryLow", AD, "shutdownEvent"},
+            {ID, "PowerConnected", IC, "chargeStartEvent"},
+            {ID, "PowerDisconnected", ID, "nullEvent"},
+            {ID, "ScreenOff", ID, "nullEvent"},
+            {ID, "ScreenOn", AD, "activeStartEvent"},
+            {ID, "BatteryLow", ID, "shutdownEvent"},
+            {AC, "PowerConnected", AC, "chargeStartEvent"},
+            {AC, "PowerDisconnected", AD, "chargeEndEvent"},
+            {AC, "ScreenOff", IC, "activeEndEvent"},
+            {AC, "ScreenOn", AC, "nullEvent"},
+            {AC, "BatteryLow", AC, "shutdownEvent"},
+            {AC, "BatteryFull", AC, "batteryFullEvent"},
+            {IC, "PowerConnected", IC, "chargeStartEvent"},
+            {IC, "PowerDisconnected", ID, "chargeEndEvent"},
+            {IC, "ScreenOff", IC, "nullEvent"},
+            {IC, "ScreenOn", AC, "activeStartEvent"},
+            {IC, "BatteryLow", IC, "shutdownEvent"},
+            {IC, "BatteryFull", IC, "batteryFullEvent"}};
     EXPECT_EQ(states.transitions.size(), 22u);
-    for (const auto& t : table) {
-        enter(t.from);
-        states.notify(t.event, "ignored detail", clock);
-        EXPECT_EQ(states.currentState, t.to) << t.event << " from " << static_cast<int>(t.from);
-        EXPECT_EQ(states.previousState, t.from);
-        EXPECT_EQ(logcapture::entries(), Log{action(t.action)}) << t.event;
+    for (const auto& [from, event, to, name] : table) {
+        enter(from);
+        states.notify(event, "ignored detail", clock);
+        EXPECT_EQ(states.currentState, to) << event << " from " << static_cast<int>(from);
+        EXPECT_EQ(states.previousState, from);
+        EXPECT_EQ(logcapture::entries(), Log{action(name)}) << event;
     }
 }
 
@@ -181,38 +163,27 @@ TEST_F(BatteryStatesTest, EventsWithoutAnEntryChangeNothing) {
     EXPECT_TRUE(logcapture::entries().empty());
 }
 
-TEST_F(BatteryStatesTest, SelfTransitionMovesTheBookkeeping) {
-    ASSERT_TRUE(states.snapshot(clock, false));  // fills in statePowerSource and the level
-    clock.timestamp = 250;
-    hal->setLevel(48);
-    states.notify("ScreenOn", "", clock);
-    EXPECT_EQ(states.previousState, S::ActiveDischarging);
-    EXPECT_EQ(states.previousStateStartStamp, 100);
-    EXPECT_EQ(states.stateStartStamp, 250);
-    EXPECT_EQ(states.previousStatePowerSource, "NONE");
-    EXPECT_EQ(states.statePowerSource, "");
-    EXPECT_EQ(states.previousLevelAtEvent, 50.0f);
-    EXPECT_EQ(states.levelAtEvent, 48.0f);
-    EXPECT_EQ(logcapture::entries(), Log{action("nullEvent")});
-}
-
-TEST_F(BatteryStatesTest, FirstTransitionTakesItsOwnLevelAsThePrevious) {
+TEST_F(BatteryStatesTest, TransitionsMoveTheBookkeepingAndReadTheLevelUnlessTheReadFails) {
     hal->setLevel(37);
     states.notify("PowerConnected", "", clock);
     EXPECT_EQ(states.levelAtEvent, 37.0f);
-    EXPECT_EQ(states.previousLevelAtEvent, 37.0f);
-    hal->setLevel(41);
-    states.notify("ScreenOff", "", clock);
-    EXPECT_EQ(states.levelAtEvent, 41.0f);
-    EXPECT_EQ(states.previousLevelAtEvent, 37.0f);
-}
-
-TEST_F(BatteryStatesTest, FailedReadDuringATransitionMovesOnWithoutReading) {
-    hal->setLevel(37);
-    states.notify("PowerConnected", "", clock);
+    EXPECT_EQ(states.previousLevelAtEvent, 37.0f) << "the first transition takes its own level";
     hal->setChargers(true, false, false);
-    ASSERT_TRUE(states.snapshot(clock, false));
+    ASSERT_TRUE(states.snapshot(clock, false));  // fills in statePowerSource
+    clock.timestamp = 250;
     hal->setLevel(41);
+    logcapture::clear();
+    states.notify("ScreenOn", "", clock);  // a self-transition moves everything along too
+    EXPECT_EQ(states.previousState, S::ActiveCharging);
+    EXPECT_EQ(std::make_pair(states.previousStateStartStamp, states.stateStartStamp),
+              std::make_pair(int64_t{100}, int64_t{250}));
+    EXPECT_EQ(states.previousStatePowerSource, " AC");
+    EXPECT_EQ(states.statePowerSource, "");
+    EXPECT_EQ(std::make_pair(states.previousLevelAtEvent, states.levelAtEvent),
+              std::make_pair(37.0f, 41.0f));
+    EXPECT_EQ(logcapture::entries(), Log{action("nullEvent")});
+
+    hal->setLevel(45);
     for (const auto& fault : FakeHealth::kBothFaults) {
         hal->failNext(Method::HealthInfo21, fault);
         const S before = states.currentState;
@@ -225,30 +196,25 @@ TEST_F(BatteryStatesTest, FailedReadDuringATransitionMovesOnWithoutReading) {
         EXPECT_EQ(states.previousStateStartStamp, stampBefore);
         EXPECT_EQ(states.stateStartStamp, clock.timestamp);
         EXPECT_EQ(states.statePowerSource, "");
-        EXPECT_EQ(states.levelAtEvent, 37.0f);
+        EXPECT_EQ(states.levelAtEvent, 41.0f) << "not read";
         EXPECT_EQ(logcapture::entries(), Log{kReadFailed});
     }
-    EXPECT_EQ(states.previousStatePowerSource, "") << "moved twice";
 }
 
 TEST_F(BatteryStatesTest, EveryAcquireDerivesTheStartingStateKeepingTheFreshStamp) {
-    const struct {
-        int32_t status;
-        bool interactive;
-        S expected;
-    } cases[] = {
+    const std::tuple<int32_t, bool, S> cases[] = {
             {3, true, S::ActiveDischarging},    {3, false, S::InactiveDischarging},
             {2, true, S::ActiveCharging},       {5, false, S::InactiveCharging},
             {4, false, S::InactiveDischarging}, {1, true, S::ActiveDischarging},
     };
-    for (const auto& c : cases) {
-        hal->setStatus(c.status);
-        interactive = c.interactive;
+    for (const auto& [status, screenOn, expected] : cases) {
+        hal->setStatus(status);
+        interactive = screenOn;
         clock.timestamp += 1;
         ASSERT_TRUE(states.acquireResources(nullptr, clock));
-        EXPECT_EQ(states.currentState, c.expected) << c.status << " " << c.interactive;
+        EXPECT_EQ(states.currentState, expected) << status << " " << screenOn;
         EXPECT_EQ(states.stateStartStamp, clock.timestamp);
-        EXPECT_EQ(states.isChargingNow, c.status == 2 || c.status == 5);
+        EXPECT_EQ(states.isChargingNow, status == 2 || status == 5);
     }
 }
 
@@ -302,11 +268,10 @@ TEST_F(BatteryStatesTest, SnapshotRecordsTheHealthFigures) {
     clock.now = 42;
     ASSERT_TRUE(states.snapshot(clock, false));
     EXPECT_TRUE(states.isChargingNow);
-    EXPECT_EQ(states.fullChargeMah, 5000.0f);
-    EXPECT_EQ(states.chargeCounterMah, 2500.0f);
-    EXPECT_EQ(states.chargeTimeToFullSeconds, 1800.0f);
-    EXPECT_EQ(states.levelAtEvent, 50.0f);
-    EXPECT_EQ(states.previousLevelAtEvent, 50.0f);
+    EXPECT_EQ(std::vector<float>({states.fullChargeMah, states.chargeCounterMah,
+                                  states.chargeTimeToFullSeconds, states.levelAtEvent,
+                                  states.previousLevelAtEvent}),
+              std::vector<float>({5000, 2500, 1800, 50, 50}));
     EXPECT_EQ(states.lastSnapshotNs, 42);
     hal->setLevel(30);
     battery.batteryChargeCounter = 2000000;
@@ -318,10 +283,8 @@ TEST_F(BatteryStatesTest, SnapshotRecordsTheHealthFigures) {
 
 TEST_F(BatteryStatesTest, PowerSourceIsTheLastOnlineOfAcUsbWireless) {
     EXPECT_EQ(powerSourceWith(false, false, false), "NONE");
-    EXPECT_EQ(powerSourceWith(true, true, false), "USB");
-    EXPECT_EQ(powerSourceWith(false, true, true), "WIRELESS");
-    EXPECT_EQ(powerSourceWith(true, false, false), "AC");
-    EXPECT_EQ(powerSourceWith(false, false, false), "AC");
+    EXPECT_EQ(powerSourceWith(true, true, true), "WIRELESS");
+    EXPECT_EQ(powerSourceWith(false, false, false), "WIRELESS");
     EXPECT_EQ(states.statePowerSource, "NONE") << "set by the first snapshot of the state only";
 }
 

@@ -1,6 +1,5 @@
 #include "BatteryStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include "FakeClock.h"
@@ -9,15 +8,16 @@
 
 namespace {
 
+using logcapture::error;
+using logcapture::info;
 using testing_support::FakeHealth;
 using Vistrel::BatteryStats;
 using Method = FakeHealth::Method;
 using Log = std::vector<logcapture::Entry>;
 
 constexpr int64_t kSecondNs = INT64_C(1000000000);
-const logcapture::Entry kNotInitialized{ANDROID_LOG_ERROR, "Vistrel",
-                                        "BatteryStats: health not initialized"};
-const logcapture::Entry kReadFailed{ANDROID_LOG_INFO, "Vistrel", "getHealthInfo_2_1() failed"};
+const logcapture::Entry kNotInitialized = error("BatteryStats: health not initialized");
+const logcapture::Entry kReadFailed = info("getHealthInfo_2_1() failed");
 
 bool isHealthInfo(const std::optional<Vistrel::Notification>& n) {
     return n && n->name == "HealthInfo" && n->detail == "BatteryCollector";
@@ -56,14 +56,8 @@ TEST(BatteryStatsWithoutHal, EveryCallFailsWithItsLine) {
     EXPECT_EQ(stats.lastSnapshotNs, 77) << "stamped all the same";
     EXPECT_FALSE(stats.sample(clock));
     EXPECT_FALSE(stats.snapshot(clock, false)) << "no sample yet: false without a line";
-    EXPECT_EQ(logcapture::entries(), (Log{{ANDROID_LOG_ERROR, "Vistrel",
-                                           "BatteryStats: health not initialized or service died"},
-                                          kNotInitialized}));
-}
-
-TEST_F(BatteryStatsTest, NameAndPeriod) {
-    EXPECT_STREQ(stats.name(), "BatteryStats");
-    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(10000)));
+    EXPECT_EQ(logcapture::entries(),
+              (Log{error("BatteryStats: health not initialized or service died"), kNotInitialized}));
 }
 
 TEST_F(BatteryStatsTest, SnapshotWithoutTheServiceLogsIt) {
@@ -116,9 +110,8 @@ TEST_F(BatteryStatsTest, ComparesWithTheLastSnapshotNotTheLastSample) {
 
 TEST_F(BatteryStatsTest, EachFailedHalCallEndsTheSampleWithItsOwnLine) {
     const std::pair<Method, logcapture::Entry> calls[] = {
-            {Method::Update,
-             {ANDROID_LOG_ERROR, "Vistrel", "BatteryStats: health->update() failed"}},
-            {Method::CurrentNow, {ANDROID_LOG_INFO, "Vistrel", "getCurrentNow() failed"}},
+            {Method::Update, error("BatteryStats: health->update() failed")},
+            {Method::CurrentNow, info("getCurrentNow() failed")},
             {Method::HealthInfo21, kReadFailed},
     };
     for (const auto& [method, line] : calls) {
@@ -152,8 +145,7 @@ TEST_F(BatteryStatsTest, ForcedSnapshotSamplesThroughTheVirtualSlot) {
     EXPECT_TRUE(stats.snapshot(clock, true)) << "its own sample provided the data";
     EXPECT_EQ(stats.samples, 1);
     EXPECT_EQ(stats.lastSnapshotNs, 4 * kSecondNs);
-    EXPECT_EQ(logcapture::entries(),
-              (Log{{ANDROID_LOG_INFO, "Vistrel", "BatteryStats: force sampled in snapshot"}}));
+    EXPECT_EQ(logcapture::entries(), (Log{info("BatteryStats: force sampled in snapshot")}));
 }
 
 TEST_F(BatteryStatsTest, ReacquireKeepsTheService) {
@@ -161,6 +153,7 @@ TEST_F(BatteryStatsTest, ReacquireKeepsTheService) {
     clock.now = 3 * kSecondNs;
     EXPECT_TRUE(stats.acquireResources(nullptr, clock));
     EXPECT_EQ(stats.lastSnapshotNs, 3 * kSecondNs);
+    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(10000)));
 }
 
 TEST_F(BatteryStatsTest, SnapshotConvertsTheHealthRecord) {
@@ -170,19 +163,13 @@ TEST_F(BatteryStatsTest, SnapshotConvertsTheHealthRecord) {
     battery.batteryFullCharge = 4800500;
     battery.batteryChargeCounter = 2016000;
     hal->info.batteryChargeTimeToFullNowSeconds = 5400;
-    settle();
-    EXPECT_EQ(stats.level, 50.0f);
-    EXPECT_EQ(stats.fullChargeMah, 4800.5f);
-    EXPECT_EQ(stats.chargeCounterMah, 2016.0f);
-    EXPECT_EQ(stats.chargeTimeToFullSeconds, 5400.0f);
-    EXPECT_EQ(stats.cycleCount, 321);
-    EXPECT_EQ(stats.voltageLastMv, 4100.0f);
-}
-
-TEST_F(BatteryStatsTest, CurrentIsDividedInDouble) {
     hal->currentUa = 16777219;  // above 2^24: right as a float only when divided in double
     settle();
-    EXPECT_EQ(stats.currentLastMa, 16777.219f);
+    EXPECT_EQ(std::vector<float>({stats.level, stats.fullChargeMah, stats.chargeCounterMah,
+                                  stats.chargeTimeToFullSeconds, stats.voltageLastMv,
+                                  stats.currentLastMa}),
+              std::vector<float>({50, 4800.5f, 2016, 5400, 4100, 16777.219f}));
+    EXPECT_EQ(stats.cycleCount, 321);
 }
 
 TEST_F(BatteryStatsTest, FirstSnapshotOfTheProcessSetsThePreviousValues) {

@@ -19,6 +19,7 @@
 
 namespace {
 
+using logcapture::error;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -59,10 +60,6 @@ Report overBudget(const std::string& name, int value, bool withMemtrack, int rss
                          : "threshold_units:RSS_anon_plus_swap_KB"};
 }
 
-logcapture::Entry error(const std::string& text) {
-    return {ANDROID_LOG_ERROR, "Vistrel", text};
-}
-
 // Fixture tree, 100 ticks per second, the simulated trigger service registered. Every test case
 // runs in its own process, so nothing needs undoing.
 class ProcessMemoryStatsTest : public testing::Test {
@@ -92,27 +89,20 @@ protected:
     std::vector<uint32_t> requested;  // what each footprint call asked for
 };
 
-TEST_F(ProcessMemoryStatsTest, SampleNotifiesWithAMillisecondStamp) {
-    EXPECT_STREQ(stats.name(), "ProcessMemoryStats");
+// One scan of the fixture tree: the notification, each process keyed by argv[0] and its figures.
+TEST_F(ProcessMemoryStatsTest, AScanKeysEveryProcessByArgv0WithItsFigures) {
     clock.elapsed = 5123456789;
     const auto notification = stats.sample(clock);
     ASSERT_TRUE(notification);
     EXPECT_EQ(notification->name + "/" + notification->detail, "ProcessMemoryInfo/Memory snapshot");
     EXPECT_EQ(stats.timestampMs, 5123);
-}
-
-TEST_F(ProcessMemoryStatsTest, EveryProcessIsKeyedByArgv0) {
-    ASSERT_TRUE(stats.sample(clock));
     std::vector<std::string> keys;
     for (const auto& [key, value] : stats.snapshots) keys.push_back(key);
     EXPECT_THAT(keys, ElementsAre("", "/data/app/" + std::string(246, 'x'), "/data/local/my",
                                   "/system/bin/init", "/vendor/bin/badoom",
                                   "/vendor/bin/hw/sensors-service", "/vendor/bin/nostat",
                                   "/vendor/bin/overbudget", "/vendor/bin/underbudget"));
-}
 
-TEST_F(ProcessMemoryStatsTest, EntryHoldsTheProcessFigures) {
-    ASSERT_TRUE(stats.sample(clock));
     const ProcessMemorySnapshot& init = entry("/system/bin/init");
     EXPECT_EQ(memory("/system/bin/init"), (std::vector<uint32_t>{3000, 2000, 0, 1500}));
     EXPECT_TRUE(init.timeStatsValid);
@@ -120,22 +110,17 @@ TEST_F(ProcessMemoryStatsTest, EntryHoldsTheProcessFigures) {
               std::vector<float>({5 / 100.0f, 250 / 100.0f, 130 / 100.0f}));
     EXPECT_EQ(init.memtrackPssKb, -1);
     EXPECT_EQ(init.oomScoreAdj, -1000);
-}
 
-TEST_F(ProcessMemoryStatsTest, ProcessesWithoutACommandLineShareTheEmptyName) {
-    // Kernel threads, the zombie, the vanished pid and the numeric file: only the oom and time
-    // steps touch their entry, so its memory figures and memtrack stay zero.
-    ASSERT_TRUE(stats.sample(clock));
+    // Kernel threads, the zombie, the vanished pid and the numeric file share the empty name:
+    // only the oom and time steps touch that entry, so its memory figures and memtrack stay zero.
     const ProcessMemorySnapshot& none = entry("");
     EXPECT_EQ(memory(""), std::vector<uint32_t>(4, 0));
     EXPECT_EQ(none.memtrackPssKb, 0);
     EXPECT_EQ(none.oomScoreAdj, 0);
     EXPECT_FLOAT_EQ(none.systemTimeSec, 0.07f);
-}
 
-TEST_F(ProcessMemoryStatsTest, LastScannedProcessOfANameWins) {
-    ASSERT_TRUE(stats.sample(clock));
-    std::vector<std::string> order;  // readdir's order
+    // Two processes of one name: the one scanned last (in readdir's order) wins.
+    std::vector<std::string> order;
     for (const auto& e : std::filesystem::directory_iterator(kTree + "/proc"))
         order.push_back(e.path().filename());
     const bool laterIs101 = std::find(order.begin(), order.end(), "101") >
@@ -175,35 +160,29 @@ TEST(ProcessFiles, OomScoreAdjReadsOneDecimalInteger) {
     EXPECT_EQ(Vistrel::processfiles::oomScoreAdj(""), std::nullopt);
 }
 
-TEST(ProcessFiles, StatTimesAreFields14_15And22) {
-    const std::string line =
-            "1 (init) S 1 1 1 0 -1 4194560 500 0 40 900 250 130 0 0 20 0 1 0 5 99\n";
-    EXPECT_EQ(times(line), (std::vector<unsigned long long>{250, 130, 5}));
-    EXPECT_EQ(times("1 (init) S 1 2 3"), (std::vector<unsigned long long>{0, 0, 0}));
-    EXPECT_EQ(times("1 (init)"), std::vector<unsigned long long>()) << "nothing after the command";
-    EXPECT_EQ(times(""), std::vector<unsigned long long>());
-}
-
-TEST(ProcessFiles, StatFieldsAreCountedFromTheWordAfterTheCommandUncompensated) {
-    // "(my (odd) proc)" splits into three words: fields 14, 15 and 22 land on the kernel's
-    // majflt (17), cmajflt (29) and num_threads (4).
-    EXPECT_EQ(times("300 (my (odd) proc) R 1 300 300 0 -1 4194560 500 0 17 29 1234 567 0 0 20 0 "
-                    "4 0 8900 1"),
-              (std::vector<unsigned long long>{17, 29, 4}));
-    // Without a pid the scan stops before the first word, which then counts as field 3.
-    EXPECT_EQ(times("x 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22"),
-              (std::vector<unsigned long long>{14, 15, 22}));
-}
-
-TEST(ProcessFiles, StatLooksAt256BytesAfterACommandOfAtMost255) {
+// utime, stime and starttime are fields 14, 15 and 22, counted from the word after the command
+// without compensating for blanks inside it, within 256 bytes after a command of at most 255.
+TEST(ProcessFiles, StatTimesAreFields14_15And22CountedAsTheScanDoes) {
+    using Times = std::vector<unsigned long long>;
     const std::string fields = " 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22";
-    EXPECT_EQ(times("1 (c) S" + std::string(240, ' ') + fields)[2], 0u)
-            << "field 22 lies beyond the 256 bytes";
-    EXPECT_EQ(times("1 " + std::string(255, 'c') + fields),
-              (std::vector<unsigned long long>{15, 16, 0}));
-    EXPECT_EQ(times("1 " + std::string(256, 'c') + fields),
-              (std::vector<unsigned long long>{14, 15, 22}))
-            << "the command's 256th byte is field 3";
+    const std::pair<std::string, Times> rows[] = {
+            {"1 (init) S 1 1 1 0 -1 4194560 500 0 40 900 250 130 0 0 20 0 1 0 5 99\n",
+             {250, 130, 5}},
+            {"1 (init) S 1 2 3", {0, 0, 0}},
+            {"1 (init)", {}},  // nothing after the command
+            {"", {}},
+            // "(my (odd) proc)" splits into three words: fields 14, 15 and 22 land on the
+            // kernel's majflt (17), cmajflt (29) and num_threads (4).
+            {"300 (my (odd) proc) R 1 300 300 0 -1 4194560 500 0 17 29 1234 567 0 0 20 0 4 0 8900 "
+             "1",
+             {17, 29, 4}},
+            // Without a pid the scan stops before the first word, which then counts as field 3.
+            {"x 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22", {14, 15, 22}},
+            {"1 (c) S" + std::string(240, ' ') + fields, {0, 0, 0}},  // beyond the 256 bytes
+            {"1 " + std::string(255, 'c') + fields, {15, 16, 0}},
+            {"1 " + std::string(256, 'c') + fields, {14, 15, 22}},  // its 256th byte is field 3
+    };
+    for (const auto& [text, expected] : rows) EXPECT_EQ(times(text), expected) << text;
 }
 
 TEST_F(ProcessMemoryStatsTest, CommandNamesAreTakenFromTheFirst256Bytes) {
@@ -258,7 +237,7 @@ TEST_F(ProcessMemoryStatsTest, MissingTriggerServiceIsLogged) {
               1u);
 }
 
-TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrue) {
+TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrueAndCountsOnlyWhenPositive) {
     for (const char* value : {"false", "0", "bogus"}) {
         hostplatform::setProperty(kMemtrackProperty, value);
         ASSERT_TRUE(stats.sample(clock));
@@ -271,45 +250,32 @@ TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrue) {
     EXPECT_EQ(entry("").memtrackPssKb, 0) << "no footprint for processes without memory";
     EXPECT_EQ(requested, std::vector<uint32_t>(9, MEMORY_FOOTPRINT_MEMTRACK))
             << "one per process with memory";
-}
+    const auto reports = recordedReports();
+    ASSERT_EQ(reports.size(), 4u);
+    EXPECT_EQ(reports.back(), overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5))
+            << "a negative memtrack is not included";
 
-TEST_F(ProcessMemoryStatsTest, NegativeMemtrackCountsAsNotIncluded) {
-    hostplatform::setProperty(kMemtrackProperty, "true");
-    ASSERT_TRUE(stats.sample(clock));
-    EXPECT_THAT(recordedReports(),
-                ElementsAre(overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5)));
-}
-
-TEST_F(ProcessMemoryStatsTest, PositiveMemtrackCounts) {
-    hostplatform::setProperty(kMemtrackProperty, "true");
     memtrackKb = 1;
     ASSERT_TRUE(stats.sample(clock));
-    EXPECT_THAT(recordedReports(),
+    const auto later = recordedReports();
+    EXPECT_THAT(std::vector<Report>(later.begin() + 4, later.end()),
                 UnorderedElementsAre(overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
                                      overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
 }
 
-TEST_F(ProcessMemoryStatsTest, ReportSumWrapsAs32Bit) {
+TEST_F(ProcessMemoryStatsTest, ReportSumWrapsAs32BitAndAZeroMemtrackIsIncluded) {
     std::string name = "/x";
     stats.reportToTarnet(name, INT32_MAX, INT32_MAX);  // wraps to -2: not reported
-    EXPECT_THAT(recordedReports(), IsEmpty());
-}
-
-TEST_F(ProcessMemoryStatsTest, ZeroMemtrackIsIncluded) {
-    std::string name = "/x";
     stats.reportToTarnet(name, 10239, 0);
     stats.reportToTarnet(name, 0, 10240);
     EXPECT_THAT(recordedReports(), ElementsAre(overBudget("/x", 10240, true, 0, 10240)));
 }
 
-TEST_F(ProcessMemoryStatsTest, SnapshotBeforeAnyScanFails) {
+TEST_F(ProcessMemoryStatsTest, SnapshotBeforeAnyScanFailsAndAForcedOneScans) {
     EXPECT_FALSE(stats.snapshot(clock, false));
     EXPECT_THAT(
             logcapture::entries(),
             ElementsAre(error("ProcessMemoryStats snapshot failed because last sample failed")));
-}
-
-TEST_F(ProcessMemoryStatsTest, ForcedSnapshotScans) {
     clock.elapsed = 7000000000;
     EXPECT_TRUE(stats.snapshot(clock, true));
     EXPECT_EQ(stats.timestampMs, 7000);

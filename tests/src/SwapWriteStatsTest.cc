@@ -1,6 +1,5 @@
 #include "SwapWriteStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include "FakeClock.h"
@@ -10,6 +9,7 @@
 namespace {
 
 using logcapture::Entry;
+using logcapture::error;
 
 struct SwapWriteStatsTest : testing::Test {
     testing_support::FixtureTree tree{"memstorage/device"};
@@ -45,10 +45,8 @@ TEST_F(SwapWriteStatsTest, FailedReadChangesNothing) {
     EXPECT_EQ(swap.swapWriteBytes, 256000000);
     EXPECT_EQ(swap.timestamp, 0);
     EXPECT_EQ(logcapture::entries(),
-              (std::vector<Entry>{
-                      {ANDROID_LOG_ERROR, "Vistrel",
-                       "SwapWriteStats: failed to get block device stats"},
-                      {ANDROID_LOG_ERROR, "Vistrel", "SwapWriteStats: failed to get vmstats"}}));
+              (std::vector<Entry>{error("SwapWriteStats: failed to get block device stats"),
+                                  error("SwapWriteStats: failed to get vmstats")}));
 }
 
 }  // namespace

@@ -19,6 +19,9 @@
 namespace {
 
 using logcapture::Entry;
+using logcapture::error;
+using logcapture::info;
+using logcapture::verbose;
 using Entries = std::vector<Entry>;
 using testing_support::FakeClock;
 using testing_support::FixtureTree;
@@ -27,15 +30,7 @@ using Vistrel::SystemMemoryStats;
 const std::string kZram = "/sys/devices/virtual/block/zram0/";
 const std::string kControl = kZram + "calculate_idle_pg_stats";
 constexpr char kCollector[] = "mobile_vistrel_zram_idle_collector";
-const Entry kEnabled{ANDROID_LOG_VERBOSE, "Vistrel",
-                     "mobile_vistrel_zram_idle_collector returned 1"};
-
-Entry verbose(const std::string& text) {
-    return {ANDROID_LOG_VERBOSE, "Vistrel", text};
-}
-Entry error(const std::string& text) {
-    return {ANDROID_LOG_ERROR, "Vistrel", text};
-}
+const Entry kEnabled = verbose("mobile_vistrel_zram_idle_collector returned 1");
 
 std::vector<float> psi(const SystemMemoryStats& s) {
     return {s.psiSomeAvg10, s.psiSomeAvg60, s.psiSomeAvg300,
@@ -78,39 +73,31 @@ std::vector<float> averages(const std::string& text) {
     return {a.someAvg10, a.someAvg60, a.someAvg300, a.fullAvg10, a.fullAvg60, a.fullAvg300};
 }
 
-TEST(SystemMemoryFiles, PressureLinesSetTheirThreeAverages) {
-    EXPECT_EQ(averages("full avg10=0.31 avg60=0.22 avg300=0.10 total=40211981\n"
-                       "some avg10=1.25 avg60=0.87 avg300=0.40 total=91283412\n"),
-              (std::vector<float>{1.25f, 0.87f, 0.40f, 0.31f, 0.22f, 0.10f}));
-    EXPECT_EQ(averages(""), std::vector<float>(6, -1.0f));
+TEST(SystemMemoryFiles, PressureRecordsSetTheirThreeAveragesUntilAMalformedOne) {
+    const std::vector<float> none(6, -1.0f);
+    const std::pair<const char*, std::vector<float>> rows[] = {
+            {"full avg10=0.31 avg60=0.22 avg300=0.10 total=40211981\n"
+             "some avg10=1.25 avg60=0.87 avg300=0.40 total=91283412\n",
+             {1.25f, 0.87f, 0.40f, 0.31f, 0.22f, 0.10f}},
+            {"", none},
+            {"half avg10=1 avg60=2 avg300=3 total=4\nsome avg10=5 avg60=6 avg300=7 total=8\n",
+             {5, 6, 7, -1, -1, -1}},  // a record of another word is passed over
+            {"some avg10=5 avg60=6 total=8\nfull avg10=1 avg60=2 avg300=3 total=4\n", none},
+    };
+    for (const auto& [text, expected] : rows) EXPECT_EQ(averages(text), expected) << text;
 }
 
-TEST(SystemMemoryFiles, PressureRecordsOfOtherWordsArePassedOver) {
-    EXPECT_EQ(averages("half avg10=1 avg60=2 avg300=3 total=4\n"
-                       "some avg10=5 avg60=6 avg300=7 total=8\n"),
-              (std::vector<float>{5, 6, 7, -1, -1, -1}));
-}
-
-TEST(SystemMemoryFiles, PressureReadingStopsAtAMalformedRecord) {
-    EXPECT_EQ(averages("some avg10=5 avg60=6 total=8\n"
-                       "full avg10=1 avg60=2 avg300=3 total=4\n"),
-              std::vector<float>(6, -1.0f));
-}
-
-TEST(SystemMemoryFiles, SummedValuesAddEverythingPastTheLastEntryIntoIt) {
-    uint32_t entries[4] = {9, 9, 9, 9};
-    files::summedValues("1 2 3 4 5 4294967295 x 7", entries, 4);
-    EXPECT_EQ(values(entries), (std::vector<uint64_t>{1, 2, 3, 8})) << "wrapping, until the x";
-    files::summedValues("6 7", entries, 4);
-    EXPECT_EQ(values(entries), (std::vector<uint64_t>{6, 7, 3, 8})) << "short: the rest stays";
-}
-
-TEST(SystemMemoryFiles, LeadingValuesStopAtTheFirstNonNumber) {
-    uint64_t entries[4] = {9, 9, 9, 9};
-    files::leadingValues("5 x 6", entries, 4);
-    EXPECT_EQ(values(entries), (std::vector<uint64_t>{5, 9, 9, 9}));
-    files::leadingValues("1 2 3 4 5", entries, 4);
-    EXPECT_EQ(values(entries), (std::vector<uint64_t>{1, 2, 3, 4}));
+TEST(SystemMemoryFiles, ValueListsSumPastTheLastEntryOrStopAtTheFirstNonNumber) {
+    uint32_t summed[4] = {9, 9, 9, 9};
+    files::summedValues("1 2 3 4 5 4294967295 x 7", summed, 4);
+    EXPECT_EQ(values(summed), (std::vector<uint64_t>{1, 2, 3, 8})) << "wrapping, until the x";
+    files::summedValues("6 7", summed, 4);
+    EXPECT_EQ(values(summed), (std::vector<uint64_t>{6, 7, 3, 8})) << "short: the rest stays";
+    uint64_t leading[4] = {9, 9, 9, 9};
+    files::leadingValues("5 x 6", leading, 4);
+    EXPECT_EQ(values(leading), (std::vector<uint64_t>{5, 9, 9, 9}));
+    files::leadingValues("1 2 3 4 5", leading, 4);
+    EXPECT_EQ(values(leading), (std::vector<uint64_t>{1, 2, 3, 4}));
 }
 
 TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
@@ -128,7 +115,7 @@ TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
     EXPECT_EQ(stats.readDurationMs, 250);
     EXPECT_GE(stats.uptimeMs, uptimeBefore);
     EXPECT_LE(stats.uptimeMs, android::uptimeMillis());
-    EXPECT_TRUE(logcapture::entries().empty()) << ::testing::PrintToString(logcapture::texts());
+    EXPECT_EQ(logcapture::entries(), Entries{});
 }
 
 TEST_F(SystemMemoryStatsTest, TotalIsReadOncePerProcess) {
@@ -163,27 +150,18 @@ TEST_F(SystemMemoryStatsTest, FailedBootClockReadCountsFromZero) {
             3u);
 }
 
-TEST_F(SystemMemoryStatsTest, SnapshotBeforeAnySampleFails) {
-    EXPECT_FALSE(stats.snapshot(clock, false));
-    EXPECT_EQ(logcapture::entries(),
-              Entries{error("SystemMemoryStats snapshot failed because last sample failed")});
-}
-
-TEST_F(SystemMemoryStatsTest, ForcedSnapshotSamples) {
+TEST_F(SystemMemoryStatsTest, SnapshotsReportTheLastSampleOrForceOne) {
     FixtureTree tree("memstorage/device");
+    EXPECT_FALSE(stats.snapshot(clock, false));
     clock.elapsed = INT64_C(3000000000);
     EXPECT_TRUE(stats.snapshot(clock, true));
     EXPECT_EQ(stats.timestampMs, 3000);
-    EXPECT_EQ(logcapture::entries(), (Entries{{ANDROID_LOG_INFO, "Vistrel",
-                                               "SystemMemoryStats: force sampled in snapshot"}}));
-}
-
-TEST_F(SystemMemoryStatsTest, PlainSnapshotReadsNothing) {
-    FixtureTree tree("memstorage/device");
-    stats.sample(clock);
+    EXPECT_EQ(logcapture::entries(),
+              (Entries{error("SystemMemoryStats snapshot failed because last sample failed"),
+                       info("SystemMemoryStats: force sampled in snapshot")}));
     clock.elapsed = INT64_C(9000000000);
     EXPECT_TRUE(stats.snapshot(clock, false));
-    EXPECT_EQ(stats.timestampMs, 0);
+    EXPECT_EQ(stats.timestampMs, 3000) << "a plain snapshot reads nothing";
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleDisabledOnlyResetsTheEntries) {
@@ -196,7 +174,7 @@ TEST_F(SystemMemoryStatsTest, ZramIdleDisabledOnlyResetsTheEntries) {
               Entries{verbose("mobile_vistrel_zram_idle_collector returned 0")});
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleReadsEveryFile) {
+TEST_F(SystemMemoryStatsTest, ZramIdleRequestsWithThePropertiesAndReadsEveryFile) {
     FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
@@ -208,16 +186,12 @@ TEST_F(SystemMemoryStatsTest, ZramIdleReadsEveryFile) {
     EXPECT_EQ(values(z->simulatedBdStat), (std::vector<uint64_t>{1024, 4096, 52, 7}));
     EXPECT_EQ(logcapture::entries(),
               (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300")}));
-}
 
-TEST_F(SystemMemoryStatsTest, ZramIdleRequestTakesTheProperties) {
-    FixtureTree tree("memstorage/device");
-    hostplatform::setProperty(kCollector, "true");
     hostplatform::setProperty("mobile_vistrel_zram_idle_threshold", "3600");
     hostplatform::setProperty("mobile_vistrel_zram_idle_histo_bucket", "120");
     stats.getZramIdleMemStats();
     stats.getZramIdleMemStats();
-    EXPECT_EQ(tree.read(kControl), "120 3600");
+    EXPECT_EQ(tree.read(kControl), "120 3600") << "the properties, written anew";
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleRequestReachesTheKernelAfterTheReads) {
@@ -230,26 +204,25 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestReachesTheKernelAfterTheReads) {
     EXPECT_EQ(tree.read(kControl), "60 300");
 }
 
-TEST_F(SystemMemoryStatsTest, ZramIdleMissingControlFileStopsIt) {
-    FixtureTree tree("memstorage/device");
+TEST_F(SystemMemoryStatsTest, ZramIdleMissingOrUnwritableControlFileStopsIt) {
+    const Entry kRequest = verbose("zram0 histBucketSz 60 idleSecs 300");
     hostplatform::setProperty(kCollector, "true");
-    tree.remove(kControl);
-    EXPECT_TRUE(allOnes(*stats.getZramIdleMemStats()));
-    EXPECT_EQ(logcapture::entries(),
-              (Entries{kEnabled, verbose("stat failed " + kControl + ": No such file or directory"),
-                       verbose("zram0 histBucketSz 60 idleSecs 300"),
-                       error("fopen " + kControl + ": No such file or directory")}));
-}
-
-TEST_F(SystemMemoryStatsTest, ZramIdleUnwritableControlFileStopsIt) {
-    FixtureTree tree("memstorage/device");
-    hostplatform::setProperty(kCollector, "true");
-    tree.remove(kControl);
-    std::filesystem::create_directory(tree.at(kControl));  // stat succeeds, fopen "w" fails
-    EXPECT_TRUE(allOnes(*stats.getZramIdleMemStats()));
-    EXPECT_EQ(logcapture::entries(),
-              (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300"),
-                       error("fopen " + kControl + ": Is a directory")}));
+    for (const bool missing : {true, false}) {
+        FixtureTree tree("memstorage/device");
+        tree.remove(kControl);
+        // A directory in its place: stat succeeds, fopen "w" fails.
+        if (!missing) std::filesystem::create_directory(tree.at(kControl));
+        logcapture::clear();
+        EXPECT_TRUE(allOnes(*stats.getZramIdleMemStats()));
+        EXPECT_EQ(logcapture::entries(),
+                  missing ? (Entries{kEnabled,
+                                     verbose("stat failed " + kControl +
+                                             ": No such file or directory"),
+                                     kRequest,
+                                     error("fopen " + kControl + ": No such file or directory")})
+                          : (Entries{kEnabled, kRequest,
+                                     error("fopen " + kControl + ": Is a directory")}));
+    }
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleMissingReadFileLogsItsOwnLine) {

@@ -1,6 +1,5 @@
 #include "SystemStateStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include "FakeClock.h"
@@ -8,23 +7,19 @@
 
 namespace {
 
+using logcapture::info;
 using testing_support::FakeClock;
 using Vistrel::SystemStateStats;
 
-// A power manager that answers a scripted sequence and reports its own destruction.
+// A power manager that answers a scripted sequence, over and over.
 class ScriptedPowerManager : public Vistrel::PowerManager {
 public:
-    explicit ScriptedPowerManager(std::vector<bool> answers, int* destroyed = nullptr)
-        : answers_(std::move(answers)), destroyed_(destroyed) {}
-    ~ScriptedPowerManager() override {
-        if (destroyed_) ++*destroyed_;
-    }
+    explicit ScriptedPowerManager(std::vector<bool> answers) : answers_(std::move(answers)) {}
     bool getIsInteractive() override { return answers_[next_++ % answers_.size()]; }
 
 private:
     std::vector<bool> answers_;
     size_t next_ = 0;
-    int* destroyed_;
 };
 
 // Samples `states` in order and returns the packed words of the resulting batch.
@@ -45,39 +40,30 @@ std::vector<bool> concat(std::vector<bool> a, const std::vector<bool>& b) {
     return a;
 }
 
-TEST(SystemStateStatsPacking, WidthsThatDivide32) {
-    EXPECT_EQ(pack(8, {1, 0, 1, 1}), (std::vector<int64_t>{0xffff00ff}));
-    EXPECT_EQ(pack(1, repeat(true, 40)), (std::vector<int64_t>{0xffffffff, 0xff}));
-    EXPECT_EQ(pack(1, concat(repeat(false, 32), {1})), (std::vector<int64_t>{0, 1}));
-    EXPECT_EQ(pack(2, {0, 1, 0, 1}), (std::vector<int64_t>{0xcc}));
-    EXPECT_EQ(pack(16, {1, 1, 1}), (std::vector<int64_t>{0xffffffff, 0xffff}));
-}
-
-TEST(SystemStateStatsPacking, WidthsThatDoNotDivide32OverlapTheFirstSlot) {
+TEST(SystemStateStatsPacking, StatesArePackedIntoWordsOfTheWidthModulo32) {
+    using Words = std::vector<int64_t>;
+    EXPECT_EQ(pack(8, {1, 0, 1, 1}), Words{0xffff00ff});
+    EXPECT_EQ(pack(1, repeat(true, 40)), (Words{0xffffffff, 0xff}));
+    EXPECT_EQ(pack(1, concat(repeat(false, 32), {1})), (Words{0, 1}));
+    EXPECT_EQ(pack(2, {0, 1, 0, 1}), Words{0xcc});
+    EXPECT_EQ(pack(16, {1, 1, 1}), (Words{0xffffffff, 0xffff}));
     // b = 3: ten slots per word, but the word closes only at 33 bits, so the 11th state lands in
     // slot 0 of the same word and the 12th starts the next word in slot 1.
-    EXPECT_EQ(pack(3, concat(repeat(false, 10), {1, 0, 1})), (std::vector<int64_t>{0x7, 0x1c0}));
-    EXPECT_EQ(pack(3, repeat(true, 12)), (std::vector<int64_t>{0x3fffffff, 0x38}));
+    EXPECT_EQ(pack(3, concat(repeat(false, 10), {1, 0, 1})), (Words{0x7, 0x1c0}));
+    EXPECT_EQ(pack(3, repeat(true, 12)), (Words{0x3fffffff, 0x38}));
     // b = 5: six slots, a word closes after seven states (35 bits).
-    EXPECT_EQ(pack(5, concat(repeat(false, 6), {1})), (std::vector<int64_t>{0x1f}));
-}
-
-TEST(SystemStateStatsPacking, WidthIsTakenModulo32) {
-    EXPECT_EQ(pack(32, {1, 1}), (std::vector<int64_t>{0, 0})) << "an empty mask";
-    EXPECT_EQ(pack(33, {1, 1}), (std::vector<int64_t>{1, 2}));
-}
-
-TEST(SystemStateStatsPacking, Width0NeverClosesAWord) {
-    EXPECT_TRUE(pack(0, {1, 1, 1}).empty());
+    EXPECT_EQ(pack(5, concat(repeat(false, 6), {1})), Words{0x1f});
+    EXPECT_EQ(pack(32, {1, 1}), (Words{0, 0})) << "an empty mask";
+    EXPECT_EQ(pack(33, {1, 1}), (Words{1, 2}));
+    EXPECT_TRUE(pack(0, {1, 1, 1}).empty()) << "width 0 never closes a word";
 }
 
 TEST(SystemStateStatsPacking, EachWordIsLoggedAtInfo) {
     logcapture::clear();
     pack(1, repeat(true, 40));
     EXPECT_EQ(logcapture::entries(),
-              (std::vector<logcapture::Entry>{
-                      {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ffffffff"},
-                      {ANDROID_LOG_INFO, "Vistrel", "SystemStateStats::getDonStates: ff"}}));
+              (std::vector<logcapture::Entry>{info("SystemStateStats::getDonStates: ffffffff"),
+                                              info("SystemStateStats::getDonStates: ff")}));
 
     SystemStateStats empty(1, 4, 1000);
     logcapture::clear();
@@ -139,7 +125,7 @@ TEST(SystemStateStatsBatches, LargeBatchCounterWrapsLikeThe32BitFormula) {
     EXPECT_TRUE(stats.sample(clock));
 }
 
-TEST_F(SystemStateStatsBatchOfThree, SnapshotConsumesTheReadyFlag) {
+TEST_F(SystemStateStatsBatchOfThree, SnapshotConsumesTheReadyFlagAndTheNextSampleClearsIt) {
     EXPECT_FALSE(stats.snapshot(clock, false));
     stats.sample(clock);
     stats.sample(clock);
@@ -147,23 +133,13 @@ TEST_F(SystemStateStatsBatchOfThree, SnapshotConsumesTheReadyFlag) {
     stats.sample(clock);
     EXPECT_TRUE(stats.snapshot(clock, false));
     EXPECT_FALSE(stats.snapshot(clock, false)) << "a second snapshot without a new batch";
-}
-
-TEST_F(SystemStateStatsBatchOfThree, NextSampleClearsAnUnclaimedFlag) {
     for (int i = 0; i < 3; ++i) stats.sample(clock);  // a batch nobody snapshots
     stats.sample(clock);  // starts the next one: the flag is cleared again
     EXPECT_FALSE(stats.snapshot(clock, false));
 }
 
 TEST(SystemStateStatsSnapshot, ForcedSnapshotSamplesThroughTheVirtualInterface) {
-    struct Counting : SystemStateStats {
-        using SystemStateStats::SystemStateStats;
-        std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
-            ++samples;
-            return SystemStateStats::sample(clock);
-        }
-        int samples = 0;
-    } stats(1, 2, 1000);
+    testing_support::SampleCounting<SystemStateStats> stats(1, 2, 1000);
     stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}));
     FakeClock clock;
     stats.sample(clock);
@@ -184,26 +160,19 @@ TEST(SystemStateStatsPowerManager, AcquireInstallsADefaultThroughTheVirtualSlot)
         }
         bool seen = false;
     } stats(1, 1, 1000);
+    struct Counted : Vistrel::PowerManager {
+        explicit Counted(int& count) : destroyed(count) {}
+        ~Counted() override { ++destroyed; }
+        int& destroyed;
+    };
+    int destroyed = 0;
+    stats.setPowerManager(std::make_unique<Counted>(destroyed));
     FakeClock clock;
     EXPECT_TRUE(stats.acquireResources(nullptr, clock)) << "the router is never called";
     EXPECT_TRUE(stats.seen);
+    EXPECT_EQ(destroyed, 1) << "the manager it replaces";
     EXPECT_TRUE(stats.sample(clock)) << "the default manager answers";
-    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(1000)));
     EXPECT_STREQ(stats.name(), "SystemStateStats");
-}
-
-TEST(SystemStateStatsPowerManager, SetPowerManagerOwnsItsManager) {
-    int destroyed = 0;
-    {
-        SystemStateStats stats(1, 1, 1000);
-        auto first = std::make_unique<ScriptedPowerManager>(std::vector<bool>{1}, &destroyed);
-        stats.setPowerManager(std::move(first));
-        EXPECT_EQ(first, nullptr);
-        stats.setPowerManager(
-                std::make_unique<ScriptedPowerManager>(std::vector<bool>{0}, &destroyed));
-        EXPECT_EQ(destroyed, 1);
-    }
-    EXPECT_EQ(destroyed, 2) << "the owned manager dies with the provider";
 }
 
 }  // namespace

@@ -1,70 +1,44 @@
 #include "ThermalStats.h"
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <mutex>
-#include <tuple>
 
 #include "FakeClock.h"
-#include "FakeHealth.h"
 #include "FakeThermal.h"
 #include "LogCapture.h"
+#include "RecordedPushes.h"
 #include "VtableSlot.h"
-#include "hostplatform/HwBinderThreadPool.h"
+#include "hostplatform/ServiceRegistry.h"
 
 namespace {
 
+using logcapture::error;
+using logcapture::info;
 using testing_support::FakeThermal;
 using Vistrel::ThermalStats;
 using Call = FakeThermal::Call;
 using Fault = FakeThermal::Fault;
 using Type = FakeThermal::TemperatureType;
 using Log = std::vector<logcapture::Entry>;
-using Push = std::tuple<std::string, std::string, bool>;
+using Pushes = testing_support::RecordedPushes;
 
 constexpr int64_t kSecondNs = INT64_C(1000000000);
 const std::string kDeadObject = "Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '";
-const logcapture::Entry kNoHal{ANDROID_LOG_ERROR, "Vistrel",
-                               "thermal HAL connection failed to initialize."};
-const logcapture::Entry kTempsRefused{ANDROID_LOG_ERROR, "Vistrel",
-                                      "Temps were not successfully read from the thermal HAL"};
-const logcapture::Entry kDevicesRefused{
-        ANDROID_LOG_ERROR, "Vistrel",
-        "Cooling devices were not successfully read from the thermal HAL"};
+const logcapture::Entry kNoHal = error("thermal HAL connection failed to initialize.");
+const logcapture::Entry kTempsRefused =
+        error("Temps were not successfully read from the thermal HAL");
+const logcapture::Entry kDevicesRefused =
+        error("Cooling devices were not successfully read from the thermal HAL");
 
 std::string text(const std::optional<Vistrel::Notification>& n) {
     return n ? n->name + " / " + n->detail : "none";
 }
 
-logcapture::Entry error(const std::string& text) {
-    return {ANDROID_LOG_ERROR, "Vistrel", text};
-}
-
-// Pushes as the host receives them, from whichever thread.
-struct Pushes {
-    Vistrel::NotificationRouter router() {
-        return [this](const std::string& name, const std::string& detail, bool force) {
-            std::lock_guard<std::mutex> lock(mutex);
-            seen.emplace_back(name, detail, force);
-        };
-    }
-    std::vector<Push> delivered() {
-        hostplatform::waitForOnewayTransactions();
-        std::lock_guard<std::mutex> lock(mutex);
-        return seen;
-    }
-    std::mutex mutex;
-    std::vector<Push> seen;
-};
-
 TEST(ThermalStatsWithoutHal, EveryCallReportsTheMissingServiceAndNothingIsRecorded) {
     ThermalStats stats;
     testing_support::FakeClock clock;
     clock.now = 77;
-    EXPECT_STREQ(stats.name(), "ThermalStats");
-    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(10000)));
     EXPECT_FALSE(stats.acquireResources(nullptr, clock));
     EXPECT_EQ(stats.lastHeartbeatNs, 77) << "the heartbeat timer starts even without a HAL";
     EXPECT_FALSE(stats.sample(clock));
@@ -73,12 +47,8 @@ TEST(ThermalStatsWithoutHal, EveryCallReportsTheMissingServiceAndNothingIsRecord
     stats.fireThrottlingNotification();  // no callback yet: nothing happens
     EXPECT_EQ(stats.sampleCount, 0);
     EXPECT_EQ(logcapture::entries(),
-              (Log{error("Data provider unable to connect to thermal HAL"),
-                   kNoHal,
-                   kNoHal,
-                   {ANDROID_LOG_INFO, "Vistrel", "ThermalStats: force sample in snapshot"},
-                   kNoHal,
-                   kNoHal}));
+              (Log{error("Data provider unable to connect to thermal HAL"), kNoHal, kNoHal,
+                   info("ThermalStats: force sample in snapshot"), kNoHal, kNoHal}));
 }
 
 // Connected to a registered fake with one sensor and one cooling device, acquired at time 0.
@@ -132,25 +102,12 @@ TEST_F(ThermalStatsConnected, RegistrationOutcomesKeepTheNewCallbackAndTheHandle
     EXPECT_EQ(hal->callbackCount(), 2u) << "nothing is ever unregistered";
 
     stats.fireThrottlingNotification();  // the newest callback, on this thread
-    EXPECT_EQ(later.delivered(), (std::vector<Push>{{"ThermalThrottle", "testSensor", true}}));
+    EXPECT_EQ(later.delivered(), std::vector<std::string>{"ThermalThrottle/testSensor/force"});
     hal->deliverThrottling(
             FakeThermal::temperature("skin", Type::SKIN, 45, FakeThermal::Severity::SEVERE));
-    EXPECT_EQ(pushes.delivered(), (std::vector<Push>{{"ThermalThrottle", "skin", true}}))
+    EXPECT_EQ(pushes.delivered(), std::vector<std::string>{"ThermalThrottle/skin/force"})
             << "type, value and severity are not passed on";
     EXPECT_EQ(later.delivered().size(), 2u);
-}
-
-TEST(ThermalStatsRefused, ARefusedRegistrationStillLeavesSamplingWorking) {
-    android::sp<FakeThermal> hal = new FakeThermal;
-    hal->registerDefault();
-    hal->temperatures = {FakeThermal::temperature("cpu", Type::CPU, 40)};
-    hal->failNext(Call::Register, Fault::FailureEmpty);
-    ThermalStats stats;
-    testing_support::FakeClock clock;
-    EXPECT_FALSE(stats.acquireResources([](auto&&...) {}, clock));
-    stats.sampleHAL();
-    EXPECT_EQ(stats.sampleCount, 1);
-    EXPECT_EQ(stats.temperatureHistory.at("cpu")[0], 40);
 }
 
 TEST_F(ThermalStatsConnected, TransportFailuresStopTheSampleAndRefusedListsStillUseTheirSlot) {
@@ -186,10 +143,9 @@ TEST_F(ThermalStatsConnected, SnapshotWithoutAnObtainableSampleLeavesTheRecord) 
     EXPECT_FALSE(stats.snapshot(clock, false));
     EXPECT_TRUE(stats.temperatureStats.empty());
     EXPECT_TRUE(stats.snapshot(clock, false));  // the next one samples itself and succeeds
-    EXPECT_EQ(cpu().current, 40);
-    EXPECT_EQ(cpu().max, 40);
-    EXPECT_EQ(cpu().min, 40);
-    EXPECT_EQ(cpu().average, 40);
+    const Vistrel::SampledData cpu = this->cpu();
+    EXPECT_EQ(std::vector<float>({cpu.current, cpu.max, cpu.min, cpu.average}),
+              std::vector<float>(4, 40));
     EXPECT_EQ(stats.coolingDeviceStats.at("fan").average, 2);
 }
 
@@ -230,22 +186,14 @@ TEST_F(ThermalStatsConnected, TiesKeepTheEarlierValue) {
     EXPECT_FALSE(std::signbit(stats.temperatureStats.at("b").min));
 }
 
-// Each nowNs() read moves this clock 0.5 s further.
-struct SteppingClock : testing_support::FakeClock {
-    int64_t nowNs() override {
-        const int64_t reading = now;
-        now += kSecondNs / 2;
-        return reading;
-    }
-};
-
 TEST_F(ThermalStatsConnected, HeartbeatEvery120SecondsFromTheSecondClockReading) {
     clock.now = 119900000000;
     EXPECT_FALSE(stats.sample(clock));
     clock.now = 120 * kSecondNs;
     EXPECT_EQ(text(stats.sample(clock)), "ThermalHeartbeat / 120 seconds");
 
-    SteppingClock stepping;
+    testing_support::SteppingClock stepping;
+    stepping.step = kSecondNs / 2;
     stepping.now = 245 * kSecondNs + kSecondNs * 9 / 10;  // 125.9 s after the last heartbeat
     EXPECT_EQ(text(stats.sample(stepping)), "ThermalHeartbeat / 125 seconds");
     EXPECT_EQ(stats.lastHeartbeatNs, 246 * kSecondNs + kSecondNs * 4 / 10);

@@ -7,13 +7,13 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "FakeClock.h"
 #include "LogCapture.h"
+#include "RecordedPushes.h"
 #include "SdkControl.h"
 #include "hostplatform/Properties.h"
 
@@ -21,28 +21,10 @@ namespace {
 
 using Vistrel::VrFocusProviderStats;
 using Vistrel::VrTopActivityListener;
+using Pushes = testing_support::RecordedPushes;
 
 constexpr int64_t kPhaseNs = 10000000000;  // 10 s of device time per script phase
 constexpr char kForceLine[] = "VrTopActivityListener, onTopActivityChanged force sample";
-
-// Records pushes; `token` shows whether a listener still holds a copy of the router.
-struct Pushes {
-    std::mutex mutex;
-    std::vector<std::string> seen;
-    std::shared_ptr<int> token = std::make_shared<int>(0);
-
-    Vistrel::NotificationRouter router() {
-        return [this, token = token](const std::string& name, const std::string& detail,
-                                     bool force) {
-            std::lock_guard<std::mutex> lock(mutex);
-            seen.push_back(name + "/" + detail + (force ? "/force" : ""));
-        };
-    }
-    size_t count() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return seen.size();
-    }
-};
 
 class VrFocusTest : public ::testing::Test {
 protected:
@@ -94,11 +76,11 @@ TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas)
     VrFocusProviderStats focus;
     ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
     enterPhase(0);
-    EXPECT_EQ(pushes.count(), 0u) << "an empty first report is not a change";
+    EXPECT_EQ(pushes.delivered().size(), 0u) << "an empty first report is not a change";
 
     enterPhase(1);
-    ASSERT_EQ(pushes.count(), 1u);
-    EXPECT_EQ(pushes.seen[0], "ForegroundAppsStats/ForegroundApps snapshot/force");
+    ASSERT_EQ(pushes.delivered().size(), 1u);
+    EXPECT_EQ(pushes.delivered()[0], "ForegroundAppsStats/ForegroundApps snapshot/force");
     clock.now = 123;
     ASSERT_TRUE(focus.snapshot(clock, false));
     EXPECT_EQ(focus.foregroundApps, "a,b,");
@@ -107,9 +89,9 @@ TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas)
     EXPECT_EQ(logged(ANDROID_LOG_INFO, "VrFocusProviderStats: snapshot ForegroundApps: b"), 1u);
 
     enterPhase(2);  // the same applications in another order
-    EXPECT_EQ(pushes.count(), 2u);
+    EXPECT_EQ(pushes.delivered().size(), 2u);
     enterPhase(3);  // nothing in front after something
-    EXPECT_EQ(pushes.count(), 3u);
+    EXPECT_EQ(pushes.delivered().size(), 3u);
     EXPECT_EQ(logged(ANDROID_LOG_INFO, kForceLine), 3u);
     ASSERT_TRUE(focus.snapshot(clock, false));
     EXPECT_EQ(focus.foregroundApps, "");
@@ -140,34 +122,25 @@ TEST_F(VrFocusTest, OnlyAListThatDiffersInContentOrOrderIsPushed) {
         listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
     };
     report(0);
-    EXPECT_EQ(direct.count(), 0u);
+    EXPECT_EQ(direct.delivered().size(), 0u);
     report(1);
     report(1);
-    EXPECT_EQ(direct.count(), 1u) << "the same list in the same order again";
+    EXPECT_EQ(direct.delivered().size(), 1u) << "the same list in the same order again";
     EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"a", "b"}));
     report(2);
-    EXPECT_EQ(direct.count(), 2u);
+    EXPECT_EQ(direct.delivered().size(), 2u);
     EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"b", "a"}));
     report(3);
     report(3);
-    EXPECT_EQ(direct.count(), 3u);
+    EXPECT_EQ(direct.delivered().size(), 3u);
     EXPECT_TRUE(listener.getForegroundApps().empty());
     EXPECT_TRUE(focus.releaseResources());
 }
 
-class SampleCounting : public VrFocusProviderStats {
-public:
-    std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
-        ++samples;
-        return VrFocusProviderStats::sample(clock);
-    }
-    int samples = 0;
-};
-
 TEST_F(VrFocusTest, ForceSamplesThroughTheVirtualInterfaceAndAMissingManagerFailsTheSnapshot) {
     enable();
     setHooks(&sim::sdk::Hooks::createReturnsNull);
-    SampleCounting focus;
+    testing_support::SampleCounting<VrFocusProviderStats> focus;
     EXPECT_FALSE(focus.acquireResources(pushes.router(), clock));
     EXPECT_EQ(logged(ANDROID_LOG_ERROR, "Could not connect to VR Focus Manager"), 1u);
     focus.foregroundApps = "kept";
@@ -199,7 +172,7 @@ TEST_F(VrFocusTest, ARefusedUnregistrationReleasesTheManagerAndLeaksTheListener)
     VrFocusProviderStats focus;
     ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
     enterPhase(1);
-    ASSERT_EQ(pushes.count(), 1u);
+    ASSERT_EQ(pushes.delivered().size(), 1u);
     setHooks(&sim::sdk::Hooks::refuseUnregistration);
     EXPECT_FALSE(focus.releaseResources());
     EXPECT_EQ(logged(ANDROID_LOG_ERROR, "Failed to unregister listener"), 1u);
@@ -230,7 +203,8 @@ TEST_F(VrFocusTest, ConcurrentReportsAndSnapshots) {
     } while (!done);
     driver.join();
     EXPECT_TRUE(focus.releaseResources());
-    EXPECT_EQ(pushes.count(), 150u) << "every phase but the repeated empty one at the cycle start";
+    EXPECT_EQ(pushes.delivered().size(), 150u)
+            << "every phase but the repeated empty one at the cycle start";
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
-// A host clock for tests: three independent readings that tests set directly.
+// A host clock for tests (three independent readings that tests set directly), a stepping
+// variant, and a provider wrapper that counts its samples.
 #pragma once
+
+#include <utility>
 
 #include "Provider.h"
 
@@ -11,16 +14,29 @@ public:
     int64_t readTimestamp() override { return timestamp; }
     int64_t nowNs() override { return now; }
 
-    // Moves all three readings forward together.
-    void advanceNs(int64_t ns) {
-        elapsed += ns;
-        now += ns;
-        timestamp += ns / 1000000;
-    }
-
     int64_t elapsed = 0;
     int64_t timestamp = 0;
     int64_t now = 0;
+};
+
+// A FakeClock whose nowNs() moves on by `step` after every reading, for code that must take a
+// second, fresh reading.
+class SteppingClock : public FakeClock {
+public:
+    int64_t nowNs() override { return std::exchange(now, now + step); }
+    int64_t step = 0;
+};
+
+// A provider whose sample() counts its calls, to see that a forced snapshot samples through the
+// virtual slot.
+template <typename P>
+struct SampleCounting : P {
+    using P::P;
+    std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
+        ++samples;
+        return P::sample(clock);
+    }
+    int samples = 0;
 };
 
 }  // namespace testing_support

@@ -1,26 +1,22 @@
-// A scriptable health HAL 2.1 for tests (discharging, good, 50 %, 3900 mV, -1 mA). It answers
-// `info` and `currentUa`; each call of update(), getCurrentNow() or getHealthInfo_2_1() first
-// takes the next queued fault of that method, if any: kTransport (failed Return, no callback) or
-// a non-SUCCESS Result (callback with that Result and a zeroed value).
+// A scriptable health HAL 2.1 for tests (discharging, good, 50 %, 3900 mV, -1 mA) on the
+// simulated headset's HAL base: it answers `info` and `currentUa`; each call of update(),
+// getCurrentNow() or getHealthInfo_2_1() first takes the next queued fault of that method, if
+// any: kTransport (failed Return, no callback) or a non-SUCCESS Result (callback with that Result
+// and a zeroed value).
 #pragma once
 
 #include <deque>
 #include <map>
 #include <optional>
 
-#include <android/hardware/health/2.1/IHealth.h>
-
-#include "Provider.h"
+#include "HealthHal.h"
 #include "hostplatform/ServiceRegistry.h"
 
 namespace testing_support {
 
-class FakeHealth : public android::hardware::health::V2_1::IHealth {
+class FakeHealth : public sim::HealthHal {
 public:
-    using Result = android::hardware::health::V2_0::Result;
     using HealthInfo = android::hardware::health::V2_1::HealthInfo;
-    template <typename T>
-    using Return = android::hardware::Return<T>;
     using Status = android::hardware::health::V1_0::BatteryStatus;
     using Health = android::hardware::health::V1_0::BatteryHealth;
     using Fault = std::optional<Result>;  // empty: transport failure
@@ -53,31 +49,25 @@ public:
 
     Return<Result> update() override {
         const Fault fault = take(Method::Update);
-        return fault ? Return<Result>(*fault) : Return<Result>(transportError());
+        if (!fault) return transportError();
+        return *fault == Result::SUCCESS ? HealthHal::update() : Return<Result>(*fault);
     }
     Return<void> getCurrentNow(getCurrentNow_cb cb) override {
-        return answer(Method::CurrentNow, cb, currentUa);
+        const Fault fault = take(Method::CurrentNow);
+        return fault == Result::SUCCESS ? HealthHal::getCurrentNow(cb) : fail(fault, cb);
     }
     Return<void> getHealthInfo_2_1(getHealthInfo_2_1_cb cb) override {
-        return answer(Method::HealthInfo21, cb, info);
+        const Fault fault = take(Method::HealthInfo21);
+        return fault == Result::SUCCESS ? HealthHal::getHealthInfo_2_1(cb) : fail(fault, cb);
     }
 
-    // Not used by the providers: NOT_SUPPORTED.
-    using InfoCallback = android::sp<android::hardware::health::V2_0::IHealthInfoCallback>;
-    Return<Result> registerCallback(const InfoCallback&) override { return Result::NOT_SUPPORTED; }
-    Return<Result> unregisterCallback(const InfoCallback&) override {
-        return Result::NOT_SUPPORTED;
+protected:
+    sim::HealthReading read() override {
+        sim::HealthReading reading;
+        reading.info = info;
+        reading.currentNowUa = currentUa;
+        return reading;
     }
-    Return<void> getChargeCounter(getChargeCounter_cb cb) override { return unsupported(cb); }
-    Return<void> getCurrentAverage(getCurrentAverage_cb cb) override { return unsupported(cb); }
-    Return<void> getCapacity(getCapacity_cb cb) override { return unsupported(cb); }
-    Return<void> getEnergyCounter(getEnergyCounter_cb cb) override { return unsupported(cb); }
-    Return<void> getChargeStatus(getChargeStatus_cb cb) override { return unsupported(cb); }
-    Return<void> getStorageInfo(getStorageInfo_cb cb) override { return unsupported(cb); }
-    Return<void> getDiskStats(getDiskStats_cb cb) override { return unsupported(cb); }
-    Return<void> getHealthInfo(getHealthInfo_cb cb) override { return unsupported(cb); }
-    Return<void> getHealthConfig(getHealthConfig_cb cb) override { return unsupported(cb); }
-    Return<void> shouldKeepScreenOn(shouldKeepScreenOn_cb cb) override { return unsupported(cb); }
 
 private:
     Fault take(Method method) {
@@ -90,31 +80,14 @@ private:
     static android::hardware::Status transportError() {
         return android::hardware::Status::fromStatusT(android::DEAD_OBJECT);
     }
-    template <typename Callback, typename Value>
-    Return<void> answer(Method method, const Callback& cb, const Value& value) {
-        const Fault fault = take(method);
-        if (!fault) return transportError();
-        cb(*fault, *fault == Result::SUCCESS ? value : Value{});
-        return android::hardware::Void();
-    }
     template <typename Callback>
-    static Return<void> unsupported(const Callback& cb) {
-        cb(Result::NOT_SUPPORTED, {});
+    static Return<void> fail(const Fault& fault, const Callback& cb) {
+        if (!fault) return transportError();
+        cb(*fault, {});
         return android::hardware::Void();
     }
 
     std::map<Method, std::deque<Fault>> faults_;
-};
-
-// A provider whose sample() counts its calls, to see that a forced snapshot samples through the
-// virtual slot.
-template <typename P>
-struct SampleCounting : P {
-    std::optional<Vistrel::Notification> sample(Vistrel::IClockReader& clock) override {
-        ++samples;
-        return P::sample(clock);
-    }
-    int samples = 0;
 };
 
 }  // namespace testing_support

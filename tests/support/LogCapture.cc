@@ -1,5 +1,7 @@
 #include "LogCapture.h"
 
+#include <android/log.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -55,11 +57,17 @@ size_t count(int priority, const std::string& tag, const std::string& text) {
     return n;
 }
 
-std::vector<std::string> texts() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    std::vector<std::string> all;
-    for (const auto& e : g_entries) all.push_back(e.text);
-    return all;
+Entry verbose(const std::string& text) {
+    return {ANDROID_LOG_VERBOSE, "Vistrel", text};
+}
+Entry info(const std::string& text) {
+    return {ANDROID_LOG_INFO, "Vistrel", text};
+}
+Entry warning(const std::string& text) {
+    return {ANDROID_LOG_WARN, "Vistrel", text};
+}
+Entry error(const std::string& text) {
+    return {ANDROID_LOG_ERROR, "Vistrel", text};
 }
 
 }  // namespace logcapture

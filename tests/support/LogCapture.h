@@ -4,6 +4,7 @@
 // its priority, tag and formatted text instead of being written. Thread-safe.
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -18,11 +19,20 @@ struct Entry {
     }
 };
 
+// How a test failure shows an entry: "priority/tag: text".
+inline void PrintTo(const Entry& entry, std::ostream* out) {
+    *out << entry.priority << "/" << entry.tag << ": " << entry.text;
+}
+
 std::vector<Entry> entries();
 void clear();
 // Number of recorded lines with exactly this priority, tag and text.
 size_t count(int priority, const std::string& tag, const std::string& text);
-// Every recorded text, in order, for readable test failure messages.
-std::vector<std::string> texts();
+
+// A line with the library's tag "Vistrel" at each severity, to compare with entries().
+Entry verbose(const std::string& text);
+Entry info(const std::string& text);
+Entry warning(const std::string& text);
+Entry error(const std::string& text);
 
 }  // namespace logcapture
