@@ -92,6 +92,13 @@ TEST(PlatkitArray, DestroyingOrReplacingReleasesOnceWithTheStoredFields) {
         EXPECT_EQ(taken[0], 7);
     }
     EXPECT_EQ(g_arrayRelease.calls, 1) << "the vector-backed array has its own release function";
+
+    {
+        Array<int32_t> faulty(nullptr, 5, nullptr, &recordArray);
+        EXPECT_EQ(faulty.size(), 0u);
+        EXPECT_EQ(faulty.begin(), faulty.end()) << "no data: nothing to read, whatever the count";
+    }
+    EXPECT_EQ(g_arrayRelease.count, 5u) << "released with the count as stored";
 }
 
 // Modules compiled elsewhere call through these slots and read these offsets.

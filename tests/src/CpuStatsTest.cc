@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cfloat>
+#include <cstring>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -362,6 +363,33 @@ TEST_F(CpuStatsTest, ReadsStopAtTheEndOfTruncatedOrInconsistentBuffers) {
     OwnedBuffer noNul(unterminated, sections, full.cachedThreadTableOffset, 2);
     EXPECT_TRUE(cpu.processNamedFeatures(&noNul.buffer));
     EXPECT_TRUE(Vistrel::currentNamedFeatureBuffer_->empty());
+}
+
+// A buffer listing no CPUs, read with 64 (records every 4 bytes) and 1000 (entries every 32):
+// the overlapping copies stop at 16 times the buffer's size instead of growing with its square.
+TEST_F(CpuStatsTest, OverlappingRecordsAndEntriesCopyAtMostSixteenTimesTheBuffer) {
+    acquire();
+    std::vector<uint8_t> table(64 + 4096, 0);
+    const uint32_t manyRecords = 0xFFFFFFFF;
+    memcpy(&table[56], &manyRecords, 4);
+    for (uint32_t at = 64, tid = 1; at + 4 <= table.size(); at += 4, ++tid)
+        memcpy(&table[at], &tid, 4);
+    OwnedBuffer records(table, 0, 64, 0);
+    Vistrel::numCpus_ = 64;
+    EXPECT_TRUE(cpu.processCpuSample(&records.buffer));
+    EXPECT_EQ(Vistrel::currentProcessSnapshot_->size(), 16 * table.size() / (8 * 64));
+
+    std::vector<uint8_t> sections(64 + 16 + 255 * 32 + 8000, 0);
+    sections[60] = 1;
+    memcpy(&sections[64], "features", 8);
+    sections[64 + 15] = 255;
+    for (int i = 0; i < 255; ++i) sections[64 + 16 + 32 * i] = static_cast<uint8_t>('A' + i % 58);
+    for (int i = 0; i < 255; ++i)
+        sections[64 + 16 + 32 * i + 1] = static_cast<uint8_t>('A' + i / 58);
+    OwnedBuffer entries(sections, 64, 0, 0);
+    Vistrel::numCpus_ = 1000;
+    EXPECT_TRUE(cpu.processNamedFeatures(&entries.buffer));
+    EXPECT_EQ(Vistrel::currentNamedFeatureBuffer_->size(), 16 * sections.size() / (8 * 1000));
 }
 
 // A later acquire may report more CPUs than the readings and intervals kept from before it:
