@@ -378,6 +378,9 @@ TEST_F(CpuStatsTest, OverlappingRecordsAndEntriesCopyAtMostSixteenTimesTheBuffer
     Vistrel::numCpus_ = 64;
     EXPECT_TRUE(cpu.processCpuSample(&records.buffer));
     EXPECT_EQ(Vistrel::currentProcessSnapshot_->size(), 16 * table.size() / (8 * 64));
+    Vistrel::numCpus_ = -1;  // a cached count of 0x80000000 or more, taken at acquire
+    EXPECT_TRUE(cpu.processCpuSample(&records.buffer));
+    EXPECT_TRUE(Vistrel::currentProcessSnapshot_->empty()) << "no record holds a negative count";
 
     std::vector<uint8_t> sections(64 + 16 + 255 * 32 + 8000, 0);
     sections[60] = 1;
