@@ -184,7 +184,7 @@ int main(int argc, char** argv) {
                            std::string(kDefaultFocusScript) + "\")");
     app.add_option("--sampler", o.sampler,
                    "What the simulated instruction sampler serves: simulated (headset-like "
-                   "threads; default with --simulate) or live (this process and machine; "
+                   "threads; default with --simulate) or live (every thread of this machine; "
                    "default with --real)");
     app.add_option("--battery", o.battery,
                    "Health HAL: sim (the simulated battery, default) or sysfs (the "

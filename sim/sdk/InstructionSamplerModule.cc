@@ -6,7 +6,7 @@
 // library's sampler mode (SamplerSources.h has the details):
 //   simulated  headset-like threads and features driven by the simulated headset's device time
 //              and interactive state
-//   live       this process's own threads (/proc/self/task) and the machine's /proc/stat; an
+//   live       every thread of the machine (/proc/<pid>/task) and its /proc/stat; an
 //              approximation: each thread's utime + stime ticks gained since the previous
 //              reading are credited to the CPU it last ran on
 //   scripted   exactly the readings a test supplied, then null

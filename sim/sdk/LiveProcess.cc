@@ -42,9 +42,13 @@ struct TaskStat {
     unsigned cpu;    // field 39, the CPU it last ran on
 };
 
-// Fields of /proc/self/task/<tid>/stat after the command name, which may hold spaces.
-bool readTaskStat(int32_t tid, TaskStat* stat) {
-    const std::string text = readFile("/proc/self/task/" + std::to_string(tid) + "/stat");
+std::string taskPath(const LiveProcess::TaskId& task, const char* file) {
+    return "/proc/" + std::to_string(task.pid) + "/task/" + std::to_string(task.tid) + "/" + file;
+}
+
+// Fields of /proc/<pid>/task/<tid>/stat after the command name, which may hold spaces.
+bool readTaskStat(const LiveProcess::TaskId& task, TaskStat* stat) {
+    const std::string text = readFile(taskPath(task, "stat"));
     const size_t close = text.rfind(')');
     if (close == std::string::npos) return false;
     std::istringstream fields(text.substr(close + 1));
@@ -56,15 +60,27 @@ bool readTaskStat(int32_t tid, TaskStat* stat) {
     return true;
 }
 
-std::vector<int32_t> taskIds() {
-    std::vector<int32_t> tids;
-    DIR* dir = opendir("/proc/self/task");
-    if (dir == nullptr) return tids;
+// The numeric entries of a /proc directory.
+std::vector<int32_t> numericEntries(const std::string& path) {
+    std::vector<int32_t> ids;
+    DIR* dir = opendir(path.c_str());
+    if (dir == nullptr) return ids;
     while (const dirent* entry = readdir(dir)) {
-        if (entry->d_name[0] >= '0' && entry->d_name[0] <= '9') tids.push_back(atoi(entry->d_name));
+        if (entry->d_name[0] >= '0' && entry->d_name[0] <= '9') ids.push_back(atoi(entry->d_name));
     }
     closedir(dir);
-    return tids;
+    return ids;
+}
+
+// Every thread of every process; processes and threads that end while listed are skipped.
+std::vector<LiveProcess::TaskId> allTasks() {
+    std::vector<LiveProcess::TaskId> tasks;
+    for (const int32_t pid : numericEntries("/proc")) {
+        for (const int32_t tid : numericEntries("/proc/" + std::to_string(pid) + "/task")) {
+            tasks.push_back({pid, tid});
+        }
+    }
+    return tasks;
 }
 
 }  // namespace
@@ -79,15 +95,16 @@ Reading LiveProcess::next() {
     d.timestampUs = static_cast<uint64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 
     std::map<int32_t, Thread> present;
-    for (const int32_t tid : taskIds()) {
+    for (const TaskId& task : allTasks()) {
         TaskStat stat{};
-        if (!readTaskStat(tid, &stat)) continue;
-        Thread thread = threads_.count(tid) ? threads_[tid] : Thread{};
+        if (!readTaskStat(task, &stat)) continue;
+        Thread thread = threads_.count(task.tid) ? threads_[task.tid] : Thread{};
+        thread.pid = task.pid;
         thread.perCpu.resize(cpus, 0);
         if (stat.cpu < cpus) thread.perCpu[stat.cpu] += stat.ticks - thread.lastTicks;
         thread.lastTicks = stat.ticks;
-        d.threads.push_back({tid, thread.perCpu});
-        present[tid] = std::move(thread);
+        d.threads.push_back({task.tid, thread.perCpu});
+        present[task.tid] = std::move(thread);
     }
     threads_ = std::move(present);
 
@@ -104,7 +121,9 @@ Reading LiveProcess::next() {
 }
 
 std::string LiveProcess::threadName(int32_t tid) const {
-    std::string name = readFile("/proc/self/task/" + std::to_string(tid) + "/comm");
+    const auto thread = threads_.find(tid);
+    if (thread == threads_.end()) return std::string();
+    std::string name = readFile(taskPath({thread->second.pid, tid}, "comm"));
     while (!name.empty() && name.back() == '\n') name.pop_back();
     return name;
 }

@@ -11,8 +11,9 @@
 // not take for "features"), "features" (render, tracking, audio, passthrough, input) and
 // "feature-ids" (100, 101, 205, 310).
 //
-// LiveProcess: this process on this machine, an approximation for --real runs on a workstation.
-// Threads are the entries of /proc/self/task; each reading credits the utime + stime ticks a
+// LiveProcess: this machine, an approximation for --real runs on a workstation. Threads are
+// every /proc/<pid>/task/<tid> (as the device's sampler sees every thread of the device), the
+// ones that end while listed left out; each reading credits the utime + stime ticks a
 // thread gained since the previous reading to the CPU it last ran on (field 39 of its stat), so
 // per-CPU counts are cumulative but a thread that moved between readings has all of the
 // interval's ticks on its latest CPU. Names come from each thread's comm. The "features" section
@@ -55,11 +56,17 @@ private:
 
 class LiveProcess {
 public:
+    struct TaskId {
+        int32_t pid;
+        int32_t tid;
+    };
     Reading next();
+    // The comm of a thread of the latest reading; empty for others.
     std::string threadName(int32_t tid) const;
 
 private:
     struct Thread {
+        int32_t pid = 0;
         uint64_t lastTicks = 0;
         std::vector<uint64_t> perCpu;
     };

@@ -74,7 +74,7 @@ void removeSettleHook(uint64_t id);
 
 enum class SamplerMode {
     Simulated,  // headset-like threads and feature sections driven by device time
-    Live,       // this process's own threads and the machine's /proc/stat
+    Live,       // every thread of the machine and its /proc/stat
     Scripted,   // exactly the readings a test supplies
 };
 
