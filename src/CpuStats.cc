@@ -358,7 +358,8 @@ bool CpuStats::updateTidToNameMap(std::vector<int32_t>& ids) {
     Platkit::Array<int32_t> request(std::move(ids));
     Platkit::Array<ThreadInfo> result = instructionSampler_->getThreadInfo(request);
     tidMap = std::make_unique<std::unordered_map<int32_t, ThreadInfo>>();
-    // Hardening: a name without data (from a faulty module) counts as no name.
+    // Hardening: a name without data (from a faulty module) counts as no name; an array without
+    // data has no elements.
     for (const ThreadInfo& info : result) {
         if (info.name.length == 0 || info.name.data == nullptr) continue;
         Platkit::String name = copyName(info.name);

@@ -32,7 +32,7 @@ using Platkit::InstructionSampler::v4::ProfileBuffer;
 
 inline constexpr uint64_t kHeaderBytes = 64;
 inline constexpr uint32_t kNotCached = ProfileBuffer::kNotCached;
-// Bytes of counts a thread table may make its reader copy, per byte of buffer.
+// Bytes of counts a thread table or a section may make its reader copy, per byte of buffer.
 inline constexpr uint64_t kCopyBudgetPerByte = 16;
 
 // What the reader uses of a ProfileBuffer.
