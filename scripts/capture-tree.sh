@@ -70,7 +70,7 @@ done
 for d in "$R"/sys/class/power_supply/*; do
     for f in type online present status health capacity capacity_level current_now \
         current_avg voltage_now charge_counter charge_full charge_full_design cycle_count \
-        temp technology time_to_full_now max_current max_voltage; do
+        temp technology time_to_full_now current_max voltage_max scope; do
         emit "/sys/class/power_supply/${d##*/}/$f"
     done
 done

@@ -23,17 +23,13 @@ struct Named {
 };
 
 const Named<SupplyType> kSupplyTypes[] = {
-        {"Battery", SupplyType::Battery},
-        {"Mains", SupplyType::Ac},
-        {"UPS", SupplyType::Ac},
-        {"USB_DCP", SupplyType::Ac},
-        {"USB_CDP", SupplyType::Ac},
-        {"USB_ACA", SupplyType::Ac},
-        {"USB_C", SupplyType::Ac},
-        {"USB_PD", SupplyType::Ac},
-        {"USB", SupplyType::Usb},
-        {"USB_PD_DRP", SupplyType::Usb},
-        {"Wireless", SupplyType::Wireless},
+        {"Battery", SupplyType::Battery}, {"Mains", SupplyType::Ac},
+        {"UPS", SupplyType::Ac},          {"USB_DCP", SupplyType::Ac},
+        {"USB_HVDCP", SupplyType::Ac},    {"USB_CDP", SupplyType::Ac},
+        {"USB_ACA", SupplyType::Ac},      {"USB_C", SupplyType::Ac},
+        {"USB_PD", SupplyType::Ac},       {"USB", SupplyType::Usb},
+        {"USB_PD_DRP", SupplyType::Usb},  {"Wireless", SupplyType::Wireless},
+        {"Dock", SupplyType::Dock},
 };
 
 const Named<BatteryStatus> kStatuses[] = {
@@ -112,6 +108,13 @@ bool startsOnline(const SupplyFiles& files) {
     return online && !online->empty() && (*online)[0] != '0';
 }
 
+bool isDeviceScoped(const SupplyFiles& files) {
+    return files[kScope] && firstLine(*files[kScope]) == "Device";
+}
+
+// The bus voltage assumed for a charger that does not report its own, µV.
+constexpr int32_t kVbusMicrovolts = 5000000;
+
 int32_t numberIn(const SupplyFiles& files, Attribute attribute) {
     const auto& text = files[attribute];
     const auto parsed = text ? sysfs::parseInteger(*text) : std::nullopt;
@@ -142,7 +145,7 @@ const char* const kAttributeFiles[kAttributeCount] = {
         "health",         "capacity",       "current_now", "current_avg",
         "voltage_now",    "charge_counter", "charge_full", "charge_full_design",
         "cycle_count",    "temp",           "technology",  "time_to_full_now",
-        "capacity_level", "max_current",    "max_voltage",
+        "capacity_level", "current_max",    "voltage_max", "scope",
 };
 
 HealthReading readingOf(const std::vector<SupplyFiles>& supplies) {
@@ -155,20 +158,28 @@ HealthReading readingOf(const std::vector<SupplyFiles>& supplies) {
     info.batteryChargeTimeToFullNowSeconds = -1;
 
     std::vector<const SupplyFiles*> batteries;
+    double maxPowerWatts = 0;
     for (const SupplyFiles& files : supplies) {
         if (!files[kType]) continue;
         const SupplyType kind = supplyTypeOf(*files[kType]);
-        if (kind == SupplyType::Battery) batteries.push_back(&files);
+        // A device's own battery (a controller's, a stylus's) does not power the system.
+        if (kind == SupplyType::Battery && !isDeviceScoped(files)) batteries.push_back(&files);
         if (kind == SupplyType::Battery || kind == SupplyType::Unknown || !startsOnline(files)) {
             continue;
         }
         legacy.chargerAcOnline |= kind == SupplyType::Ac;
         legacy.chargerUsbOnline |= kind == SupplyType::Usb;
         legacy.chargerWirelessOnline |= kind == SupplyType::Wireless;
-        legacy.maxChargingCurrent =
-                std::max(legacy.maxChargingCurrent, numberIn(files, kMaxCurrent));
-        legacy.maxChargingVoltage =
-                std::max(legacy.maxChargingVoltage, numberIn(files, kMaxVoltage));
+        // The limits are those of the most powerful online charger; one without voltage_max
+        // counts as a 5 V bus.
+        const int32_t current = numberIn(files, kCurrentMax);
+        const int32_t voltage = files[kVoltageMax] ? numberIn(files, kVoltageMax) : kVbusMicrovolts;
+        const double watts = (current / 1e6) * (voltage / 1e6);
+        if (maxPowerWatts < watts) {
+            legacy.maxChargingCurrent = current;
+            legacy.maxChargingVoltage = voltage;
+            maxPowerWatts = watts;
+        }
     }
 
     const Battery battery(batteries);

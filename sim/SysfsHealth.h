@@ -23,14 +23,18 @@
 //   /sys/class/power_supply/battery/technology         "Li-ion\n"
 //   /sys/class/power_supply/usb/type                   "USB\n"        a charger, see below
 //   /sys/class/power_supply/usb/online                 "1\n"          0 = not plugged in
-//   /sys/class/power_supply/usb/max_current            "1500000\n"    µA
-//   /sys/class/power_supply/usb/max_voltage            "5000000\n"    µV
+//   /sys/class/power_supply/usb/current_max            "1500000\n"    µA
+//   /sys/class/power_supply/usb/voltage_max            "5000000\n"    µV
+//   /sys/class/power_supply/hid-xx-battery/scope       "Device\n"     a device's own battery
 //
 // Supplies are taken in name order. Each battery attribute comes from the first "Battery"
-// supply that has it. Chargers by type: Mains, UPS, USB_DCP, USB_CDP, USB_ACA, USB_C and USB_PD
-// are AC; USB and USB_PD_DRP are USB; Wireless is wireless; others are ignored. A charger is
-// online when its `online` file starts with anything but '0'; one without `online` is offline.
-// The charging limits are the largest max_current / max_voltage of the online chargers.
+// supply that has it, leaving out those whose scope is "Device" (a controller's or a stylus's
+// battery). Chargers by type: Mains, UPS, USB_DCP, USB_HVDCP, USB_CDP, USB_ACA, USB_C and USB_PD
+// are AC; USB and USB_PD_DRP are USB; Wireless is wireless; Dock has no flag in this HAL version;
+// others are ignored. A charger is online when its `online` file starts with anything but '0';
+// one without `online` is offline. The charging limits are the current_max / voltage_max pair of
+// the online charger with the highest power (voltage 5 V when it has no voltage_max; negative
+// limits read as 0).
 //
 // What is missing reads as the daemon's defaults: status and health UNKNOWN, level, voltage,
 // temperature and counters 0, time to full -1 (unsupported), capacity level UNSUPPORTED; the
@@ -53,7 +57,7 @@ namespace sim {
 // origin).
 namespace powersupply {
 
-enum class SupplyType { Unknown, Battery, Ac, Usb, Wireless };
+enum class SupplyType { Unknown, Battery, Ac, Usb, Wireless, Dock };
 
 SupplyType supplyTypeOf(std::string_view typeText);
 android::hardware::health::V1_0::BatteryStatus statusOf(std::string_view text);
@@ -79,8 +83,9 @@ enum Attribute : size_t {
     kTechnology,
     kTimeToFullNow,
     kCapacityLevel,
-    kMaxCurrent,
-    kMaxVoltage,
+    kCurrentMax,
+    kVoltageMax,
+    kScope,
     kAttributeCount,
 };
 extern const char* const kAttributeFiles[kAttributeCount];

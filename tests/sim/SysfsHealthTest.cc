@@ -99,6 +99,43 @@ TEST(SysfsHealth, ChargersComeFromTheOnlineOfTheirType) {
     EXPECT_EQ(chargers(supply({{"type", "USB\n"}, {"online", ""}})), T(false, false, false));
     EXPECT_EQ(chargers(supply({{"type", "BMS\n"}, {"online", "1\n"}})), T(false, false, false));
     EXPECT_EQ(chargers(supply({{"online", "1\n"}})), T(false, false, false)) << "no type file";
+    EXPECT_EQ(chargers(supply({{"type", "USB_HVDCP\n"}, {"online", "1\n"}})), T(true, false, false));
+}
+
+TEST(SysfsHealth, LimitsComeFromTheMostPowerfulOnlineCharger) {
+    const auto limits = [](std::initializer_list<SupplyFiles> supplies) {
+        const auto& b = readingOf(supplies).info.legacy.legacy;
+        return std::make_pair(b.maxChargingCurrent, b.maxChargingVoltage);
+    };
+    using P = std::pair<int32_t, int32_t>;
+    const SupplyFiles usb = supply({{"type", "USB\n"},
+                                    {"online", "1\n"},
+                                    {"current_max", "3000000\n"},
+                                    {"voltage_max", "5000000\n"}});
+    const SupplyFiles wireless = supply({{"type", "Wireless\n"},
+                                         {"online", "1\n"},
+                                         {"current_max", "1000000\n"},
+                                         {"voltage_max", "20000000\n"}});
+    EXPECT_EQ(limits({wireless, usb}), P(1000000, 20000000)) << "20 W over 15 W, as a pair";
+    EXPECT_EQ(limits({supply({{"type", "Mains\n"}, {"online", "1\n"}, {"current_max", "2000000"}})}),
+              P(2000000, 5000000))
+            << "no voltage_max: a 5 V bus";
+    EXPECT_EQ(limits({supply({{"type", "Dock\n"}, {"online", "1\n"}, {"current_max", "900000"}})}),
+              P(900000, 5000000))
+            << "a dock counts for the limits";
+    EXPECT_EQ(limits({supply({{"type", "USB\n"}, {"online", "0\n"}, {"current_max", "9"}})}),
+              P(0, 0));
+}
+
+TEST(SysfsHealth, ADevicesOwnBatteryIsNotTheSystemBattery) {
+    const sim::HealthReading r = readingOf({
+            supply({{"type", "Battery\n"}, {"scope", "Device\n"}, {"capacity", "15\n"}}),
+            supply({{"type", "Battery\n"}, {"scope", "System\n"}, {"capacity", "80\n"}}),
+    });
+    EXPECT_EQ(r.info.legacy.legacy.batteryLevel, 80);
+    EXPECT_FALSE(readingOf({supply({{"type", "Battery\n"}, {"scope", "Device\n"}})})
+                         .info.legacy.legacy.batteryPresent)
+            << "no system battery";
 }
 
 TEST(SysfsHealth, BatteryAttributesKeepSignsAndUnitsAndRefuseBadNumbers) {
