@@ -206,8 +206,22 @@ bool Host::waitUntil(int64_t ns) {
     }
     const auto remaining = std::chrono::nanoseconds(std::max<int64_t>(0, ns - clock_.deviceNs()));
     std::unique_lock<std::mutex> lock(pushMutex_);
-    const bool pushed = pushArrived_.wait_for(lock, remaining, [this] { return !pushes_.empty(); });
-    return !pushed && clock_.deviceNs() >= ns;
+    const bool woken = pushArrived_.wait_for(
+            lock, remaining, [this] { return !pushes_.empty() || stopSignal_ != 0; });
+    return !woken && clock_.deviceNs() >= ns;
+}
+
+void Host::requestStop(int signal) {
+    {
+        std::lock_guard<std::mutex> lock(pushMutex_);
+        stopSignal_ = signal;
+    }
+    pushArrived_.notify_all();
+}
+
+int Host::stopSignal() {
+    std::lock_guard<std::mutex> lock(pushMutex_);
+    return stopSignal_;
 }
 
 int Host::run(int64_t durationNs) {
@@ -221,6 +235,7 @@ int Host::run(int64_t durationNs) {
     for (;;) {
         if (clock_.mode() == HostClock::Mode::Simulated) headset_.settle();
         drainPushes();
+        if (stopSignal() != 0) break;
         int64_t next = std::min(endNs, nextSnapshotNs);
         if (!nextEvents.empty()) next = std::min(next, nextEvents.front().atNs);
         if (!hooks_.empty()) next = std::min(next, hooks_.front().atNs);
@@ -254,7 +269,8 @@ int Host::run(int64_t durationNs) {
     releaseAll();
     output_.endTimeline(clock_.deviceNs());
     summary_.print(output_, clock_.deviceNs() - startNs);
-    return 0;
+    const int signal = stopSignal();
+    return signal == 0 ? 0 : 128 + signal;
 }
 
 }  // namespace host

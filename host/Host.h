@@ -41,9 +41,14 @@ public:
     // providers' work due then (for example a check of the process's state in a soak test).
     void callAt(int64_t atNs, std::function<void()> call);
 
-    // Runs until `durationNs` of device time has passed, then prints the run summary; returns
-    // the process exit status.
+    // Runs until `durationNs` of device time has passed or a stop is requested, then releases
+    // the providers and prints the run summary; returns the process exit status (128 + the
+    // signal after a stop).
     int run(int64_t durationNs);
+
+    // Ends run() at its next step, as if the duration were over; from any thread (not from a
+    // signal handler).
+    void requestStop(int signal);
 
     // Counted as the run goes; complete once run() has returned.
     RunSummary& summary() { return summary_; }
@@ -73,6 +78,7 @@ private:
     void enqueuePush(size_t provider, const std::string& name, const std::string& detail,
                      bool force);
     void drainPushes();
+    int stopSignal();
     void schedule(ScheduledCall call);
     void callHooksDueAt(int64_t ns);
     // Moves device time to `ns`; in real mode returns early (false) when a push arrives.
@@ -88,8 +94,9 @@ private:
     RunSummary summary_;
 
     std::mutex pushMutex_;
-    std::condition_variable pushArrived_;
+    std::condition_variable pushArrived_;  // also woken by a stop request
     std::deque<Push> pushes_;
+    int stopSignal_ = 0;  // under pushMutex_; non-zero once a stop is requested
 };
 
 }  // namespace host

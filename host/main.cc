@@ -18,6 +18,11 @@
 #include <iostream>
 #include <sstream>
 
+#include <pthread.h>
+#include <signal.h>
+
+#include <thread>
+
 #include <CLI/CLI.hpp>
 
 #include "Headset.h"
@@ -321,6 +326,15 @@ int main(int argc, char** argv) {
         if (!at) return usageError("bad duration '" + text + "'");
         fireThrottlingAt.push_back(*at);
     }
+    // Ctrl-C or SIGTERM ends the run at its next step, with the providers released, the summary
+    // printed and the trace closed. The signals are blocked in every thread (the headset's
+    // included, so block them before it starts) and taken by one thread that asks the host to
+    // stop, since a signal handler could not.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
     sim::Headset headset(config, [&clock] { return clock.deviceNs(); });
 
     host::ProviderOptions providerOptions;
@@ -346,5 +360,12 @@ int main(int argc, char** argv) {
             return usageError("--fire-throttling needs ThermalStats among the providers");
         }
     }
-    return host.run(*duration);
+    std::thread stopper([&stopSignals, &host] {
+        int signal = 0;
+        if (sigwait(&stopSignals, &signal) == 0) host.requestStop(signal);
+    });
+    const int status = host.run(*duration);
+    pthread_kill(stopper.native_handle(), SIGTERM);  // the run is over: a late stop is harmless
+    stopper.join();
+    return status;
 }

@@ -1,4 +1,5 @@
 // Runs the reference host binary against the simulated headset and checks its timeline.
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -115,6 +116,25 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
 // Memory and storage collectors against the fixture trees (read only: the zram idle collector
 // stays off, so nothing is written into the tree).
 const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
+
+TEST(HostEndToEnd, AStoppedRealRunReleasesSummarizesAndClosesItsTrace) {
+    const std::string out = testing::TempDir() + "stopped.jsonl";
+    const std::string trace = testing::TempDir() + "stopped-trace.json";
+    // SIGTERM once the providers are acquired (their first lines are out), long before the hour.
+    const HostRun run = runHost("--real 1h --json --providers BatteryStats --trace " + trace +
+                                " > " + out + " & until grep -q acquire " + out +
+                                " 2>/dev/null; do sleep 0.1; done; kill -TERM $!; wait $!; s=$?; "
+                                "cat " +
+                                out + "; exit $s");
+    EXPECT_EQ(run.status, 128 + 15);
+    std::vector<std::string> events;
+    for (const json& line : run.lines) events.push_back(line.value("event", ""));
+    EXPECT_THAT(events, testing::IsSupersetOf({"acquire", "release", "summary"}));
+    std::ifstream traceFile(trace);
+    const json written = json::parse(traceFile, nullptr, false);
+    ASSERT_FALSE(written.is_discarded()) << "the trace is closed as a whole JSON document";
+    EXPECT_TRUE(written.contains("traceEvents"));
+}
 
 TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriods) {
     const HostRun run = runHost(
