@@ -279,6 +279,10 @@ int main(int argc, char** argv) {
         if (name != "host" && std::find(known.begin(), known.end(), name) == known.end()) {
             return usageError("unknown provider '" + name + "' in --only");
         }
+        if (name != "host" && !names.empty() &&
+            std::find(names.begin(), names.end(), name) == names.end()) {
+            return usageError("'" + name + "' in --only does not run: it is not in --providers");
+        }
         filter.only.insert(name);
     }
     filter.hide.insert(o.hide.begin(), o.hide.end());

@@ -1,4 +1,5 @@
 // Runs the reference host binary against the simulated headset and checks its timeline.
+#include <cstdio>
 #include <fstream>
 #include <map>
 #include <string>
@@ -95,6 +96,7 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
             {"--don-states 0", "--don-states must be 1 to"},
             {"--data-total 1G --data-available 2G", "must not exceed --data-total"},
             {"--only HealthInfo", "unknown provider 'HealthInfo' in --only"},
+            {"--providers CpuStats --only BatteryStats", "'BatteryStats' in --only does not run"},
             {"--battery acpi", "--battery"},
             {"--root /no/such/dir", "is not a directory"},
             {"--trace /no/such/dir/trace.json", "cannot write trace file"},
@@ -113,13 +115,10 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
     }
 }
 
-// Memory and storage collectors against the fixture trees (read only: the zram idle collector
-// stays off, so nothing is written into the tree).
-const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
-
 TEST(HostEndToEnd, AStoppedRealRunReleasesSummarizesAndClosesItsTrace) {
     const std::string out = testing::TempDir() + "stopped.jsonl";
     const std::string trace = testing::TempDir() + "stopped-trace.json";
+    std::remove(out.c_str());  // the wait below must see this run's lines, not an earlier one's
     // SIGTERM once the providers are acquired (their first lines are out), long before the hour.
     const HostRun run = runHost("--real 1h --json --providers BatteryStats --trace " + trace +
                                 " > " + out + " & until grep -q acquire " + out +
@@ -135,6 +134,10 @@ TEST(HostEndToEnd, AStoppedRealRunReleasesSummarizesAndClosesItsTrace) {
     ASSERT_FALSE(written.is_discarded()) << "the trace is closed as a whole JSON document";
     EXPECT_TRUE(written.contains("traceEvents"));
 }
+
+// Memory and storage collectors against the fixture trees (read only: the zram idle collector
+// stays off, so nothing is written into the tree).
+const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
 
 TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriods) {
     const HostRun run = runHost(
