@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "DataPartition.h"
+#include "InteractiveScript.h"
 #include "SimHealth.h"
 #include "SimThermal.h"
 #include "sdk/SdkControl.h"
@@ -21,30 +22,6 @@ namespace sim {
 
 // Device time in nanoseconds since boot.
 using DeviceTime = std::function<int64_t()>;
-
-// A cyclic on/off script for the headset's interactive (worn and in use) state, e.g.
-// "40m on, 20m off": interactive for the first 40 minutes of every hour since boot.
-class InteractiveScript {
-public:
-    struct Phase {
-        int64_t lengthNs;
-        bool interactive;
-    };
-
-    // `phases` must not be empty and every length must be positive.
-    explicit InteractiveScript(std::vector<Phase> phases);
-    // "40m on, 20m off": interactive for the first 40 minutes of every hour.
-    static InteractiveScript defaults();
-
-    bool at(int64_t deviceNs) const;
-    // First instant after `deviceNs` at which the state changes, if it ever does.
-    std::optional<int64_t> nextChangeAfter(int64_t deviceNs) const;
-    const std::vector<Phase>& phases() const { return phases_; }
-
-private:
-    std::vector<Phase> phases_;
-    int64_t cycleNs_ = 0;
-};
 
 // A host event, such as "ScreenOn", that the device raises outside any provider.
 struct HostEvent {
