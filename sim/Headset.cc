@@ -39,11 +39,16 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     sdk::setFocusScript(config_.focus);
     sdk::setInteractiveSource([script = config_.interactive](int64_t ns) { return script.at(ns); });
     sdk::setSamplerMode(config_.sampler);
+    kernel_ = std::make_unique<KernelModel>(config_.focus, config_.interactive, config_.seed,
+                                            config_.minimumProcesses);
+    kernel_->advanceTo(now_());
+    sdk::setThreadSource([kernel = kernel_.get()](int64_t) { return kernel->threads(); });
 }
 
 void Headset::settle() {
     sdk::settle();
     hostplatform::waitForOnewayTransactions();
+    kernel_->advanceTo(now_());
 }
 
 Headset::~Headset() {
@@ -51,6 +56,7 @@ Headset::~Headset() {
     hostplatform::removeService<android::hardware::thermal::V2_0::IThermal>("default");
     hostplatform::removeService<android::hardware::thermal::V1_0::IThermal>("default");
     sdk::setInteractiveSource(nullptr);
+    sdk::setThreadSource(nullptr);  // before the model it reads goes
     sdk::resetDeviceTime();
     removeTriggerService();
     hostplatform::removeService<android::hardware::health::V2_1::IHealth>("default");

@@ -8,12 +8,14 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "DataPartition.h"
 #include "InteractiveScript.h"
+#include "KernelModel.h"
 #include "SimHealth.h"
 #include "SimThermal.h"
 #include "sdk/SdkControl.h"
@@ -46,6 +48,11 @@ struct HeadsetConfig {
     // instruction sampler serves.
     sdk::FocusScript focus = sdk::FocusScript::defaults();
     sdk::SamplerMode sampler = sdk::SamplerMode::Simulated;
+    // Pads the headset's process table (KernelModel.h) with dormant processes up to this count.
+    size_t minimumProcesses = 0;
+    // A headset of a lab of headsets that differ: varies the process table, the same way on
+    // every run. 0: the default table.
+    uint64_t seed = 0;
 };
 
 class Headset {
@@ -70,6 +77,7 @@ public:
     // Lets the simulated threads catch up with the device time now: the SDK modules' threads make
     // the reports they owe for what happened up to now, and every callback the simulated HALs have
     // sent so far (one-way calls on the hardware-binder thread) is delivered before this returns.
+    // The kernel's state catches up too.
     void settle();
 
 private:
@@ -78,6 +86,7 @@ private:
     android::sp<SimHealth> health_;  // null with the sysfs battery
     android::sp<ThermalHal> thermal_;
     DataPartition data_{config_.data};
+    std::unique_ptr<KernelModel> kernel_;
 };
 
 }  // namespace sim

@@ -4,8 +4,8 @@
 // readProfileBuffer serves a reading in the SDK's profile format, kept in the sampler until its
 // next read, and getThreadInfo names its threads. What the readings hold follows the control
 // library's sampler mode (SamplerSources.h has the details):
-//   simulated  headset-like threads and features driven by the simulated headset's device time
-//              and interactive state
+//   simulated  the threads of the simulated headset's processes and the features they work
+//              for, over its device time
 //   live       every thread of the machine (/proc/<pid>/task) and its /proc/stat; an
 //              approximation: each thread's utime + stime ticks gained since the previous
 //              reading are credited to the CPU it last ran on
@@ -85,7 +85,7 @@ public:
         auto infos = sim::sdk::moduleArray<ThreadInfo>(tids.size());
         for (uint64_t i = 0; i < tids.size(); ++i) {
             infos[i].tid = tids[i];
-            infos[i].tgid = getpid();
+            infos[i].tgid = processOf(tids[i]);
             const std::string name = threadName(tids[i]);
             if (!name.empty()) infos[i].name = sim::sdk::moduleText(name);
         }
@@ -123,6 +123,13 @@ private:
                 return live_ ? live_->threadName(tid) : std::string();
         }
         return std::string();
+    }
+
+    // The simulated headset's process of a thread; this process for the other modes.
+    int32_t processOf(int32_t tid) const {
+        const bool simulated = sim::sdk::samplerMode() == sim::sdk::SamplerMode::Simulated;
+        const int32_t pid = simulated && simulated_ ? simulated_->processOf(tid) : 0;
+        return pid != 0 ? pid : getpid();
     }
 
     std::mutex mutex_;

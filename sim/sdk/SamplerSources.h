@@ -1,15 +1,15 @@
 // What the simulated instruction sampler (libinstsamp.halden.so) serves outside scripted mode.
 // Module-internal.
 //
-// SimulatedHeadset: the threads a headset would report, whose CPU use follows the simulated
-// headset's interactive state over device time: "compositor", "RenderThread", "GameMain" (only
-// while interactive, a new thread each time), "AudioOut", "SensorFusion", "system_server", two
-// threads both called "binder:system", and a "BgWorker" whose thread id changes every two minutes
-// (threads come and go; ids are reused after 64 threads of a kind, as the kernel reuses them).
-// Samples accrue at busy fraction x 1e6 / sampling period per second of device time, spread over
-// each thread's CPUs (8 CPUs). Sections, in this order: "features.100" (a decoy the collector must
-// not take for "features"), "features" (render, tracking, audio, passthrough, input) and
-// "feature-ids" (100, 101, 205, 310).
+// SimulatedHeadset: the threads of the simulated headset's processes (sdk::headsetThreadsAt,
+// installed by sim::Headset: the same processes, thread ids and names as its /proc), each using
+// from one reading to the next the busy fraction of one CPU it had at the first (a thread new at
+// a reading has had no time yet; one that has never been busy is left out). Samples accrue at
+// busy fraction x 1e6 / sampling period per second of device time, spread evenly over the
+// thread's CPUs (8 CPUs). Sections, in this order: "features.100" (a decoy the collector must
+// not take for "features"), "features" (render, tracking, audio, passthrough, input: each the
+// samples of the threads working for it) and "feature-ids" (100, 101, 205, 310: render,
+// tracking, audio and passthrough again under their ids).
 //
 // LiveProcess: this machine, an approximation for --real runs on a workstation. Threads are
 // every /proc/<pid>/task/<tid> (as the device's sampler sees every thread of the device), the
@@ -38,6 +38,8 @@ public:
     Reading next();
     // The name of a thread of the latest reading, or "" when it has none.
     std::string threadName(int32_t tid) const;
+    // The process of a thread of the latest reading, or 0 when it has none.
+    int32_t processOf(int32_t tid) const;
 
 private:
     struct Accrual {
@@ -47,11 +49,9 @@ private:
 
     double samplesPerBusySecond_;
     int64_t lastNs_;
-    bool wasInteractive_ = false;
-    int32_t sessions_ = 0;                     // interactive periods begun so far
-    std::map<int32_t, std::string> names_;     // threads of the latest reading
-    std::map<int32_t, Accrual> threads_;       // cumulative, by thread id
-    std::map<std::string, Accrual> features_;  // cumulative, "section/entry"
+    std::map<int32_t, HeadsetThread> threads_;  // threads of the latest reading, by thread id
+    std::map<int32_t, Accrual> counts_;         // cumulative, by thread id
+    std::map<std::string, Accrual> features_;   // cumulative, "section/entry"
 };
 
 class LiveProcess {

@@ -17,6 +17,7 @@ struct State {
     uint64_t nextHookId = 1;
     SamplerMode mode = SamplerMode::Simulated;
     std::function<bool(int64_t)> interactive;
+    std::function<std::vector<HeadsetThread>(int64_t)> threads;
     std::deque<Reading> scripted;
     std::map<int32_t, std::string> threadNames;
     Hooks hooks;
@@ -157,6 +158,20 @@ bool interactiveAt(int64_t deviceNs) {
         interactive = state().interactive;
     }
     return interactive ? interactive(deviceNs) : true;
+}
+
+void setThreadSource(std::function<std::vector<HeadsetThread>(int64_t)> threads) {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().threads = std::move(threads);
+}
+
+std::vector<HeadsetThread> headsetThreadsAt(int64_t deviceNs) {
+    std::function<std::vector<HeadsetThread>(int64_t)> threads;
+    {
+        std::lock_guard<std::mutex> lock(state().mutex);
+        threads = state().threads;
+    }
+    return threads ? threads(deviceNs) : std::vector<HeadsetThread>{};
 }
 
 void setScriptedReadings(std::vector<Reading> readings) {

@@ -93,6 +93,21 @@ SamplerMode samplerMode();
 void setInteractiveSource(std::function<bool(int64_t deviceNs)> interactive);
 bool interactiveAt(int64_t deviceNs);
 
+// Simulated mode: a thread of the simulated headset's processes as the sampler sees it at a
+// device time, e.g. {612, 615, "compositor", 0.45, {4, 5}, "render"}.
+struct HeadsetThread {
+    int32_t pid = 0;  // its process (thread group)
+    int32_t tid = 0;
+    std::string name;       // its comm, at most 15 characters
+    double busy = 0;        // fraction of one CPU it uses
+    std::vector<int> cpus;  // the CPUs its samples are spread over evenly
+    std::string feature;    // the "features" entry its samples also count for; "" for none
+};
+// Simulated mode: the headset's threads at a device time (installed by sim::Headset); without
+// a source the sampler reports no threads.
+void setThreadSource(std::function<std::vector<HeadsetThread>(int64_t deviceNs)> threads);
+std::vector<HeadsetThread> headsetThreadsAt(int64_t deviceNs);
+
 // Scripted mode: readings served in order, one per readProfileBuffer; after the last, null.
 void setScriptedReadings(std::vector<Reading> readings);
 // Scripted mode: the name getThreadInfo reports for each thread id (others: empty names).

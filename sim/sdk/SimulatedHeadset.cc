@@ -6,51 +6,21 @@ namespace sim::sdk {
 namespace {
 
 constexpr uint8_t kCpus = 8;
-constexpr int64_t kWorkerLifeNs = INT64_C(120000000000);
-// Thread ids come back after this many threads of a kind, as the kernel reuses them, so that the
-// ids a long run sees (and the collector's map of them) stay bounded.
-constexpr int32_t kReusedIds = 64;
 
-struct SimThread {
-    int32_t tid;
+// The entries of the two feature sections, in order, and the id each feature is counted under
+// in "feature-ids" ("" for none).
+struct Feature {
     const char* name;
-    double busyInteractive;  // fraction of one CPU
-    double busyIdle;         // < 0: the thread exists only while interactive
-    std::vector<int> cpus;
+    const char* id;
 };
-
-const std::vector<SimThread>& headsetThreads() {
-    static const auto* threads = new std::vector<SimThread>{
-            {1201, "compositor", 0.45, 0.08, {4, 5}},
-            {1202, "RenderThread", 0.35, 0.02, {5, 6}},
-            {3101, "GameMain", 0.70, -1, {6, 7}},
-            {1301, "AudioOut", 0.06, 0.03, {0}},
-            {1401, "SensorFusion", 0.15, 0.12, {1, 2}},
-            {901, "system_server", 0.10, 0.06, {0, 1, 2, 3}},
-            {911, "binder:system", 0.03, 0.015, {2}},
-            {912, "binder:system", 0.025, 0.012, {3}},
-    };
-    return *threads;
-}
-
-struct SimFeature {
-    const char* section;
-    const char* name;
-    double busyInteractive;
-    double busyIdle;
+constexpr Feature kFeatures[] = {
+        {"render", "100"},      {"tracking", "101"}, {"audio", "205"},
+        {"passthrough", "310"}, {"input", ""},
 };
-
-const std::vector<SimFeature>& headsetFeatures() {
-    static const auto* features = new std::vector<SimFeature>{
-            {"features.100", "render", 3.0, 3.0}, {"features.100", "tracking", 3.0, 3.0},
-            {"features", "render", 0.60, 0.05},   {"features", "tracking", 0.30, 0.25},
-            {"features", "audio", 0.08, 0.04},    {"features", "passthrough", 0.20, 0.0},
-            {"features", "input", 0.05, 0.0},     {"feature-ids", "100", 0.40, 0.05},
-            {"feature-ids", "101", 0.25, 0.20},   {"feature-ids", "205", 0.10, 0.02},
-            {"feature-ids", "310", 0.02, 0.0},
-    };
-    return *features;
-}
+// "features.100", a section the collector must not take for "features": constant busy entries.
+constexpr const char* kDecoySection = "features.100";
+constexpr const char* kDecoyEntries[] = {"render", "tracking"};
+constexpr double kDecoyBusy = 3.0;
 
 std::vector<int> allCpus() {
     std::vector<int> cpus;
@@ -74,6 +44,7 @@ void SimulatedHeadset::accrue(Accrual& a, const std::vector<int>& cpus, double b
                               double seconds) const {
     a.perCpu.resize(kCpus, 0.0);
     for (const int cpu : cpus) {
+        if (cpu < 0 || cpu >= kCpus) continue;
         a.perCpu[cpu] += busy * seconds * samplesPerBusySecond_ / static_cast<double>(cpus.size());
     }
 }
@@ -82,48 +53,55 @@ Reading SimulatedHeadset::next() {
     const int64_t now = deviceNs();
     const double seconds = now > lastNs_ ? static_cast<double>(now - lastNs_) / 1e9 : 0.0;
     lastNs_ = std::max(lastNs_, now);
-    const bool interactive = interactiveAt(now);
-    if (interactive && !wasInteractive_) ++sessions_;  // a new game session: a new main thread
-    wasInteractive_ = interactive;
 
     ProfileDescription d;
     d.cpuCount = kCpus;
     d.timestampUs = static_cast<uint64_t>(now / 1000);
     d.cacheHeader = false;  // the collector reads the header's own fields
-    names_.clear();
-    for (const SimThread& t : headsetThreads()) {
-        if (!interactive && t.busyIdle < 0) continue;
-        const int32_t tid = t.busyIdle < 0 ? t.tid + 10 * (sessions_ % kReusedIds) : t.tid;
-        Accrual& a = threads_[tid];
-        accrue(a, t.cpus, interactive ? t.busyInteractive : t.busyIdle, seconds);
-        d.threads.push_back({tid, wholeCounts(a.perCpu)});
-        names_[tid] = t.name;
+    // Each thread ran since the previous reading as busy as it was then; a new one had no time.
+    std::map<int32_t, HeadsetThread> previous;
+    previous.swap(threads_);
+    for (HeadsetThread& t : headsetThreadsAt(now)) {
+        const auto before = previous.find(t.tid);
+        const double busy = before == previous.end() ? 0.0 : before->second.busy;
+        // A thread that has never run has no samples, and no record.
+        if (t.busy <= 0 && busy <= 0 && counts_.count(t.tid) == 0) continue;
+        Accrual& a = counts_[t.tid];
+        accrue(a, t.cpus, busy, seconds);
+        d.threads.push_back({t.tid, wholeCounts(a.perCpu)});
+        if (!t.feature.empty()) accrue(features_["features/" + t.feature], t.cpus, busy, seconds);
+        threads_[t.tid] = std::move(t);
     }
-    // A background worker that is replaced by a new thread every two minutes.
-    const auto worker = static_cast<int32_t>(5000 + now / kWorkerLifeNs % kReusedIds);
-    Accrual& w = threads_[worker];
-    accrue(w, {1}, 0.05, seconds);
-    d.threads.push_back({worker, wholeCounts(w.perCpu)});
-    names_[worker] = "BgWorker";
     // Ended threads are forgotten: a reused id starts a new thread's counts.
-    for (auto it = threads_.begin(); it != threads_.end();) {
-        it = names_.count(it->first) ? std::next(it) : threads_.erase(it);
+    for (auto it = counts_.begin(); it != counts_.end();) {
+        it = threads_.count(it->first) ? std::next(it) : counts_.erase(it);
     }
-
-    for (const SimFeature& f : headsetFeatures()) {
-        const std::string key = std::string(f.section) + "/" + f.name;
-        accrue(features_[key], allCpus(), interactive ? f.busyInteractive : f.busyIdle, seconds);
-        if (d.sections.empty() || d.sections.back().name != f.section) {
-            d.sections.push_back({f.section, {}});
-        }
-        d.sections.back().entries.push_back({f.name, wholeCounts(features_[key].perCpu)});
+    d.sections.push_back({kDecoySection, {}});
+    for (const char* entry : kDecoyEntries) {
+        Accrual& a = features_[std::string(kDecoySection) + "/" + entry];
+        accrue(a, allCpus(), kDecoyBusy, seconds);
+        d.sections.back().entries.push_back({entry, wholeCounts(a.perCpu)});
     }
+    NamedSection named{"features", {}}, ids{"feature-ids", {}};
+    for (const Feature& f : kFeatures) {
+        auto counts = wholeCounts(features_["features/" + std::string(f.name)].perCpu);
+        counts.resize(kCpus, 0);
+        if (*f.id != '\0') ids.entries.push_back({f.id, counts});
+        named.entries.push_back({f.name, std::move(counts)});
+    }
+    d.sections.push_back(std::move(named));
+    d.sections.push_back(std::move(ids));
     return writeProfileBuffer(d);
 }
 
 std::string SimulatedHeadset::threadName(int32_t tid) const {
-    const auto it = names_.find(tid);
-    return it == names_.end() ? std::string() : it->second;
+    const auto it = threads_.find(tid);
+    return it == threads_.end() ? std::string() : it->second.name;
+}
+
+int32_t SimulatedHeadset::processOf(int32_t tid) const {
+    const auto it = threads_.find(tid);
+    return it == threads_.end() ? 0 : it->second.pid;
 }
 
 }  // namespace sim::sdk

@@ -261,10 +261,10 @@ TEST(HostEndToEnd, CpuHeartbeatsAreFollowedByPerNameAndPerFeatureStatistics) {
     EXPECT_EQ(heartbeats, (std::vector<int64_t>{5, 10}));
     ASSERT_EQ(records.size(), 2u) << "one snapshot right after each heartbeat";
     for (const json& record : records) {
-        // The headset is interactive: the game's main thread leads; the two "binder:system"
-        // threads make one name.
-        EXPECT_EQ(record["names"], 8);
-        EXPECT_EQ(record["topByMeanRate"][0]["name"], "GameMain");
+        // The headset is in use with the launcher in front: the XR compositor's thread leads,
+        // then the launcher's main thread, named as Android names its process.
+        EXPECT_EQ(record["topByMeanRate"][0]["name"], "compositor");
+        EXPECT_EQ(record["topByMeanRate"][1]["name"], "om.halden.shell");
         EXPECT_EQ(record["topByMeanRate"][0]["totalTimeMs"], 60000.0)
                 << "six 10 s intervals, 250 s to 300 s of the period";
         std::vector<std::string> features;
@@ -272,7 +272,10 @@ TEST(HostEndToEnd, CpuHeartbeatsAreFollowedByPerNameAndPerFeatureStatistics) {
         EXPECT_EQ(features,
                   (std::vector<std::string>{"audio", "input", "passthrough", "render", "tracking"}))
                 << "the decoy section features.100 is never read";
-        EXPECT_NEAR(record["features"]["render"]["meanRate"].get<double>(), 0.3, 0.001);
+        EXPECT_GT(record["features"]["render"]["meanRate"],
+                  record["topByMeanRate"][0]["meanRate"])
+                << "the compositor's thread and the other render threads";
+        EXPECT_EQ(record["features"]["passthrough"]["meanRate"], 0.0) << "no passthrough in front";
         EXPECT_EQ(record["featureIds"].size(), 4u);
     }
 }
