@@ -3,9 +3,13 @@
 // other path still reaches libc.
 #pragma once
 
+#include <sys/statvfs.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "ThreadSafety.h"
 
 namespace sim {
 
@@ -21,6 +25,19 @@ public:
     ~DataPartition();
     DataPartition(const DataPartition&) = delete;
     DataPartition& operator=(const DataPartition&) = delete;
+
+    // Bytes written since boot that stay on /data: the space available shrinks by as much (to
+    // none at the least). 0 until the headset's storage says otherwise.
+    void setFilled(int64_t bytes) EXCLUDES(mutex_);
+
+private:
+    // statvfs() of "/data".
+    int answer(struct ::statvfs* out) EXCLUDES(mutex_);
+
+    const uint64_t blocks_;
+    const uint64_t availableBlocks_;
+    threadsafety::Mutex mutex_;
+    uint64_t filledBlocks_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace sim

@@ -43,12 +43,16 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
                                             config_.minimumProcesses);
     kernel_->advanceTo(now_());
     sdk::setThreadSource([kernel = kernel_.get()](int64_t) { return kernel->threads(); });
+    if (config_.kernelFiles == HeadsetConfig::KernelFiles::Simulated) {
+        tree_ = std::make_unique<KernelTree>(*kernel_, data_);
+    }
 }
 
 void Headset::settle() {
     sdk::settle();
     hostplatform::waitForOnewayTransactions();
     kernel_->advanceTo(now_());
+    if (tree_) tree_->refresh();
 }
 
 Headset::~Headset() {

@@ -16,6 +16,7 @@
 #include "DataPartition.h"
 #include "InteractiveScript.h"
 #include "KernelModel.h"
+#include "KernelTree.h"
 #include "SimHealth.h"
 #include "SimThermal.h"
 #include "sdk/SdkControl.h"
@@ -48,7 +49,12 @@ struct HeadsetConfig {
     // instruction sampler serves.
     sdk::FocusScript focus = sdk::FocusScript::defaults();
     sdk::SamplerMode sampler = sdk::SamplerMode::Simulated;
-    // Pads the headset's process table (KernelModel.h) with dormant processes up to this count.
+    // The kernel files (/proc, /sys) the providers read: those under whatever file-system root
+    // is set (the workstation's own, a captured tree), or the simulated headset's own, which it
+    // writes into a temporary tree and installs as the root while it lives (KernelTree.h). Its
+    // processes (KernelModel.h) are the simulated sampler's threads either way.
+    enum class KernelFiles { FileSystemRoot, Simulated } kernelFiles = KernelFiles::FileSystemRoot;
+    // Pads the headset's process table with dormant processes up to this count.
     size_t minimumProcesses = 0;
     // A headset of a lab of headsets that differ: varies the process table, the same way on
     // every run. 0: the default table.
@@ -77,7 +83,7 @@ public:
     // Lets the simulated threads catch up with the device time now: the SDK modules' threads make
     // the reports they owe for what happened up to now, and every callback the simulated HALs have
     // sent so far (one-way calls on the hardware-binder thread) is delivered before this returns.
-    // The kernel's state catches up too.
+    // The kernel's state (and the simulated kernel files) catch up too.
     void settle();
 
 private:
@@ -87,6 +93,7 @@ private:
     android::sp<ThermalHal> thermal_;
     DataPartition data_{config_.data};
     std::unique_ptr<KernelModel> kernel_;
+    std::unique_ptr<KernelTree> tree_;  // with simulated kernel files
 };
 
 }  // namespace sim

@@ -1,11 +1,13 @@
-// Thirty simulated days of every provider in the reference host, on the captured headset tree
-// (cheap and deterministic kernel files) with the simulated battery and thermal HALs: the heap in
+// Thirty simulated days of every provider in the reference host against the simulated headset,
+// its kernel files included (applications started and killed, pids wrapping around): the heap in
 // use after the first day grows by at most 1 MiB, open file descriptors and threads stay as they
-// were, and every heartbeat still arrives on its period on the last day. Label "soak".
+// were, every heartbeat still arrives on its period on the last day, and the kernel tree is gone
+// afterwards. Label "soak".
 #include <dirent.h>
 #include <malloc.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -54,7 +56,6 @@ struct Checkpoint {
 };
 
 TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
-    hostplatform::setFsRoot(std::string(VISTREL_SOURCE_DIR) + "/tests/data/headset-capture");
     hostplatform::setProperty("enable_fg_apps_cpu_events", "true");  // as the host does
     const std::map<std::string, int64_t> periods = {
             {"ThermalHeartbeat", 2 * kMinuteNs}, {"SystemMemoryInfo", 5 * kMinuteNs},
@@ -67,6 +68,7 @@ TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
     std::vector<Checkpoint> checkpoints;
     checkpoints.reserve(kDays);
     std::vector<std::string> refused;  // providers that could not acquire their resources
+    std::string tree;                  // the headset's kernel tree while it lives
 
     FILE* sink = fopen("/dev/null", "w");
     ASSERT_NE(sink, nullptr);
@@ -80,7 +82,10 @@ TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
             const std::string name = line.fields["name"];
             if (periods.count(name)) lastDay[name].push_back(line.deviceNs);
         });
-        sim::Headset headset(sim::HeadsetConfig{}, [&clock] { return clock.deviceNs(); });
+        sim::HeadsetConfig config;
+        config.kernelFiles = sim::HeadsetConfig::KernelFiles::Simulated;
+        sim::Headset headset(config, [&clock] { return clock.deviceNs(); });
+        tree = hostplatform::fsRoot();
         host::Host host(clock, output, headset, host::makeProviders({}, {}), kHourNs);
         for (int day = 1; day <= kDays; ++day) {
             host.callAt(day * kDayNs, [&checkpoints] {
@@ -94,6 +99,7 @@ TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
     fclose(sink);
 
     EXPECT_TRUE(refused.empty()) << refused.front() << " did not acquire";
+    EXPECT_FALSE(tree.empty() || std::filesystem::exists(tree)) << tree;
     ASSERT_EQ(checkpoints.size(), static_cast<size_t>(kDays));
     const Checkpoint& first = checkpoints.front();
     EXPECT_LE(static_cast<int64_t>(checkpoints.back().heap) - static_cast<int64_t>(first.heap),
