@@ -1,5 +1,6 @@
 #include "Headset.h"
 
+#include "Seed.h"
 #include "SysfsHealth.h"
 #include "SysfsThermal.h"
 #include "TriggerService.h"
@@ -9,8 +10,19 @@
 
 namespace sim {
 
+namespace {
+
+HeadsetConfig seeded(HeadsetConfig config) {
+    config.battery = seededBattery(config.battery, config.seed);
+    config.thermal = seededThermal(config.thermal, config.seed);
+    config.focus = seededFocus(config.focus, config.seed);
+    return config;
+}
+
+}  // namespace
+
 Headset::Headset(HeadsetConfig config, DeviceTime now)
-    : config_(std::move(config)), now_(std::move(now)) {
+    : config_(seeded(std::move(config))), now_(std::move(now)) {
     hostplatform::setInteractiveSource(
             [script = config_.interactive, now = now_] { return script.at(now()); });
     if (config_.batteryBackend == HeadsetConfig::BatteryBackend::Sysfs) {

@@ -56,8 +56,9 @@ struct HeadsetConfig {
     enum class KernelFiles { FileSystemRoot, Simulated } kernelFiles = KernelFiles::FileSystemRoot;
     // Pads the headset's process table with dormant processes up to this count.
     size_t minimumProcesses = 0;
-    // A headset of a lab of headsets that differ: varies the process table, the same way on
-    // every run. 0: the default table.
+    // A headset of a lab of headsets that differ: varies the battery's start level and drain,
+    // the thermal scenario, the focus script's phase and the process table, the same way on
+    // every run. 0: all as configured.
     uint64_t seed = 0;
 };
 

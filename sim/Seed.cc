@@ -1,7 +1,11 @@
 #include "Seed.h"
 
+#include <algorithm>
+
 namespace sim {
 namespace {
+
+constexpr int64_t kMinuteNs = INT64_C(60000000000);
 
 uint64_t splitmix(uint64_t& state) {
     uint64_t z = (state += UINT64_C(0x9e3779b97f4a7c15));
@@ -26,6 +30,48 @@ uint64_t SeededNumbers::next() {
 double SeededNumbers::uniform(double low, double high) {
     const double unit = static_cast<double>(next() >> 11) / static_cast<double>(UINT64_C(1) << 53);
     return low + unit * (high - low);
+}
+
+BatteryScript seededBattery(BatteryScript script, uint64_t seed) {
+    if (seed == 0) return script;
+    SeededNumbers numbers(seed, "battery");
+    script.startLevelPercent = numbers.uniform(10, 90);
+    script.activeDrainUa = static_cast<int32_t>(script.activeDrainUa * numbers.uniform(0.8, 1.25));
+    script.idleDrainUa = static_cast<int32_t>(script.idleDrainUa * numbers.uniform(0.8, 1.25));
+    return script;
+}
+
+ThermalScript seededThermal(ThermalScript script, uint64_t seed) {
+    if (seed == 0) return script;
+    SeededNumbers numbers(seed, "thermal");
+    script.roomC += static_cast<float>(numbers.uniform(-3, 3));
+    const auto inUse = static_cast<float>(numbers.uniform(0.85, 1.15));
+    const auto charging = static_cast<float>(numbers.uniform(0.85, 1.15));
+    for (SimSensor& sensor : script.sensors) {
+        sensor.activeC *= inUse;
+        sensor.chargingC *= charging;
+        sensor.wiredC *= charging;
+    }
+    return script;
+}
+
+sdk::FocusScript seededFocus(const sdk::FocusScript& script, uint64_t seed) {
+    int64_t cycleNs = 0;
+    for (const auto& phase : script.phases()) cycleNs += phase.lengthNs;
+    if (seed == 0 || cycleNs < 2 * kMinuteNs) return script;
+    SeededNumbers numbers(seed, "focus");
+    const auto minutes = static_cast<uint64_t>(cycleNs / kMinuteNs);
+    int64_t skipNs = static_cast<int64_t>(numbers.next() % minutes) * kMinuteNs;
+    // The phases from `skipNs` into the cycle, then those before it: the same cycle, rotated.
+    std::vector<sdk::FocusScript::Phase> head, tail;
+    for (const auto& phase : script.phases()) {
+        const int64_t before = std::min(phase.lengthNs, std::max<int64_t>(skipNs, 0));
+        if (before > 0) head.push_back({before, phase.apps});
+        if (phase.lengthNs > before) tail.push_back({phase.lengthNs - before, phase.apps});
+        skipNs -= phase.lengthNs;
+    }
+    tail.insert(tail.end(), head.begin(), head.end());
+    return sdk::FocusScript(std::move(tail));
 }
 
 }  // namespace sim

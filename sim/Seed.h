@@ -1,9 +1,14 @@
-// Seeded variation of the simulated headset, for a lab of headsets that differ: a seed gives each
-// part of the headset figures of its own, the same on every run and every platform.
+// Seeded variation of the simulated headset, for a lab of headsets that differ. A seed gives each
+// part of the headset figures of its own, the same on every run and every platform; seed 0 leaves
+// the battery, the thermal scenario and the focus script exactly as configured.
 #pragma once
 
 #include <cstdint>
 #include <string_view>
+
+#include "SimHealth.h"
+#include "SimThermal.h"
+#include "sdk/SdkControl.h"
 
 namespace sim {
 
@@ -20,5 +25,12 @@ public:
 private:
     uint64_t state_;
 };
+
+// Start level 10 to 90 %, drain currents 0.8 to 1.25 times the script's.
+BatteryScript seededBattery(BatteryScript script, uint64_t seed);
+// Room 3 °C colder to 3 °C warmer; the heat of use and of charging 0.85 to 1.15 times.
+ThermalScript seededThermal(ThermalScript script, uint64_t seed);
+// The same cycle of foreground applications, entered at a whole minute of its own.
+sdk::FocusScript seededFocus(const sdk::FocusScript& script, uint64_t seed);
 
 }  // namespace sim
