@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <sstream>
@@ -55,6 +56,7 @@ struct Arguments {
     bool fold = false;
     bool noFold = false;
     std::string trace;
+    std::string seed = "0";
 };
 
 // What is wrong with a command line, or nothing.
@@ -71,7 +73,9 @@ void declareOptions(CLI::App& app, Arguments& a) {
     app.add_option("--prop", a.properties,
                    "Set a system property NAME=VALUE (repeatable); environment variables " +
                            std::string(kPropertyEnvPrefix) + "NAME do the same");
-    app.add_option("--root", a.root, "Resolve every path the library opens under this directory");
+    app.add_option("--root", a.root,
+                   "Resolve every path the library opens under this directory (a captured tree) "
+                   "instead of the simulated headset's own /proc and /sys");
     app.add_option("--providers", a.providers, "Comma-separated provider class names (default all)");
     app.add_option("--interactive", a.interactive,
                    "Cyclic interactive-state script of the simulated headset (default \"" +
@@ -105,9 +109,9 @@ void declareOptions(CLI::App& app, Arguments& a) {
                    "phases (top first, or none) separated by ';' (default \"" +
                            std::string(kDefaultFocusScript) + "\")");
     app.add_option("--sampler", a.sampler,
-                   "What the simulated instruction sampler serves: simulated (headset-like "
-                   "threads; default with --simulate) or live (every thread of this machine; "
-                   "default with --real)");
+                   "What the simulated instruction sampler serves: simulated (the threads of the "
+                   "simulated headset's processes; default with --simulate) or live (every thread "
+                   "of this machine; default with --real)");
     app.add_option("--battery", a.battery,
                    "Health HAL: sim (the simulated battery, default) or sysfs (the "
                    "/sys/class/power_supply tree under --root, or the workstation's own)")
@@ -123,6 +127,10 @@ void declareOptions(CLI::App& app, Arguments& a) {
                  "Fold a notification repeating its provider's previous one into a count "
                  "(the default in the readable timeline; with --json only when asked)")
             ->excludes(app.add_flag("--no-fold", a.noFold, "Print every notification"));
+    app.add_option("--seed", a.seed,
+                   "Seed of the simulated headset, a non-negative integer: each varies the "
+                   "battery's start and drain, the thermal scenario, the focus script's phase and "
+                   "the processes, the same on every run (default 0: as configured)");
     app.add_option("--trace", a.trace,
                    "Also write the run to FILE in the Trace Event Format (Perfetto UI, "
                    "chrome://tracing)");
@@ -269,6 +277,18 @@ Problem checkEnvironment(const Arguments& a, const char* const* envp, RunConfig&
     return std::nullopt;
 }
 
+// Decimal digits that fit 64 bits.
+std::optional<uint64_t> parseSeed(const std::string& text) {
+    if (text.empty() || text.size() > 20 ||
+        text.find_first_not_of("0123456789") != std::string::npos) {
+        return std::nullopt;
+    }
+    errno = 0;
+    const unsigned long long value = strtoull(text.c_str(), nullptr, 10);
+    if (errno == ERANGE) return std::nullopt;
+    return static_cast<uint64_t>(value);
+}
+
 Problem checkHeadset(const Arguments& a, RunConfig& c) {
     sim::HeadsetConfig& h = c.headset;
     std::string scriptError;
@@ -297,6 +317,16 @@ Problem checkHeadset(const Arguments& a, RunConfig& c) {
     if (h.data.totalBytes <= 0) return "--data-total must be more than 0";
     if (h.data.availableBytes > h.data.totalBytes) {
         return "--data-available must not exceed --data-total";
+    }
+
+    const auto seed = parseSeed(a.seed);
+    if (!seed) return "--seed must be a non-negative integer, not '" + a.seed + "'";
+    h.seed = *seed;
+    // A simulated run reads the simulated headset's kernel files; --root replays a tree, and the
+    // sysfs HALs and a real-time run read real ones (this machine's, or the tree's).
+    if (c.timing == RunConfig::Timing::Simulated && a.root.empty() && a.battery != "sysfs" &&
+        a.thermal != "sysfs") {
+        h.kernelFiles = sim::HeadsetConfig::KernelFiles::Simulated;
     }
 
     if (a.battery == "sysfs") h.batteryBackend = sim::HeadsetConfig::BatteryBackend::Sysfs;

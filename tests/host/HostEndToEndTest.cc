@@ -107,6 +107,8 @@ TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
             {"--fire-throttling soon", "bad duration 'soon'"},
             {"--providers ZramStats --fire-throttling 1m",
              "needs ThermalStats among the providers"},
+            {"--seed -3", "--seed must be a non-negative integer, not '-3'"},
+            {"--seed 18446744073709551616", "--seed must be a non-negative integer"},
     };
     for (const auto& [arguments, message] : cases) {
         const HostRun run = runHost(arguments);
@@ -272,8 +274,7 @@ TEST(HostEndToEnd, CpuHeartbeatsAreFollowedByPerNameAndPerFeatureStatistics) {
         EXPECT_EQ(features,
                   (std::vector<std::string>{"audio", "input", "passthrough", "render", "tracking"}))
                 << "the decoy section features.100 is never read";
-        EXPECT_GT(record["features"]["render"]["meanRate"],
-                  record["topByMeanRate"][0]["meanRate"])
+        EXPECT_GT(record["features"]["render"]["meanRate"], record["topByMeanRate"][0]["meanRate"])
                 << "the compositor's thread and the other render threads";
         EXPECT_EQ(record["features"]["passthrough"]["meanRate"], 0.0) << "no passthrough in front";
         EXPECT_EQ(record["featureIds"].size(), 4u);
