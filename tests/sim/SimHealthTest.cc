@@ -2,7 +2,11 @@
 // nothing relies on the figures beyond the reference host's timeline.
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <set>
+
 #include "Headset.h"
+#include "Seed.h"
 
 namespace {
 
@@ -25,6 +29,32 @@ TEST(SimHeadset, ServesTheHealthHalWhileAlive) {
         EXPECT_NE(V2_1::IHealth::getService("default"), nullptr);
     }
     EXPECT_EQ(V2_1::IHealth::getService("default"), nullptr);
+}
+
+// The minute of `script`'s hour-long cycle at which `rotated` enters it; empty when it is no
+// rotation of it.
+std::optional<int64_t> entryMinute(const sim::sdk::FocusScript& rotated,
+                                   const sim::sdk::FocusScript& script) {
+    for (int64_t entry = 0; entry < 60; ++entry) {
+        bool same = true;
+        for (int64_t minute = 0; minute < 120 && same; ++minute) {
+            same = rotated.appsAt(minute * kMinuteNs) == script.appsAt((minute + entry) * kMinuteNs);
+        }
+        if (same) return entry;
+    }
+    return std::nullopt;
+}
+
+TEST(SimHeadset, EachSeedEntersTheFocusScriptAtAMinuteOfItsOwn) {
+    const auto script = sim::sdk::FocusScript::defaults();
+    EXPECT_EQ(entryMinute(sim::seededFocus(script, 0), script), 0);
+    std::set<int64_t> entries;
+    for (uint64_t seed = 1; seed <= 8; ++seed) {
+        const auto entry = entryMinute(sim::seededFocus(script, seed), script);
+        ASSERT_TRUE(entry) << "seed " << seed;
+        entries.insert(*entry);
+    }
+    EXPECT_GT(entries.size(), 4u);
 }
 
 }  // namespace
