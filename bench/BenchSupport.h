@@ -55,10 +55,10 @@ inline void onFatalSignal(int signal) {
     raise(signal);
 }
 
-// Processes present in /proc (numeric entries).
-inline int countProcesses() {
+// Processes present in a /proc (numeric entries): this machine's, or a tree's.
+inline int countProcesses(const std::string& procDir = "/proc") {
     int count = 0;
-    if (DIR* proc = opendir("/proc")) {
+    if (DIR* proc = opendir(procDir.c_str())) {
         while (const dirent* entry = readdir(proc))
             count += entry->d_name[0] >= '1' && entry->d_name[0] <= '9';
         closedir(proc);
