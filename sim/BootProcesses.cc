@@ -110,12 +110,12 @@ const std::vector<Boot>& bootTable() {
          3.5, 16, 44, 2.0, 1600, 80, {mainThread(0, 0)}},
         {1100, 650, S, "system_server\0"sv, "system_server", -900, sys,
          9.0, 170, 190, 12, 6800, 120,
-         {mainThread(0.01, 0.004), fixed(5, "binder:1100_1", 0.03, 0.015, {2}),
-          fixed(6, "binder:1100_2", 0.025, 0.012, {3}),
-          fixed(9, "android.display", 0.02, 0.004, {0, 1}),
-          fixed(11, "InputReader", 0.03, 0.002, {1}, "input"),
-          fixed(12, "InputDispatcher", 0.02, 0.001, {1}, "input"),
-          fixed(14, "ActivityManager", 0.01, 0.003, {0, 1, 2, 3})}},
+         {mainThread(0.005, 0.002), fixed(5, "binder:1100_1", 0.015, 0.006, {2}),
+          fixed(6, "binder:1100_2", 0.012, 0.005, {3}),
+          fixed(9, "android.display", 0.01, 0.002, {0, 1}),
+          fixed(11, "InputReader", 0.015, 0.001, {1}, "input"),
+          fixed(12, "InputDispatcher", 0.01, 0.001, {1}, "input"),
+          fixed(14, "ActivityManager", 0.005, 0.002, {0, 1, 2, 3})}},
         {1300, 650, S, "com.halden.systemui\0"sv, "halden.systemui", -800, kSystemUid + 10,
          14, 80, 110, 4.0, 5200, 95,
          {mainThread(0.01, 0.001), fixed(8, "RenderThread", 0.02, 0, {5}, "render")}},
@@ -173,13 +173,11 @@ int32_t pidShift(uint64_t seed) {
     return seed == 0 ? 0 : static_cast<int32_t>(SeededNumbers(seed, "pids").next() % 8);
 }
 
-// A process of the boot table; a seed varies its memory by +-10 %.
+// A process of the boot table; its memory within 10 % of the table's, as the seed draws it.
 SimProcess fromBoot(const Boot& b, uint64_t seed) {
     const int32_t shift = pidShift(seed);
-    SeededNumbers numbers(seed, b.comm);
-    const auto mem = [&](double mb) {
-        return mb * 1024 * (seed == 0 ? 1 : numbers.uniform(0.9, 1.1));
-    };
+    SeededNumbers numbers(seed, std::string(b.cmdline));
+    const auto mem = [&](double mb) { return mb * 1024 * numbers.uniform(0.9, 1.1); };
     SimProcess p;
     p.pid = b.pid == 1 ? 1 : b.pid + shift;
     p.ppid = b.ppid <= 1 ? b.ppid : b.ppid + shift;

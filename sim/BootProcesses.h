@@ -12,7 +12,8 @@ namespace sim {
 
 // Kernel threads (kswapd0 among them), init and native daemons, HAL services, the compositors,
 // the tracking daemon, zygotes, system_server and the system applications, with their threads,
-// memory and CPU use; `seed` (0: the defaults) shifts the pids and varies the memory.
+// memory and CPU use; `seed` draws the memory within 10 % of the table's and (unless it is 0)
+// moves the pids a little.
 std::vector<SimProcess> bootProcesses(uint64_t seed);
 
 // `count` processes that use no CPU, from `firstPid` on (every tenth pid): HAL services first,
