@@ -14,6 +14,7 @@
 #include <CLI/CLI.hpp>
 
 #include "TextValues.h"
+#include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
 
 namespace host {
@@ -248,6 +249,12 @@ Problem addProperty(const std::string& assignment, RunConfig& c) {
     return std::nullopt;
 }
 
+// The value of `entry` ("NAME=value") when it sets the variable `name`, else null.
+const char* variable(const char* entry, const char* name) {
+    const size_t length = strlen(name);
+    return strncmp(entry, name, length) == 0 && entry[length] == '=' ? entry + length + 1 : nullptr;
+}
+
 Problem checkEnvironment(const Arguments& a, const char* const* envp, RunConfig& c) {
     // The simulated configuration reports foreground applications unless told otherwise.
     c.properties.emplace_back("enable_fg_apps_cpu_events", "true");
@@ -255,9 +262,10 @@ Problem checkEnvironment(const Arguments& a, const char* const* envp, RunConfig&
     for (const char* const* env = envp; env != nullptr && *env != nullptr; ++env) {
         if (strncmp(*env, kPropertyEnvPrefix, strlen(kPropertyEnvPrefix)) == 0) {
             if (auto problem = addProperty(*env + strlen(kPropertyEnvPrefix), c)) return problem;
-        } else if (sdkDir.empty() && strncmp(*env, kSdkDirEnv, strlen(kSdkDirEnv)) == 0 &&
-                   (*env)[strlen(kSdkDirEnv)] == '=') {
-            sdkDir = *env + strlen(kSdkDirEnv) + 1;
+        } else if (const char* dir = variable(*env, kSdkDirEnv); dir && sdkDir.empty()) {
+            sdkDir = dir;
+        } else if (const char* root = variable(*env, hostplatform::kFsRootEnv)) {
+            c.fsRoot = root;  // the platform layer took it already; --root below wins
         }
     }
     for (const auto& assignment : a.properties) {
@@ -322,9 +330,10 @@ Problem checkHeadset(const Arguments& a, RunConfig& c) {
     const auto seed = parseSeed(a.seed);
     if (!seed) return "--seed must be a non-negative integer, not '" + a.seed + "'";
     h.seed = *seed;
-    // A simulated run reads the simulated headset's kernel files; --root replays a tree, and the
-    // sysfs HALs and a real-time run read real ones (this machine's, or the tree's).
-    if (c.timing == RunConfig::Timing::Simulated && a.root.empty() && a.battery != "sysfs" &&
+    // A simulated run reads the simulated headset's kernel files; a root (--root or
+    // VISTREL_FS_ROOT) replays a tree, and the sysfs HALs and a real-time run read real ones
+    // (this machine's, or the tree's).
+    if (c.timing == RunConfig::Timing::Simulated && c.fsRoot.empty() && a.battery != "sysfs" &&
         a.thermal != "sysfs") {
         h.kernelFiles = sim::HeadsetConfig::KernelFiles::Simulated;
     }

@@ -36,7 +36,7 @@ struct RunConfig {
     // System properties to set, in order: the environment's VISTREL_PROP_* first, then --prop.
     // Each was checked against the property store.
     std::vector<std::pair<std::string, std::string>> properties;
-    std::string fsRoot;  // an existing directory, or empty for none
+    std::string fsRoot;  // --root (an existing directory), else VISTREL_FS_ROOT; empty for none
     std::string sdkDir;  // absolute path of an existing directory without ':'
     sim::HeadsetConfig headset;
 };
