@@ -25,6 +25,13 @@ struct ThreadSpec {
     const char* feature;
 };
 
+// The CPUs as a mask, bit i for CPU i.
+uint32_t cpuMask(const std::vector<int>& cpus) {
+    uint32_t mask = 0;
+    for (const int cpu : cpus) mask |= 1u << cpu;
+    return mask;
+}
+
 ThreadSpec fixed(int32_t offset, const char* name, double inUse, double idle, std::vector<int> cpus,
                  const char* feature = "") {
     return {offset, name, ThreadLoad::Fixed, inUse, idle, std::move(cpus), feature};
@@ -141,7 +148,8 @@ std::vector<SimProcess> kernelThreads() {
         p.kind = ProcessKind::Kernel;
         p.comm = std::move(name);
         p.startNs = 0;
-        p.threads.push_back({pid, p.comm, spec.load, spec.busyInUse, spec.busyIdle, spec.cpus, ""});
+        p.threads.push_back(
+                {pid, p.comm, spec.load, spec.busyInUse, spec.busyIdle, cpuMask(spec.cpus), ""});
         threads.push_back(std::move(p));
     };
     add(2, "kthreadd", mainThread(0, 0));
@@ -196,7 +204,7 @@ SimProcess fromBoot(const Boot& b, uint64_t seed) {
     p.vmExeKb = 48;
     for (const ThreadSpec& t : b.threads) {
         p.threads.push_back({p.pid + t.offset, t.name ? t.name : p.comm, t.load, t.busyInUse,
-                             t.busyIdle, t.cpus, t.feature});
+                             t.busyIdle, cpuMask(t.cpus), t.feature});
     }
     return p;
 }
@@ -272,7 +280,7 @@ std::vector<SimProcess> dormantProcesses(size_t count, int32_t firstPid) {
             p.ppid = 2;
             p.comm = "kworker/" + std::to_string(i % kCpus) + ":" + std::to_string(i / kCpus);
         }
-        p.threads.push_back({p.pid, p.comm, ThreadLoad::Fixed, 0, 0, {0}, ""});
+        p.threads.push_back({p.pid, p.comm, ThreadLoad::Fixed, 0, 0, 1u, ""});
         processes.push_back(std::move(p));
     }
     return processes;
@@ -300,7 +308,7 @@ SimProcess appProcess(const std::string& name, int32_t pid, uint64_t seed, int64
     const auto thread = [&](int32_t offset, std::string threadName, double busy,
                             std::vector<int> cpus, std::string feature = "") {
         p.threads.push_back({pid + offset, std::move(threadName), ThreadLoad::App, busy, 0,
-                             std::move(cpus), std::move(feature)});
+                             cpuMask(cpus), std::move(feature)});
     };
     thread(0, p.comm, mainBusy, {6, 7});
     thread(2, "HeapTaskDaemon", 0.02, {0, 1, 2, 3});

@@ -9,7 +9,7 @@ namespace sim {
 namespace kerneltext {
 namespace {
 
-constexpr double kTicksPerSecondNs = 1e7;  // ns per clock tick
+constexpr double kNsPerTick = 1e7;  // clock ticks of 10 ms
 
 // printf into a string.
 __attribute__((format(printf, 2, 3))) void append(std::string& out, const char* format, ...) {
@@ -83,14 +83,16 @@ std::string status(const SimProcess& p) {
 
 std::string stat(const SimProcess& p) {
     const bool kernel = p.kind == ProcessKind::Kernel;
-    const int cpu = p.threads.empty() || p.threads[0].cpus.empty() ? 0 : p.threads[0].cpus[0];
+    // The CPU it last ran on: the main thread's first.
+    const int cpu =
+            p.threads.empty() || p.threads[0].cpus == 0 ? 0 : __builtin_ctz(p.threads[0].cpus);
     std::string out;
     append(out, "%d (%s) %c %d %d 0 0 -1 %u ", p.pid, p.comm.c_str(), state(p)[0], p.ppid, p.pid,
            kernel ? 2129984u : 4194560u);
     append(out, "%" PRIu64 " 0 %" PRIu64 " 0 %" PRIu64 " %" PRIu64 " 0 0 20 0 %zu 0 %" PRIu64 " ",
            whole(900 + 120 * cpuTicks(p)), whole(p.majorFaults), whole(p.userTicks),
            whole(p.systemTicks), p.threads.size(),
-           whole(static_cast<double>(p.startNs) / kTicksPerSecondNs));
+           whole(static_cast<double>(p.startNs) / kNsPerTick));
     append(out, "%" PRIu64 " %" PRIu64 " 18446744073709551615 ",
            whole(kernel ? 0 : p.vmSizeKb * 1024), whole(kernel ? 0 : p.rssKb() / 4));
     // Code and stack addresses, signals, wchan, exit signal, CPU, policy and the rest.

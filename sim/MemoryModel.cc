@@ -65,7 +65,7 @@ MemInfo MemoryModel::account(const ProcessTable& table) const {
     m.slabReclaimableKb = kSlabReclaimableKb;
     m.slabUnreclaimableKb = kSlabUnreclaimableKb;
     m.kernelStackKb = kKernelStackKb;
-    m.pageTablesKb = (table.sum(&SimProcess::anonKb) + m.mappedKb) / 400 + 24 * kMiB;
+    m.pageTablesKb = (m.anonKb + m.mappedKb) / 400 + 24 * kMiB;
     const double rest = kMemTotalKb - kGraphicsKb - kSlabReclaimableKb - kSlabUnreclaimableKb -
                         kKernelStackKb - m.pageTablesKb - m.anonKb - zram_.memUsedBytes / 1024;
     // Page cache fills what is left down to the free target; mapped and shared pages stay.

@@ -3,10 +3,10 @@
 //   - memory: a 6 GB headset; what the processes' anonymous memory, the zram pool, the kernel and
 //     the graphics buffers leave is page cache and free memory; MemAvailable is free memory plus
 //     the page cache that could be dropped;
-//   - reclaim: below 1.2 GiB available, kswapd swaps out the anonymous memory of background
+//   - reclaim: below 1.4 GiB available, kswapd swaps out the anonymous memory of background
 //     processes (the highest oom_score_adj first), busier the more it moves; below 450 MiB the
 //     low-memory killer ends the process with the highest oom_score_adj (200 or more), one a step;
-//   - swap: zram0 (1.5 GiB) first, then a 1 GiB swap file on /data (sda): swap-outs beyond what
+//   - swap: zram0 (1 GiB) first, then a 1 GiB swap file on /data (sda): swap-outs beyond what
 //     zram0 holds reach storage, which SwapWriteStats counts;
 //   - pressure: memory stalls from a lack of available memory, swap-ins and application starts,
 //     averaged over 10 s, 60 s and 300 s as the kernel's PSI does;

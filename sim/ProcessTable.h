@@ -43,7 +43,7 @@ struct SimThread {
     ThreadLoad load = ThreadLoad::Fixed;
     double busyInUse = 0;  // fraction of one CPU
     double busyIdle = 0;
-    std::vector<int> cpus;
+    uint32_t cpus = 0;    // bit i set: it runs on CPU i
     std::string feature;  // the instruction sampler's feature it works for, or ""
     double busy = 0;      // now
 };

@@ -22,6 +22,7 @@
 // Counts are clock ticks, not samples, so rates read as ticks per millisecond.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -33,6 +34,10 @@ namespace sim::sdk {
 
 class SimulatedHeadset {
 public:
+    static constexpr size_t kCpus = 8;
+    static constexpr size_t kFeatures = 5;
+    static constexpr size_t kDecoyEntries = 2;
+
     // `samplingPeriodUs` of the session (0 counts as the SDK's default of 5000).
     SimulatedHeadset(uint32_t samplingPeriodUs, int64_t startNs);
     Reading next();
@@ -42,16 +47,20 @@ public:
     int32_t processOf(int32_t tid) const;
 
 private:
-    struct Accrual {
-        std::vector<double> perCpu;
-    };
-    void accrue(Accrual& a, const std::vector<int>& cpus, double busy, double seconds) const;
+    using Accrual = std::array<double, kCpus>;  // cumulative samples per CPU
+
+    void accrue(Accrual& a, uint32_t cpus, double busy, double seconds) const;
+    static std::vector<uint64_t> wholeCounts(const Accrual& a);
+    // Adds the thread records of the reading at `now` and keeps its threads.
+    void accrueThreads(int64_t now, double seconds, ProfileDescription& d);
+    const HeadsetThread* find(int32_t tid) const;
 
     double samplesPerBusySecond_;
     int64_t lastNs_;
-    std::map<int32_t, HeadsetThread> threads_;  // threads of the latest reading, by thread id
-    std::map<int32_t, Accrual> counts_;         // cumulative, by thread id
-    std::map<std::string, Accrual> features_;   // cumulative, "section/entry"
+    std::vector<HeadsetThread> threads_;  // threads of the latest reading, by thread id
+    std::map<int32_t, Accrual> counts_;   // by thread id
+    std::array<Accrual, kFeatures> features_{};
+    std::array<Accrual, kDecoyEntries> decoys_{};
 };
 
 class LiveProcess {

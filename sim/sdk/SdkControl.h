@@ -94,14 +94,14 @@ void setInteractiveSource(std::function<bool(int64_t deviceNs)> interactive);
 bool interactiveAt(int64_t deviceNs);
 
 // Simulated mode: a thread of the simulated headset's processes as the sampler sees it at a
-// device time, e.g. {612, 615, "compositor", 0.45, {4, 5}, "render"}.
+// device time, e.g. {612, 615, "compositor", 0.45, 0x30 (CPUs 4 and 5), "render"}.
 struct HeadsetThread {
     int32_t pid = 0;  // its process (thread group)
     int32_t tid = 0;
-    std::string name;       // its comm, at most 15 characters
-    double busy = 0;        // fraction of one CPU it uses
-    std::vector<int> cpus;  // the CPUs its samples are spread over evenly
-    std::string feature;    // the "features" entry its samples also count for; "" for none
+    std::string name;     // its comm, at most 15 characters
+    double busy = 0;      // fraction of one CPU it uses
+    uint32_t cpus = 0;    // bit i set: it runs on CPU i; its samples spread evenly over them
+    std::string feature;  // the "features" entry its samples also count for; "" for none
 };
 // Simulated mode: the headset's threads at a device time (installed by sim::Headset); without
 // a source the sampler reports no threads.
