@@ -26,7 +26,7 @@ VrTopActivityListener::~VrTopActivityListener() = default;
 
 void VrTopActivityListener::onTopActivityChanged(Platkit::String,
                                                  Platkit::Optional<Platkit::Focus::ImmersiveApp>) {
-    std::lock_guard<std::mutex> lock(mutex);
+    threadsafety::MutexLock lock(mutex);
     if (!g_vrFocusManager) return;
     std::vector<std::string> previous;
     // The module's array, released through its own release function when this call returns.
@@ -43,7 +43,7 @@ void VrTopActivityListener::onTopActivityChanged(Platkit::String,
 }
 
 std::vector<std::string> VrTopActivityListener::getForegroundApps() {
-    std::lock_guard<std::mutex> lock(mutex);
+    threadsafety::MutexLock lock(mutex);
     return apps;
 }
 
