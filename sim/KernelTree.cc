@@ -18,22 +18,42 @@ namespace sim {
 namespace {
 
 constexpr const char kZramDir[] = "/sys/devices/virtual/block/zram0";
-// Processes' figures (status, stat) are written at most once in each such span of device time.
+// System-wide files are written at most once in each span of five device minutes (the system
+// memory collector's period), processes' figures (status, stat) once in each span of 15 (the
+// process memory collector's).
+constexpr int64_t kSystemFilesNs = INT64_C(300000000000);
 constexpr int64_t kProcessFiguresNs = INT64_C(900000000000);
+
+// Whether `atNs` lies in another span of `spanNs` than `lastNs` (none before the first); if so,
+// `lastNs` becomes `atNs`.
+bool dueAgain(int64_t& lastNs, int64_t atNs, int64_t spanNs) {
+    if (lastNs >= 0 && atNs / spanNs == lastNs / spanNs) return false;
+    lastNs = atNs;
+    return true;
+}
 
 std::string processPath(int32_t pid, const char* file) {
     return "/proc/" + std::to_string(pid) + "/" + file;
 }
 
 // The figures of a process that its status and stat show, as whole numbers.
-std::string shownFigures(const SimProcess& p) {
-    std::string key;
-    for (const double figure :
-         {p.anonKb, p.fileKb, p.shmemKb, p.swapKb, p.peakRssKb, p.userTicks, p.systemTicks,
-          p.majorFaults, p.busy() >= 0.3 ? 1.0 : 0.0, p.busy() == 0 ? 1.0 : 0.0}) {
-        key += std::to_string(static_cast<int64_t>(std::floor(figure))) + ' ';
+KernelTree::Figures shownFigures(const SimProcess& p) {
+    const double busy = p.busy();
+    const double figures[] = {p.anonKb,
+                              p.fileKb,
+                              p.shmemKb,
+                              p.swapKb,
+                              p.peakRssKb,
+                              p.userTicks,
+                              p.systemTicks,
+                              p.majorFaults,
+                              busy >= 0.3 ? 1.0 : 0.0,
+                              busy == 0 ? 1.0 : 0.0};
+    KernelTree::Figures whole{};
+    for (size_t i = 0; i < whole.size(); ++i) {
+        whole[i] = static_cast<int64_t>(std::floor(figures[i]));
     }
-    return key;
+    return whole;
 }
 
 // Where the tree goes: memory (/dev/shm), as /proc is, where rewriting a file in place costs a
@@ -60,7 +80,7 @@ KernelTree::KernelTree(const KernelModel& model, DataPartition& data) : model_(m
     std::error_code ignored;
     std::filesystem::create_directory_symlink("../devices/virtual/block/zram0",
                                               root_ + "/sys/block/zram0", ignored);
-    write(std::string(kZramDir) + "/calculate_idle_pg_stats", "");
+    write(std::string(kZramDir) + "/calculate_idle_pg_stats", "", 0);
     previousRoot_ = hostplatform::fsRoot();
     refresh();
     hostplatform::setFsRoot(root_);
@@ -78,12 +98,11 @@ void KernelTree::refresh() {
     model_.read([this](const ProcessTable& table, const MemoryModel& memory, int64_t atNs) {
         if (atNs == writtenAtNs_) return;
         writtenAtNs_ = atNs;
-        writeSystem(memory);
-        const bool figuresDue = figuresWrittenAtNs_ < 0 ||
-                                atNs / kProcessFiguresNs != figuresWrittenAtNs_ / kProcessFiguresNs;
-        if (figuresDue) figuresWrittenAtNs_ = atNs;
-        writeProcesses(table, figuresDue);
-        data_.setFilled(memory.dataFilledBytes());
+        if (dueAgain(systemWrittenAtNs_, atNs, kSystemFilesNs)) {
+            writeSystem(memory);
+            data_.setFilled(memory.dataFilledBytes());
+        }
+        writeProcesses(table, dueAgain(figuresWrittenAtNs_, atNs, kProcessFiguresNs));
     });
 }
 
@@ -101,14 +120,34 @@ void KernelTree::writeSystem(const MemoryModel& memory) {
     writeChanged("/sys/block/sda/stat", text::blockStat(memory.dataBlock()));
 }
 
-void KernelTree::startProcess(const SimProcess& p) {
-    makeDirectory("/proc/" + std::to_string(p.pid));
-    write(processPath(p.pid, "cmdline"), p.cmdline);
+KernelTree::Shown KernelTree::startProcess(const SimProcess& p) {
+    Shown shown;
+    makeDirectory(processPath(p.pid, "task"));
+    write(processPath(p.pid, "cmdline"), p.cmdline, 0);
     for (const SimThread& t : p.threads) {
         const std::string task = processPath(p.pid, "task/") + std::to_string(t.tid);
-        makeDirectory(task);
-        write(task + "/comm", t.name + "\n");
+        mkdir((root_ + task).c_str(), 0755);
+        write(task + "/comm", t.name + "\n", 0);
+        shown.tids.push_back(t.tid);
     }
+    shown.oomScoreAdj = p.oomScoreAdj;
+    write(processPath(p.pid, "oom_score_adj"), kerneltext::oomScoreAdj(p), 0);
+    return shown;
+}
+
+void KernelTree::endProcess(int32_t pid, const Shown& shown) const {
+    const auto remove = [this](const std::string& devicePath) {
+        ::remove((root_ + devicePath).c_str());  // a file, or an empty directory
+    };
+    for (const int32_t tid : shown.tids) {
+        const std::string task = processPath(pid, "task/") + std::to_string(tid);
+        remove(task + "/comm");
+        remove(task);
+    }
+    for (const char* entry : {"task", "cmdline", "oom_score_adj", "status", "stat"}) {
+        remove(processPath(pid, entry));
+    }
+    remove("/proc/" + std::to_string(pid));
 }
 
 void KernelTree::writeProcesses(const ProcessTable& table, bool figuresDue) {
@@ -117,47 +156,47 @@ void KernelTree::writeProcesses(const ProcessTable& table, bool figuresDue) {
             ++it;
             continue;
         }
-        std::error_code ignored;
-        std::filesystem::remove_all(root_ + "/proc/" + std::to_string(it->first), ignored);
+        endProcess(it->first, it->second);
         it = shown_.erase(it);
     }
     for (const auto& [pid, p] : table.processes()) {
-        auto shown = shown_.find(pid);
-        if (shown == shown_.end()) {
-            startProcess(p);
-            shown = shown_.emplace(pid, Shown{"", p.oomScoreAdj}).first;
-            write(processPath(pid, "oom_score_adj"), kerneltext::oomScoreAdj(p));
+        auto found = shown_.find(pid);
+        const bool started = found == shown_.end();
+        if (started) found = shown_.emplace(pid, startProcess(p)).first;
+        Shown& shown = found->second;
+        if (shown.oomScoreAdj != p.oomScoreAdj) {
+            shown.oomScoreAdj = p.oomScoreAdj;
+            write(processPath(pid, "oom_score_adj"), kerneltext::oomScoreAdj(p), 0);
         }
-        if (shown->second.oomScoreAdj != p.oomScoreAdj) {
-            shown->second.oomScoreAdj = p.oomScoreAdj;
-            write(processPath(pid, "oom_score_adj"), kerneltext::oomScoreAdj(p));
-        }
-        if (!figuresDue && !shown->second.figures.empty()) continue;
-        std::string figures = shownFigures(p);
-        if (figures == shown->second.figures) continue;
-        shown->second.figures = std::move(figures);
-        write(processPath(pid, "status"), kerneltext::status(p));
-        write(processPath(pid, "stat"), kerneltext::stat(p));
+        if (!figuresDue && !started) continue;
+        const Figures figures = shownFigures(p);
+        if (!started && figures == shown.figures) continue;
+        shown.figures = figures;
+        shown.statusLength =
+                write(processPath(pid, "status"), kerneltext::status(p), shown.statusLength);
+        shown.statLength = write(processPath(pid, "stat"), kerneltext::stat(p), shown.statLength);
     }
 }
 
 void KernelTree::writeChanged(const std::string& devicePath, const std::string& text) {
     std::string& last = systemText_[devicePath];
     if (last == text) return;
-    write(devicePath, text);
+    write(devicePath, text, last.size());
     last = text;
 }
 
-void KernelTree::write(const std::string& devicePath, const std::string& text) const {
-    // Overwritten in place and cut to length: truncating to nothing first would make some file
-    // systems flush the file on close, at a hundred times the cost.
+size_t KernelTree::write(const std::string& devicePath, const std::string& text,
+                         size_t previousLength) const {
+    // Overwritten in place, and cut only when it got shorter: truncating to nothing first would
+    // make some file systems flush the file on close, at a hundred times the cost.
     const int fd = open((root_ + devicePath).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0) return;
-    const ssize_t written = pwrite(fd, text.data(), text.size(), 0);
-    if (written == static_cast<ssize_t>(text.size())) {
+    if (fd < 0) return previousLength;
+    const bool whole = pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+    if (whole && text.size() < previousLength) {
         [[maybe_unused]] const int cut = ftruncate(fd, static_cast<off_t>(text.size()));
     }
     close(fd);
+    return whole ? text.size() : previousLength;
 }
 
 void KernelTree::makeDirectory(const std::string& devicePath) const {

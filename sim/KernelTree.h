@@ -11,20 +11,26 @@
 //     (idlehisto, idle_cluster_sz, simulated_bd_stat, and the control file
 //     calculate_idle_pg_stats, written by SystemMemoryStats and left alone here)
 //   sys/block/sda/stat: the storage that holds /data (and the swap file)
-//   data/: the mount point whose statvfs() the headset's DataPartition answers
+//   data/: the mount point whose statvfs() the headset's DataPartition answers (filling as the
+//     system-wide files move)
 // Formats and units: KernelText.h.
 //
-// refresh() writes only what changed since the last one: system-wide files at most once per step
-// of the model (a device minute); a process's directory when it starts or ends and its
-// oom_score_adj when that changes, at once; its status and stat (memory and CPU times) when they
-// changed, at most once in every 15 device minutes (the process memory collector's period). Files
+// refresh() writes only what changed, no more often than the providers read it: a process's
+// directory when it starts or ends and its oom_score_adj when that changes, at once (at the
+// model's step); the system-wide files (and what /data holds) at most once in every five device
+// minutes, the system memory collector's period; a process's status and stat (memory and CPU
+// times) when they changed, at most once in every 15, the process memory collector's period.
+// The spans are whole multiples of device time, so a collector acquired at boot reads figures of
+// the instant it samples. Files
 // are rewritten in place (not atomically), so refresh on the thread that drives the providers,
 // between their calls. Not thread-safe.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "DataPartition.h"
 #include "KernelModel.h"
@@ -46,21 +52,30 @@ public:
     // The tree's directory; "" when none could be made.
     const std::string& directory() const { return root_; }
 
+    // The whole figures a process's status and stat show, to tell when they change.
+    using Figures = std::array<int64_t, 10>;
+
 private:
-    // The figures a process's status and stat show, to tell when they change.
+    // What the tree shows of a process.
     struct Shown {
-        std::string figures;
+        Figures figures{};
         int32_t oomScoreAdj = 0;
+        size_t statusLength = 0, statLength = 0;  // bytes in its files
+        std::vector<int32_t> tids;                // its task directories
     };
 
     void writeSystem(const MemoryModel& memory);
     // Starts and ends processes' directories and writes changed oom_score_adj files; the
     // processes' figures only when `figuresDue` (and for new processes).
     void writeProcesses(const ProcessTable& table, bool figuresDue);
-    void startProcess(const SimProcess& p);
+    // Makes a new process's directory with its fixed files.
+    Shown startProcess(const SimProcess& p);
+    void endProcess(int32_t pid, const Shown& shown) const;
     // Writes `text` to the device path when it differs from what the last call wrote there.
     void writeChanged(const std::string& devicePath, const std::string& text);
-    void write(const std::string& devicePath, const std::string& text) const;
+    // Writes the whole file, whose length was `previousLength`; returns its length now.
+    size_t write(const std::string& devicePath, const std::string& text,
+                 size_t previousLength) const;
     void makeDirectory(const std::string& devicePath) const;
 
     const KernelModel& model_;
@@ -68,6 +83,7 @@ private:
     std::string root_;
     std::string previousRoot_;
     int64_t writtenAtNs_ = -1;
+    int64_t systemWrittenAtNs_ = -1;
     int64_t figuresWrittenAtNs_ = -1;
     std::map<std::string, std::string> systemText_;  // by device path
     std::map<int32_t, Shown> shown_;                 // by pid
