@@ -94,6 +94,10 @@ void Host::sampleOne(size_t index, int64_t atNs) {
         notification = hosted.provider->sample(clock_);
     }
     summary_.countSample(index);
+    if (hosted.reading) {
+        if (auto read = hosted.reading())
+            output_.write(clock_.deviceNs(), name, "sample", *read, name);
+    }
     if (notification) {
         summary_.countNotification(index, notification->name);
         route(name, "notification", notification->name, notification->detail);

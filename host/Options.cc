@@ -55,6 +55,8 @@ struct Arguments {
     bool fold = false;
     bool noFold = false;
     std::string trace;
+    std::string summary;
+    bool samples = false;
 };
 
 // What is wrong with a command line, or nothing.
@@ -126,6 +128,12 @@ void declareOptions(CLI::App& app, Arguments& a) {
     app.add_option("--trace", a.trace,
                    "Also write the run to FILE in the Trace Event Format (Perfetto UI, "
                    "chrome://tracing)");
+    app.add_option("--summary", a.summary,
+                   "Also write the run summary and every provider's last record to FILE as one "
+                   "JSON document (scripts/compare-runs compares two)");
+    app.add_flag("--samples", a.samples,
+                 "Also print what each sample read: battery current and voltage, every "
+                 "temperature and cooling device, system memory (\"sample\" lines)");
 }
 
 std::optional<int> logPriority(const std::string& level) {
@@ -180,6 +188,8 @@ Problem checkRun(const Arguments& a, RunConfig& c) {
     if (auto problem = parseDurationInto(a.snapshotEvery, &c.snapshotEveryNs)) return problem;
     c.json = a.json;
     c.tracePath = a.trace;
+    c.summaryPath = a.summary;
+    c.printSamples = a.samples;
     const auto priority = logPriority(a.logLevel);
     if (!priority) return "bad log level '" + a.logLevel + "'";
     c.logPriority = *priority;
@@ -311,6 +321,31 @@ Problem checkHeadset(const Arguments& a, RunConfig& c) {
     return std::nullopt;
 }
 
+// Options that only say where output goes, left out of the run's description.
+bool isOutputPath(const std::string& option) {
+    return option == "--summary" || option == "--trace";
+}
+
+nlohmann::ordered_json describeRun(const CLI::App& app, const RunConfig& c) {
+    using json = nlohmann::ordered_json;
+    json given = json::object();
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() == 0 || isOutputPath(name)) continue;
+        const auto& values = option->results();
+        given[name] = values.size() == 1 ? json(values.front()) : json(values);
+    }
+    json properties = json::object();
+    for (const auto& [name, value] : c.properties) properties[name] = value;
+    const bool live = c.headset.sampler == sim::sdk::SamplerMode::Live;
+    return json{{"mode", c.timing == RunConfig::Timing::Real ? "real" : "simulated"},
+                {"durationNs", c.durationNs},
+                {"snapshotEveryNs", c.snapshotEveryNs},
+                {"sampler", live ? "live" : "simulated"},
+                {"properties", properties},
+                {"options", given}};
+}
+
 ParseExit usageExit(const std::string& message) {
     return {2, "vistrel-host: " + message + "\nRun with --help for more information.\n"};
 }
@@ -338,6 +373,7 @@ std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* arg
     if (!problem) problem = checkEnvironment(a, envp, c);
     if (!problem) problem = checkHeadset(a, c);
     if (problem) return usageExit(*problem);
+    c.description = describeRun(app, c);
     return c;
 }
 

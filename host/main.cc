@@ -21,6 +21,7 @@
 #include "Output.h"
 #include "Providers.h"
 #include "StopSignals.h"
+#include "SummaryFile.h"
 #include "TimelineLog.h"
 #include "Trace.h"
 #include "TriggerReports.h"
@@ -77,18 +78,36 @@ int run(const host::RunConfig& config) {
     sim::Headset headset(config.headset, [&clock] { return clock.deviceNs(); });
 
     auto providers = host::makeProviders(config.providerOptions, config.providers);
+    if (!config.printSamples) {
+        for (auto& hosted : providers) hosted.reading = nullptr;
+    }
     std::unique_ptr<host::TraceWriter> trace;
     if (!config.tracePath.empty() && !(trace = openTrace(config.tracePath, providers, output))) {
         return 2;
     }
+    std::unique_ptr<host::SummaryFile> summaryFile;
+    if (!config.summaryPath.empty()) {
+        std::string error;
+        if (!(summaryFile = host::SummaryFile::open(config.summaryPath, &error))) {
+            return usageError(error);
+        }
+        summaryFile->follow(output);
+    }
+    if (config.json) output.writeUnfiltered(0, "host", "run", config.description);
     host::Host host(clock, output, headset, std::move(providers), config.snapshotEveryNs);
     host::TimelineLog log(output, clock, host.summary(), config.logPriority);
     for (const int64_t at : config.fireThrottlingAtNs) {
         host.callHookAt(at, "ThermalStats", "fireThrottlingNotification");
     }
     stopSignals.deliverTo([&host](int signal) { host.requestStop(signal); });
-    const int status = host.run(config.durationNs);
+    const int64_t startNs = clock.deviceNs();
+    int status = host.run(config.durationNs);
     stopSignals.finish();
+    if (summaryFile &&
+        !summaryFile->write(config.description, host.summary(), clock.deviceNs() - startNs)) {
+        std::cerr << "vistrel-host: writing summary file '" << config.summaryPath << "' failed\n";
+        if (status == 0) status = 1;
+    }
     return status;
 }
 
