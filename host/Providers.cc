@@ -215,8 +215,6 @@ HostedProvider storage(const ProviderOptions&) {
     return hosted;
 }
 
-// The zram idle statistics have no caller inside the library; the host gathers them with each
-// record when mobile_vistrel_zram_idle_collector is set (this writes zram0's control file).
 // The figures every sample reads (meminfo, PSI), as the record holds them.
 json memoryReading(const Vistrel::SystemMemoryStats& m) {
     return json{{"timestampMs", m.timestampMs},
@@ -232,6 +230,8 @@ json memoryReading(const Vistrel::SystemMemoryStats& m) {
                 {"uptimeMs", m.uptimeMs}};
 }
 
+// The zram idle statistics have no caller inside the library; the host gathers them with each
+// record when mobile_vistrel_zram_idle_collector is set (this writes zram0's control file).
 HostedProvider systemMemory(const ProviderOptions&) {
     auto hosted = hostedWith<Vistrel::SystemMemoryStats>(
             std::make_unique<Vistrel::SystemMemoryStats>(), [](Vistrel::SystemMemoryStats& m) {
@@ -255,9 +255,12 @@ HostedProvider systemMemory(const ProviderOptions&) {
     return hosted;
 }
 
-// Thermal statistics rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
+// Thermal figures are rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
+double rounded(float value) {
+    return std::round(value * 100.0) / 100.0;
+}
+
 json thermalStatistics(const std::map<std::string, Vistrel::SampledData>& all) {
-    const auto rounded = [](float value) { return std::round(value * 100.0) / 100.0; };
     json byName = json::object();
     for (const auto& [name, d] : all) {
         byName[name] = {{"current", rounded(d.current)},
@@ -268,10 +271,10 @@ json thermalStatistics(const std::map<std::string, Vistrel::SampledData>& all) {
     return byName;
 }
 
-// Slot `slot` of every ring, rounded as the statistics are.
+// Slot `slot` of every ring, by sensor or device name.
 json ringSlot(const std::map<std::string, Vistrel::ThermalStats::Ring>& rings, int32_t slot) {
     json byName = json::object();
-    for (const auto& [name, ring] : rings) byName[name] = std::round(ring[slot] * 100.0) / 100.0;
+    for (const auto& [name, ring] : rings) byName[name] = rounded(ring[slot]);
     return byName;
 }
 
