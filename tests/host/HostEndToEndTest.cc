@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "HostRun.h"
+#include "Occurrences.h"
 
 namespace {
 
@@ -17,14 +18,8 @@ using nlohmann::json;
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 
 using testing_support::HostRun;
+using testing_support::occurrences;
 using testing_support::runHost;
-
-size_t occurrences(const std::string& text, const std::string& needle) {
-    size_t n = 0;
-    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
-        ++n;
-    return n;
-}
 
 TEST(HostEndToEnd, DonStateBatchesArriveOnTheirCadence) {
     const HostRun run = runHost(

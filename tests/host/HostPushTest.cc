@@ -6,8 +6,11 @@
 
 #include "Headset.h"
 #include "Host.h"
+#include "Occurrences.h"
 
 namespace {
+
+using testing_support::occurrences;
 
 // What the provider saw; owned by the test because the host destroys its providers.
 struct Observed {
@@ -61,13 +64,6 @@ private:
     std::thread thread_;
     std::thread::id driver_;
 };
-
-size_t occurrences(const std::string& text, const std::string& needle) {
-    size_t n = 0;
-    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
-        ++n;
-    return n;
-}
 
 TEST(HostPush, PushesAreRoutedOnTheDrivingThread) {
     constexpr int kPushes = 200;
