@@ -93,6 +93,32 @@ TEST(CaptureReplay, CapturingTheHeadsetTreeGivesItBack) {
     EXPECT_EQ(capture(from, all.dir.string()), 2) << "refuses a directory that is not empty";
 }
 
+// A machine without thermal zones (an empty thermal class, as in many virtual machines) and its
+// capture give the same records and log lines.
+TEST(CaptureReplay, ACaptureReplaysAsTheMachineItWasTakenFrom) {
+    Scratch machine, captured;
+    fs::copy(kHeadset, machine.dir, fs::copy_options::recursive);
+    fs::remove_all(machine.dir / "sys/class/thermal");
+    fs::create_directory(machine.dir / "sys/class/thermal");
+    ASSERT_EQ(capture("VISTREL_CAPTURE_FROM='" + machine.dir.string() + "'", captured.dir), 0);
+    const auto recordsAndLogs = [](const fs::path& root) {
+        const HostRun run = runHost("--json --simulate 2h --battery sysfs --thermal sysfs --root " +
+                                    root.string());
+        std::vector<json> lines;
+        for (json line : run.lines) {
+            if (line["event"] != "record" && line["event"] != "log") continue;
+            // What the wall clock and the workstation's own timing give.
+            for (const char* key : {"timestamp", "stateStartStamp", "previousStateStartStamp",
+                                    "sampleDurationMs", "readDurationMs", "uptimeMs"}) {
+                line.erase(key);
+            }
+            lines.push_back(line);
+        }
+        return lines;
+    };
+    EXPECT_EQ(recordsAndLogs(captured.dir), recordsAndLogs(machine.dir));
+}
+
 TEST(CaptureReplay, LocalCaptureOfThisMachineReplays) {
     Scratch tree;
     ASSERT_EQ(capture("", tree.dir.string() + " --processes 4"), 0);
