@@ -35,7 +35,7 @@ namespace {
 
 int usageError(const std::string& message) {
     std::cerr << "vistrel-host: " << message << "\nRun with --help for more information.\n";
-    return 2;
+    return host::kUsageErrorStatus;
 }
 
 // The SDK modules are found by bare name through the loader's library search path, which glibc
@@ -116,7 +116,7 @@ int run(const host::RunConfig& config) {
     std::unique_ptr<host::TraceWriter> trace;
     if (!config.tracePath.empty() &&
         !(trace = openTrace(config.tracePath, providers, output, writeErrors))) {
-        return 2;
+        return host::kUsageErrorStatus;
     }
     host::Host host(clock, output, headset, std::move(providers), config.snapshotEveryNs);
     host::TimelineLog log(output, host.summary(), config.logPriority);
