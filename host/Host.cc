@@ -225,14 +225,18 @@ bool Host::waitUntil(int64_t ns) {
         clock_.advanceTo(ns);
         return true;
     }
-    const auto deadline = std::chrono::steady_clock::now() +
-                          std::chrono::nanoseconds(std::max<int64_t>(0, ns - clock_.deviceNs()));
+    const auto remaining = std::chrono::nanoseconds(std::max<int64_t>(0, ns - clock_.deviceNs()));
+    const auto deadline = std::chrono::steady_clock::now() + remaining;
     threadsafety::MutexLock lock(pushMutex_);
-    while (pushes_.empty() && stopStatus_ == 0) {
-        if (!pushArrived_.waitUntil(pushMutex_, deadline)) break;
+    bool timedOut = false;
+    while (!pushOrStopPending() && !timedOut) {
+        timedOut = !pushArrived_.waitUntil(pushMutex_, deadline);
     }
-    const bool woken = !pushes_.empty() || stopStatus_ != 0;
-    return !woken && clock_.deviceNs() >= ns;
+    return !pushOrStopPending() && clock_.deviceNs() >= ns;
+}
+
+bool Host::pushOrStopPending() const {
+    return !pushes_.empty() || stopStatus_ != 0;
 }
 
 void Host::requestStop(int exitStatus) {

@@ -96,6 +96,7 @@ private:
     void callHooksDueAt(int64_t ns);
     // Moves device time to `ns`; in real mode returns early (false) when a push arrives.
     bool waitUntil(int64_t ns) EXCLUDES(pushMutex_);
+    bool pushOrStopPending() const REQUIRES(pushMutex_);
 
     HostClock& clock_;
     Output& output_;
@@ -112,6 +113,7 @@ private:
     std::vector<int64_t> snapshotAtNs_;  // the step of each provider's last snapshot
     std::vector<int64_t> samplesSinceRecord_;
 
+    // Pushes arrive on any thread; everything else here is the driving thread's.
     threadsafety::Mutex pushMutex_;
     threadsafety::ConditionVariable pushArrived_;  // also woken by a stop request
     std::deque<Push> pushes_ GUARDED_BY(pushMutex_);

@@ -57,26 +57,26 @@ public:
     // `event` names the kind of line ("notification", "record", "log", ...); `fields` holds its
     // content, printed as key=value pairs in text mode.
     void write(const std::string& source, const std::string& event,
-               const nlohmann::ordered_json& fields);
+               const nlohmann::ordered_json& fields) EXCLUDES(mutex_);
     // The same for a line the host writes on behalf of `owner` (a provider, or "host").
     void write(const std::string& source, const std::string& event,
-               const nlohmann::ordered_json& fields, const std::string& owner);
+               const nlohmann::ordered_json& fields, const std::string& owner) EXCLUDES(mutex_);
     // A line shown whatever the filter, and not observed (the run summary).
     void writeUnfiltered(const std::string& source, const std::string& event,
-                         const nlohmann::ordered_json& fields);
+                         const nlohmann::ordered_json& fields) EXCLUDES(mutex_);
     // Text printed as it is (text timelines only).
-    void writeRaw(const std::string& text);
+    void writeRaw(const std::string& text) EXCLUDES(mutex_);
     // Prints the "repeated" lines of folds still open. Call when the run's events end.
-    void endTimeline();
+    void endTimeline() EXCLUDES(mutex_);
 
     // Called once, under the output's lock, with what failed, when a write to the timeline's
     // stream fails. Set before writing.
-    void onWriteError(std::function<void(const std::string&)> listener);
+    void onWriteError(std::function<void(const std::string&)> listener) EXCLUDES(mutex_);
 
     // The providers by index, so that lines written during a ProviderCall name their owner.
-    void setProviderNames(std::vector<std::string> names);
+    void setProviderNames(std::vector<std::string> names) EXCLUDES(mutex_);
     // Called under the output's lock for every line written with write().
-    void observe(std::function<void(const Line&)> observer);
+    void observe(std::function<void(const Line&)> observer) EXCLUDES(mutex_);
     bool isJson() const { return json_; }
 
 private:
@@ -97,7 +97,7 @@ private:
     void putLocked(const std::string& text) REQUIRES(mutex_);
 
     threadsafety::Mutex mutex_;
-    FILE* const out_;
+    FILE* const out_;  // written to under mutex_
     const bool json_;
     const std::function<int64_t()> deviceNow_;
     const TimelineFilter filter_;
