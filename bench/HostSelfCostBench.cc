@@ -41,11 +41,11 @@ std::vector<std::string> g_order;      // providers in the host's order
 void runHostOnce(Costs& costs) {
     FILE* sink = fopen("/dev/null", "w");
     host::HostClock clock(host::HostClock::Mode::Simulated);
-    host::Output output(sink, false);
-    host::TriggerReportPrinter reports(output, clock);
+    host::Output output(sink, false, [&clock] { return clock.deviceNs(); });
+    host::TriggerReportPrinter reports(output);
     sim::Headset headset(sim::HeadsetConfig{}, [&clock] { return clock.deviceNs(); });
     host::Host host(clock, output, headset, host::makeProviders({}, {}), kHourNs);
-    host::TimelineLog log(output, clock, host.summary(), ANDROID_LOG_INFO);
+    host::TimelineLog log(output, host.summary(), ANDROID_LOG_INFO);
 
     const double start = benchsupport::threadCpuSeconds();
     host.run(kRunHours * kHourNs);

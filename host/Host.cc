@@ -12,6 +12,7 @@ namespace {
 using json = nlohmann::ordered_json;
 
 constexpr int64_t kNsPerMs = 1000000;
+constexpr int64_t kNever = std::numeric_limits<int64_t>::min();
 
 std::vector<std::string> namesOf(const std::vector<HostedProvider>& providers) {
     std::vector<std::string> names;
@@ -31,14 +32,17 @@ Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
       providers_(std::move(providers)),
       nextSampleNs_(providers_.size()),
       snapshotEveryNs_(snapshotEveryNs),
-      summary_(namesOf(providers_)) {
+      longestPeriodNs_(snapshotEveryNs),
+      summary_(namesOf(providers_)),
+      snapshotAtNs_(providers_.size(), kNever),
+      samplesSinceRecord_(providers_.size(), 0) {
     output_.setProviderNames(namesOf(providers_));
 }
 
 void Host::acquireAll() {
     for (size_t i = 0; i < providers_.size(); ++i) {
         Vistrel::Provider& p = *providers_[i].provider;
-        const ProviderCall call(summary_, i);
+        const ProviderCall call(summary_, i, ProviderCall::Cost::OneOff);
         // The host's calling order: name, sampling period, then acquire.
         const std::string name = p.name();
         const auto period = p.sampleRate();
@@ -51,8 +55,9 @@ void Host::acquireAll() {
         if (period) {
             fields["periodMs"] = period->count();
             nextSampleNs_[i] = clock_.deviceNs() + period->count() * kNsPerMs;
+            longestPeriodNs_ = std::max(longestPeriodNs_, period->count() * kNsPerMs);
         }
-        output_.write(clock_.deviceNs(), name, "acquire", fields, name);
+        output_.write(name, "acquire", fields, name);
     }
 }
 
@@ -61,15 +66,15 @@ void Host::releaseAll() {
         const std::string name = providers_[i].provider->name();
         bool ok;
         {
-            const ProviderCall call(summary_, i);
+            const ProviderCall call(summary_, i, ProviderCall::Cost::OneOff);
             ok = providers_[i].provider->releaseResources();
         }
-        output_.write(clock_.deviceNs(), name, "release", json{{"ok", ok}}, name);
+        output_.write(name, "release", json{{"ok", ok}}, name);
     }
     drainPushes();  // listeners may push while they stop
     // Destroys every provider through its virtual destructor.
     for (size_t i = 0; i < providers_.size(); ++i) {
-        const ProviderCall call(summary_, i);
+        const ProviderCall call(summary_, i, ProviderCall::Cost::OneOff);
         providers_[i].provider.reset();
     }
     providers_.clear();
@@ -77,8 +82,7 @@ void Host::releaseAll() {
 
 void Host::route(const std::string& source, const std::string& event, const std::string& name,
                  const std::string& detail) {
-    output_.write(clock_.deviceNs(), source, event, json{{"name", name}, {"detail", detail}},
-                  source);
+    output_.write(source, event, json{{"name", name}, {"detail", detail}}, source);
     for (size_t i = 0; i < providers_.size(); ++i) {
         const ProviderCall call(summary_, i);
         providers_[i].provider->notify(name, detail, clock_);
@@ -94,9 +98,10 @@ void Host::sampleOne(size_t index, int64_t atNs) {
         notification = hosted.provider->sample(clock_);
     }
     summary_.countSample(index);
+    ++samplesSinceRecord_[index];
     if (hosted.reading) {
         if (auto read = hosted.reading())
-            output_.write(clock_.deviceNs(), name, "sample", *read, name);
+            output_.write(name, "sample", *read, name);
     }
     if (notification) {
         summary_.countNotification(index, notification->name);
@@ -107,7 +112,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
                 const ProviderCall call(summary_, index);
                 fetched = hosted.follow(*notification);
             }
-            if (fetched) output_.write(clock_.deviceNs(), name, "fetch", *fetched, name);
+            if (fetched) output_.write(name, "fetch", *fetched, name);
         }
         if (hosted.snapshotAfter && hosted.snapshotAfter(*notification)) snapshotOne(index, false);
     }
@@ -131,14 +136,30 @@ void Host::snapshotOne(size_t index, bool force) {
         refreshed = hosted.provider->snapshot(clock_, force);
     }
     summary_.countSnapshot(index, refreshed);
+    snapshotAtNs_[index] = stepNs_;
     if (!refreshed) return;
+    samplesSinceRecord_[index] = 0;
     const std::string name = hosted.provider->name();
-    output_.write(clock_.deviceNs(), name, "record",
-                  hosted.record ? hosted.record() : json::object(), name);
+    output_.write(name, "record", hosted.record ? hosted.record() : json::object(), name);
 }
 
-void Host::snapshotAll() {
-    for (size_t i = 0; i < providers_.size(); ++i) snapshotOne(i, false);
+void Host::snapshotPeriodic() {
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        if (!providers_[i].snapshotAfter && !snapshotThisStep(i)) snapshotOne(i, false);
+    }
+}
+
+void Host::snapshotAtEnd() {
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        if (snapshotThisStep(i)) continue;
+        if (providers_[i].snapshotAfter) {
+            // Its record covers the intervals between the readings since its last record.
+            if (samplesSinceRecord_[i] >= 2) snapshotOne(i, false);
+            continue;
+        }
+        // One that has been neither sampled nor snapshotted takes a reading first.
+        snapshotOne(i, samplesSinceRecord_[i] == 0 && snapshotAtNs_[i] == kNever);
+    }
 }
 
 void Host::enqueuePush(size_t provider, const std::string& name, const std::string& detail,
@@ -197,7 +218,7 @@ void Host::callHooksDueAt(int64_t ns) {
             continue;
         }
         const std::string name = providers_[due.provider].provider->name();
-        output_.write(clock_.deviceNs(), name, "hook", json{{"name", due.hook}}, name);
+        output_.write(name, "hook", json{{"name", due.hook}}, name);
         const ProviderCall call(summary_, due.provider);
         due.call();
     }
@@ -219,24 +240,25 @@ bool Host::waitUntil(int64_t ns) {
 }
 
 bool Host::pushOrStopPending() const {
-    return !pushes_.empty() || stopSignal_ != 0;
+    return !pushes_.empty() || stopStatus_ != 0;
 }
 
-void Host::requestStop(int signal) {
+void Host::requestStop(int exitStatus) {
     {
         threadsafety::MutexLock lock(pushMutex_);
-        stopSignal_ = signal;
+        if (stopStatus_ == 0) stopStatus_ = exitStatus;
     }
     pushArrived_.notifyAll();
 }
 
-int Host::stopSignal() {
+int Host::stopStatus() {
     threadsafety::MutexLock lock(pushMutex_);
-    return stopSignal_;
+    return stopStatus_;
 }
 
 int Host::run(int64_t durationNs) {
     const int64_t startNs = clock_.deviceNs();
+    stepNs_ = startNs;
     acquireAll();
     headset_.settle();  // first reports owed to listeners registered just now
     const int64_t endNs = clock_.deviceNs() + durationNs;
@@ -246,7 +268,7 @@ int Host::run(int64_t durationNs) {
     for (;;) {
         if (clock_.mode() == HostClock::Mode::Simulated) headset_.settle();
         drainPushes();
-        if (stopSignal() != 0) break;
+        if (stopStatus() != 0) break;
         int64_t next = std::min(endNs, nextSnapshotNs);
         if (!nextEvents.empty()) next = std::min(next, nextEvents.front().atNs);
         if (!hooks_.empty()) next = std::min(next, hooks_.front().atNs);
@@ -257,6 +279,7 @@ int Host::run(int64_t durationNs) {
             if (due) next = std::min(next, *due);
         }
         if (!waitUntil(next)) continue;  // a push arrived first, or woke early: re-plan
+        stepNs_ = next;
         headset_.settle();  // simulated threads push what they saw up to now before anything is due
 
         // Everything due at `next`, in a fixed order: host events, hooks, samples, snapshots.
@@ -270,18 +293,21 @@ int Host::run(int64_t durationNs) {
             if (nextSampleNs_[i] == next) sampleOne(i, next);
         }
         if (nextSnapshotNs == next) {
-            snapshotAll();
+            // Forced pushes made up to now refresh their records before the host asks for any.
+            headset_.settle();
+            drainPushes();
+            snapshotPeriodic();
             nextSnapshotNs += snapshotEveryNs_;
         }
         if (next >= endNs) break;
     }
     headset_.settle();
     drainPushes();
+    snapshotAtEnd();
     releaseAll();
-    output_.endTimeline(clock_.deviceNs());
-    summary_.print(output_, clock_.deviceNs() - startNs);
-    const int signal = stopSignal();
-    return signal == 0 ? 0 : 128 + signal;
+    output_.endTimeline();
+    summary_.print(output_, clock_.deviceNs() - startNs, longestPeriodNs_);
+    return stopStatus();
 }
 
 }  // namespace host

@@ -1,8 +1,9 @@
 // The reference host's command line, parsed into a typed run configuration.
 //
 // parseOptions() is the one place a command line is judged: every usage error (a bad duration,
-// an unknown provider, a property the store rejects, a --root that is not a directory, values a
-// provider does not accept...) is raised there, so the wiring in main.cc only builds and runs.
+// an empty value, an unknown provider or name, a property the store rejects, a root that is not a
+// directory or holds a special file where the providers read, values a provider does not
+// accept...) is raised there, so the wiring in main.cc only builds and runs.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,10 @@
 #include "Providers.h"
 
 namespace host {
+
+// Exit statuses of vistrel-host, besides 0 and 128 + the signal that stopped a run.
+inline constexpr int kUsageErrorStatus = 2;
+inline constexpr int kWriteErrorStatus = 74;  // EX_IOERR: the timeline or the trace failed
 
 struct RunConfig {
     enum class Timing { Simulated, Real };
@@ -44,7 +49,7 @@ struct RunConfig {
     // System properties to set, in order: the environment's VISTREL_PROP_* first, then --prop.
     // Each was checked against the property store.
     std::vector<std::pair<std::string, std::string>> properties;
-    std::string fsRoot;  // an existing directory, or empty for none
+    std::string fsRoot;  // --root, else VISTREL_FS_ROOT: an existing directory, or empty for none
     std::string sdkDir;  // absolute path of an existing directory without ':'
     sim::HeadsetConfig headset;
 };
@@ -56,7 +61,7 @@ struct ParseExit {
     std::string text;
 };
 
-// Parses `argv` with the environment `envp` (VISTREL_PROP_*, VISTREL_SDK_DIR).
+// Parses `argv` with the environment `envp` (VISTREL_PROP_*, VISTREL_SDK_DIR, VISTREL_FS_ROOT).
 std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* argv,
                                                 const char* const* envp);
 

@@ -371,21 +371,24 @@ HostedProvider cpu(const ProviderOptions&) {
 struct Entry {
     const char* name;
     HostedProvider (*make)(const ProviderOptions&);
+    std::vector<std::string> lineNames;  // its notifications, pushes and hooks
 };
 
 const Entry kProviders[] = {
-        {"SystemStateStats", systemState},
-        {"BatteryStats", battery},
-        {"BatteryStatsStates", batteryStates},
-        {"ProcessMemoryStats", processMemory},
-        {"SystemMemoryStats", systemMemory},
-        {"ZramStats", zram},
-        {"SwapWriteStats", swapWrite},
-        {"StorageStats", storage},
-        {"ThermalStats", thermal},
+        {"SystemStateStats", systemState, {"SystemStateStats"}},
+        {"BatteryStats", battery, {"HealthInfo"}},
+        {"BatteryStatsStates", batteryStates, {"BatteryFull", "BatteryLow"}},
+        {"ProcessMemoryStats", processMemory, {"ProcessMemoryInfo"}},
+        {"SystemMemoryStats", systemMemory, {"SystemMemoryInfo"}},
+        {"ZramStats", zram, {"ZramHeartbeat"}},
+        {"SwapWriteStats", swapWrite, {"SwapHeartbeat"}},
+        {"StorageStats", storage, {"StorageHeartbeat", "LowStorage"}},
+        {"ThermalStats",
+         thermal,
+         {"ThermalHeartbeat", "ThermalThrottle", "fireThrottlingNotification"}},
         // Collectors of the SDK modules (sim/sdk)
-        {"VrFocusProviderStats", vrFocus},
-        {"CpuStats", cpu},
+        {"VrFocusProviderStats", vrFocus, {"ForegroundAppsStats"}},
+        {"CpuStats", cpu, {"ProcessCpuHeartbeat"}},
 };
 
 }  // namespace
@@ -394,6 +397,16 @@ const std::vector<std::string>& providerNames() {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
         for (const auto& e : kProviders) all.push_back(e.name);
+        return all;
+    }();
+    return names;
+}
+
+const std::vector<std::string>& providerLineNames() {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (const auto& e : kProviders)
+            all.insert(all.end(), e.lineNames.begin(), e.lineNames.end());
         return all;
     }();
     return names;

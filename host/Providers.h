@@ -47,6 +47,8 @@ struct HostedProvider {
 
 // Every provider the host knows, by class name, in the order the host drives them.
 const std::vector<std::string>& providerNames();
+// The names of every notification and push those providers make and of their hooks.
+const std::vector<std::string>& providerLineNames();
 
 // Constructs the named providers (all when `names` is empty). Unknown names are the caller's
 // to reject beforehand (see providerNames()).

@@ -30,9 +30,10 @@ void SummaryFile::keep(const Line& line) {
     lastRecords_[line.source] = line.fields;
 }
 
-bool SummaryFile::write(const json& run, const RunSummary& summary, int64_t deviceNs) {
+bool SummaryFile::write(const json& run, const RunSummary& summary, int64_t deviceNs,
+                        int64_t longestPeriodNs) {
     json document = {{"run", run}};
-    document.update(summary.toJson(deviceNs));
+    document.update(summary.toJson(deviceNs, longestPeriodNs));
     {
         threadsafety::MutexLock lock(mutex_);
         for (auto& [name, row] : document["providers"].items()) {

@@ -36,7 +36,8 @@ public:
     // Keeps each provider's latest record from the lines `output` writes from now on.
     void follow(Output& output);
     // Writes the document for a run of `deviceNs` and closes the file; false when writing failed.
-    bool write(const nlohmann::ordered_json& run, const RunSummary& summary, int64_t deviceNs);
+    bool write(const nlohmann::ordered_json& run, const RunSummary& summary, int64_t deviceNs,
+               int64_t longestPeriodNs);
 
 private:
     explicit SummaryFile(FILE* out) : out_(out) {}

@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto health = static_cast<int32_t>(b.batteryHealth);
     const auto level = static_cast<int32_t>(reading.info.batteryCapacityLevel);
     if (status < 1 || status > 5 || health < 1 || health > 7 || level < -1 || level > 5) abort();
-    if (b.batteryLevel != reading.capacityPercent.value_or(0)) abort();
+    if (b.batteryLevel != reading.capacityPercent.value) abort();
+    if (b.batteryLevel < 0 || b.batteryLevel > 100) abort();  // out of range reads as unknown
     if (b.maxChargingCurrent < 0 || b.maxChargingVoltage < 0) abort();
     return 0;
 }
