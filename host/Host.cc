@@ -23,6 +23,27 @@ std::vector<std::string> namesOf(const std::vector<HostedProvider>& providers) {
 
 }  // namespace
 
+// One call into a provider: holds the provider's lock for its span and counts it as a
+// ProviderCall (the lock is taken first, so waiting for it is not the provider's time).
+class SCOPED_CAPABILITY Host::LockedCall {
+public:
+    LockedCall(threadsafety::Mutex& mutex, RunSummary& summary, size_t provider) ACQUIRE(mutex)
+        : mutex_(mutex) {
+        mutex_.lock();
+        call_.emplace(summary, provider);
+    }
+    ~LockedCall() RELEASE() {
+        call_.reset();
+        mutex_.unlock();
+    }
+    LockedCall(const LockedCall&) = delete;
+    LockedCall& operator=(const LockedCall&) = delete;
+
+private:
+    threadsafety::Mutex& mutex_;
+    std::optional<ProviderCall> call_;
+};
+
 Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
            std::vector<HostedProvider> providers, int64_t snapshotEveryNs)
     : clock_(clock),
@@ -33,12 +54,25 @@ Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
       snapshotEveryNs_(snapshotEveryNs),
       summary_(namesOf(providers_)) {
     output_.setProviderNames(namesOf(providers_));
+    for (size_t i = 0; i < providers_.size(); ++i)
+        locks_.push_back(std::make_unique<ProviderLock>());
+}
+
+void Host::exportRecords(RenderedRecord rendered) {
+    exportRecords_ = true;
+    rendered_ = std::move(rendered);
+}
+
+metrics::Families Host::exportedRecord(size_t index) const {
+    const ProviderLock& lock = *locks_[index];
+    const threadsafety::MutexLock serialised(lock.mutex);
+    return lock.exported;
 }
 
 void Host::acquireAll() {
     for (size_t i = 0; i < providers_.size(); ++i) {
         Vistrel::Provider& p = *providers_[i].provider;
-        const ProviderCall call(summary_, i);
+        const LockedCall call(locks_[i]->mutex, summary_, i);
         // The host's calling order: name, sampling period, then acquire.
         const std::string name = p.name();
         const auto period = p.sampleRate();
@@ -61,7 +95,7 @@ void Host::releaseAll() {
         const std::string name = providers_[i].provider->name();
         bool ok;
         {
-            const ProviderCall call(summary_, i);
+            const LockedCall call(locks_[i]->mutex, summary_, i);
             ok = providers_[i].provider->releaseResources();
         }
         output_.write(clock_.deviceNs(), name, "release", json{{"ok", ok}}, name);
@@ -69,7 +103,7 @@ void Host::releaseAll() {
     drainPushes();  // listeners may push while they stop
     // Destroys every provider through its virtual destructor.
     for (size_t i = 0; i < providers_.size(); ++i) {
-        const ProviderCall call(summary_, i);
+        const LockedCall call(locks_[i]->mutex, summary_, i);
         providers_[i].provider.reset();
     }
     providers_.clear();
@@ -80,7 +114,7 @@ void Host::route(const std::string& source, const std::string& event, const std:
     output_.write(clock_.deviceNs(), source, event, json{{"name", name}, {"detail", detail}},
                   source);
     for (size_t i = 0; i < providers_.size(); ++i) {
-        const ProviderCall call(summary_, i);
+        const LockedCall call(locks_[i]->mutex, summary_, i);
         providers_[i].provider->notify(name, detail, clock_);
     }
 }
@@ -90,7 +124,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
     const std::string name = hosted.provider->name();
     std::optional<Vistrel::Notification> notification;
     {
-        const ProviderCall call(summary_, index);
+        const LockedCall call(locks_[index]->mutex, summary_, index);
         notification = hosted.provider->sample(clock_);
     }
     summary_.countSample(index);
@@ -100,7 +134,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
         if (hosted.follow) {
             std::optional<json> fetched;
             {
-                const ProviderCall call(summary_, index);
+                const LockedCall call(locks_[index]->mutex, summary_, index);
                 fetched = hosted.follow(*notification);
             }
             if (fetched) output_.write(clock_.deviceNs(), name, "fetch", *fetched, name);
@@ -109,7 +143,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
     }
     std::optional<std::chrono::milliseconds> period;
     {
-        const ProviderCall call(summary_, index);
+        const LockedCall call(locks_[index]->mutex, summary_, index);
         period = hosted.provider->sampleRate();  // may change after every sample
     }
     if (period && period->count() > 0) {
@@ -121,16 +155,32 @@ void Host::sampleOne(size_t index, int64_t atNs) {
 
 void Host::snapshotOne(size_t index, bool force) {
     HostedProvider& hosted = providers_[index];
+    ProviderLock& lock = *locks_[index];
     bool refreshed;
+    json record;
     {
-        const ProviderCall call(summary_, index);
-        refreshed = hosted.provider->snapshot(clock_, force);
+        const threadsafety::MutexLock serialised(lock.mutex);
+        {
+            const ProviderCall call(summary_, index);
+            refreshed = hosted.provider->snapshot(clock_, force);
+        }
+        summary_.countSnapshot(index, refreshed);
+        if (refreshed) record = readRecord(index, lock);
     }
-    summary_.countSnapshot(index, refreshed);
     if (!refreshed) return;
     const std::string name = hosted.provider->name();
-    output_.write(clock_.deviceNs(), name, "record",
-                  hosted.record ? hosted.record() : json::object(), name);
+    output_.write(clock_.deviceNs(), name, "record", record, name);
+}
+
+json Host::readRecord(size_t index, ProviderLock& lock) {
+    const HostedProvider& hosted = providers_[index];
+    if (exportRecords_ && hosted.metrics) {
+        if (auto families = hosted.metrics()) {
+            lock.exported = std::move(*families);
+            if (rendered_) rendered_(index, clock_.deviceNs(), lock.exported);
+        }
+    }
+    return hosted.record ? hosted.record() : json::object();
 }
 
 void Host::snapshotAll() {
@@ -194,7 +244,7 @@ void Host::callHooksDueAt(int64_t ns) {
         }
         const std::string name = providers_[due.provider].provider->name();
         output_.write(clock_.deviceNs(), name, "hook", json{{"name", due.hook}}, name);
-        const ProviderCall call(summary_, due.provider);
+        const LockedCall call(locks_[due.provider]->mutex, summary_, due.provider);
         due.call();
     }
 }
