@@ -1,0 +1,344 @@
+#include "Options.h"
+
+#include <android/log.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+#include "TextValues.h"
+#include "hostplatform/Properties.h"
+
+namespace host {
+namespace {
+
+constexpr const char kDefaultSimulate[] = "4h";
+constexpr const char kPropertyEnvPrefix[] = "VISTREL_PROP_";
+constexpr const char kDefaultInteractiveScript[] = "40m on, 20m off";
+constexpr const char kDefaultFocusScript[] =
+        "10m com.halden.shell; 25m com.northpeak.starfall; 10m com.halden.media; "
+        "5m com.halden.systemui.dialog,com.halden.media; "
+        "5m com.northpeak.starfall,com.halden.passthrough; 5m com.halden.shell";
+constexpr const char kSdkDirEnv[] = "VISTREL_SDK_DIR";
+
+// The command line as typed, before any of it is judged.
+struct Arguments {
+    std::string simulate;
+    std::string real;
+    bool json = false;
+    std::string snapshotEvery = "1h";
+    std::vector<std::string> properties;
+    std::string root;
+    std::string providers;
+    std::string interactive = kDefaultInteractiveScript;
+    int64_t donBits = 1;  // wide, so that out-of-range values get the range message
+    int64_t donStates = 60;
+    std::string donPeriod = "1m";
+    std::string logLevel = "debug";
+    std::string sdkDir;
+    std::string sampler;
+    std::string focus = kDefaultFocusScript;
+    std::string dataTotal;
+    std::string dataAvailable;
+    std::string thermal = "sim";
+    std::string thermalScenario;
+    std::vector<std::string> fireThrottling;
+    std::string battery = "sim";
+    std::vector<std::string> hide;
+    std::string only;
+    bool fold = false;
+    bool noFold = false;
+    std::string trace;
+};
+
+// What is wrong with a command line, or nothing.
+using Problem = std::optional<std::string>;
+
+void declareOptions(CLI::App& app, Arguments& a) {
+    auto* simulate = app.add_option("--simulate", a.simulate,
+                                    "Run this much simulated device time as fast as possible "
+                                    "(default 4h), e.g. 90s, 15m, 2h, 1h30m");
+    auto* real = app.add_option("--real", a.real, "Run in real time for this long instead");
+    simulate->excludes(real);
+    app.add_flag("--json", a.json, "Print JSON lines instead of a readable timeline");
+    app.add_option("--snapshot-every", a.snapshotEvery, "Snapshot period of the host (default 1h)");
+    app.add_option("--prop", a.properties,
+                   "Set a system property NAME=VALUE (repeatable); environment variables " +
+                           std::string(kPropertyEnvPrefix) + "NAME do the same");
+    app.add_option("--root", a.root, "Resolve every path the library opens under this directory");
+    app.add_option("--providers", a.providers, "Comma-separated provider class names (default all)");
+    app.add_option("--interactive", a.interactive,
+                   "Cyclic interactive-state script of the simulated headset (default \"" +
+                           std::string(kDefaultInteractiveScript) + "\")");
+    app.add_option("--don-bits", a.donBits, "SystemStateStats bits per state, 0 to 32 (default 1)");
+    app.add_option("--don-states", a.donStates, "SystemStateStats states per batch (default 60)");
+    app.add_option("--don-period", a.donPeriod, "SystemStateStats sampling period (default 1m)");
+    app.add_option("--log-level", a.logLevel,
+                   "Lowest library log priority shown: verbose, debug (default, shows the SDK "
+                   "loader), info, warn, error, silent");
+    app.add_option("--data-total", a.dataTotal,
+                   "Size of the simulated headset's /data, e.g. 64G (default 128G)");
+    app.add_option("--data-available", a.dataAvailable,
+                   "Space available on /data, e.g. 3G (default 71G); below 10 % of the size "
+                   "StorageStats raises LowStorage");
+    app.add_option("--thermal", a.thermal,
+                   "Thermal HAL: sim (the simulated sensors, default) or sysfs (the "
+                   "/sys/class/thermal tree under --root, or the workstation's own)")
+            ->check(CLI::IsMember({"sim", "sysfs"}));
+    app.add_option("--thermal-scenario", a.thermalScenario,
+                   "Scenario of the simulated thermal HAL: default, hot-room or stuck-fan");
+    app.add_option("--fire-throttling", a.fireThrottling,
+                   "Call ThermalStats' fireThrottlingNotification at this device time, e.g. 30m "
+                   "(repeatable)");
+    app.add_option("--sdk-dir", a.sdkDir,
+                   "Directory of the SDK modules libplatkit.halden.so and libinstsamp.halden.so "
+                   "(default: $" +
+                           std::string(kSdkDirEnv) + ", else the build's own modules)");
+    app.add_option("--focus", a.focus,
+                   "Cyclic focus script of the simulated headset: \"<duration> <app>[,<app>...]\" "
+                   "phases (top first, or none) separated by ';' (default \"" +
+                           std::string(kDefaultFocusScript) + "\")");
+    app.add_option("--sampler", a.sampler,
+                   "What the simulated instruction sampler serves: simulated (headset-like "
+                   "threads; default with --simulate) or live (every thread of this machine; "
+                   "default with --real)");
+    app.add_option("--battery", a.battery,
+                   "Health HAL: sim (the simulated battery, default) or sysfs (the "
+                   "/sys/class/power_supply tree under --root, or the workstation's own)")
+            ->check(CLI::IsMember({"sim", "sysfs"}));
+    app.add_option("--hide", a.hide,
+                   "Leave out of the timeline the lines whose source, kind or name is NAME, e.g. "
+                   "HealthInfo, log or ThermalStats (repeatable, or comma-separated)")
+            ->delimiter(',');
+    app.add_option("--only", a.only,
+                   "Show only the timeline lines of these comma-separated providers (and of "
+                   "\"host\" for host events); every provider still runs");
+    app.add_flag("--fold", a.fold,
+                 "Fold a notification repeating its provider's previous one into a count "
+                 "(the default in the readable timeline; with --json only when asked)")
+            ->excludes(app.add_flag("--no-fold", a.noFold, "Print every notification"));
+    app.add_option("--trace", a.trace,
+                   "Also write the run to FILE in the Trace Event Format (Perfetto UI, "
+                   "chrome://tracing)");
+}
+
+std::optional<int> logPriority(const std::string& level) {
+    static const std::pair<const char*, int> kLevels[] = {
+            {"verbose", ANDROID_LOG_VERBOSE}, {"debug", ANDROID_LOG_DEBUG},
+            {"info", ANDROID_LOG_INFO},       {"warn", ANDROID_LOG_WARN},
+            {"error", ANDROID_LOG_ERROR},     {"silent", ANDROID_LOG_SILENT},
+    };
+    for (const auto& [name, priority] : kLevels) {
+        if (level == name) return priority;
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> splitList(const std::string& text) {
+    std::vector<std::string> items;
+    std::stringstream in(text);
+    for (std::string item; std::getline(in, item, ',');) {
+        if (!item.empty()) items.push_back(item);
+    }
+    return items;
+}
+
+bool isDirectory(const std::string& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+std::optional<std::string> absoluteDirectory(const std::string& dir) {
+    char resolved[PATH_MAX];
+    if (realpath(dir.c_str(), resolved) == nullptr || !isDirectory(resolved)) return std::nullopt;
+    return std::string(resolved);
+}
+
+bool isKnownProvider(const std::string& name) {
+    const auto& known = providerNames();
+    return std::find(known.begin(), known.end(), name) != known.end();
+}
+
+Problem parseDurationInto(const std::string& text, int64_t* ns) {
+    const auto parsed = parseDuration(text);
+    if (!parsed) return "bad duration '" + text + "'";
+    *ns = *parsed;
+    return std::nullopt;
+}
+
+Problem checkRun(const Arguments& a, RunConfig& c) {
+    c.timing = a.real.empty() ? RunConfig::Timing::Simulated : RunConfig::Timing::Real;
+    const std::string& span =
+            !a.real.empty() ? a.real : (a.simulate.empty() ? kDefaultSimulate : a.simulate);
+    if (auto problem = parseDurationInto(span, &c.durationNs)) return problem;
+    if (auto problem = parseDurationInto(a.snapshotEvery, &c.snapshotEveryNs)) return problem;
+    c.json = a.json;
+    c.tracePath = a.trace;
+    const auto priority = logPriority(a.logLevel);
+    if (!priority) return "bad log level '" + a.logLevel + "'";
+    c.logPriority = *priority;
+    return std::nullopt;
+}
+
+Problem checkProviders(const Arguments& a, RunConfig& c) {
+    const auto donPeriod = parseDuration(a.donPeriod);
+    if (!donPeriod || *donPeriod < 1000000) return "bad duration '" + a.donPeriod + "'";
+    if (a.donBits < 0 || a.donBits > 32) {
+        return "--don-bits must be 0 to 32 (bits per don state in a 32-bit word), not " +
+               std::to_string(a.donBits);
+    }
+    if (a.donStates < 1 || a.donStates > INT32_MAX) {
+        return "--don-states must be 1 to 2147483647 (states per batch), not " +
+               std::to_string(a.donStates);
+    }
+    c.providerOptions.donBitsPerState = static_cast<uint32_t>(a.donBits);
+    c.providerOptions.donStatesPerAggregate = static_cast<int32_t>(a.donStates);
+    c.providerOptions.donSamplePeriodMs = *donPeriod / 1000000;
+
+    c.providers = splitList(a.providers);
+    for (const auto& name : c.providers) {
+        if (!isKnownProvider(name)) return "unknown provider '" + name + "'";
+    }
+    const auto runs = [&c](const std::string& name) {
+        return c.providers.empty() ||
+               std::find(c.providers.begin(), c.providers.end(), name) != c.providers.end();
+    };
+    for (const auto& text : a.fireThrottling) {
+        if (auto problem = parseDurationInto(text, &c.fireThrottlingAtNs.emplace_back())) {
+            return problem;
+        }
+    }
+    if (!c.fireThrottlingAtNs.empty() && !runs("ThermalStats")) {
+        return "--fire-throttling needs ThermalStats among the providers";
+    }
+    for (const auto& name : splitList(a.only)) {
+        if (name != "host" && !isKnownProvider(name)) {
+            return "unknown provider '" + name + "' in --only";
+        }
+        if (name != "host" && !runs(name)) {
+            return "'" + name + "' in --only does not run: it is not in --providers";
+        }
+        c.filter.only.insert(name);
+    }
+    c.filter.hide.insert(a.hide.begin(), a.hide.end());
+    c.filter.fold = a.fold || (!a.json && !a.noFold);
+    return std::nullopt;
+}
+
+Problem addProperty(const std::string& assignment, RunConfig& c) {
+    const auto eq = assignment.find('=');
+    if (eq == std::string::npos) return "property '" + assignment + "' is not NAME=VALUE";
+    std::string name = assignment.substr(0, eq), value = assignment.substr(eq + 1);
+    if (auto problem = hostplatform::checkProperty(name, value)) return problem;
+    c.properties.emplace_back(std::move(name), std::move(value));
+    return std::nullopt;
+}
+
+Problem checkEnvironment(const Arguments& a, const char* const* envp, RunConfig& c) {
+    // The simulated configuration reports foreground applications unless told otherwise.
+    c.properties.emplace_back("enable_fg_apps_cpu_events", "true");
+    std::string sdkDir = a.sdkDir;
+    for (const char* const* env = envp; env != nullptr && *env != nullptr; ++env) {
+        if (strncmp(*env, kPropertyEnvPrefix, strlen(kPropertyEnvPrefix)) == 0) {
+            if (auto problem = addProperty(*env + strlen(kPropertyEnvPrefix), c)) return problem;
+        } else if (sdkDir.empty() && strncmp(*env, kSdkDirEnv, strlen(kSdkDirEnv)) == 0 &&
+                   (*env)[strlen(kSdkDirEnv)] == '=') {
+            sdkDir = *env + strlen(kSdkDirEnv) + 1;
+        }
+    }
+    for (const auto& assignment : a.properties) {
+        if (auto problem = addProperty(assignment, c)) return problem;
+    }
+
+    if (sdkDir.empty()) sdkDir = VISTREL_DEFAULT_SDK_DIR;
+    const auto absolute = absoluteDirectory(sdkDir);
+    if (!absolute || absolute->find(':') != std::string::npos) {
+        return "SDK module directory '" + sdkDir + "' is not a usable directory";
+    }
+    c.sdkDir = *absolute;
+    if (!a.root.empty()) {
+        if (!isDirectory(a.root)) return "--root '" + a.root + "' is not a directory";
+        c.fsRoot = a.root;
+    }
+    return std::nullopt;
+}
+
+Problem checkHeadset(const Arguments& a, RunConfig& c) {
+    sim::HeadsetConfig& h = c.headset;
+    std::string scriptError;
+    const auto interactive = parseInteractiveScript(a.interactive, &scriptError);
+    if (!interactive) return scriptError;
+    h.interactive = *interactive;
+    const auto focus = parseFocusScript(a.focus, &scriptError);
+    if (!focus) return scriptError;
+    h.focus = *focus;
+
+    const std::string sampler = !a.sampler.empty()                    ? a.sampler
+                                : c.timing == RunConfig::Timing::Real ? "live"
+                                                                      : "simulated";
+    if (sampler != "simulated" && sampler != "live") {
+        return "--sampler must be simulated or live, not '" + sampler + "'";
+    }
+    h.sampler = sampler == "live" ? sim::sdk::SamplerMode::Live : sim::sdk::SamplerMode::Simulated;
+
+    for (const auto& [text, figure] : {std::pair{&a.dataTotal, &h.data.totalBytes},
+                                       std::pair{&a.dataAvailable, &h.data.availableBytes}}) {
+        if (text->empty()) continue;
+        const auto bytes = parseByteCount(*text);
+        if (!bytes) return "bad byte count '" + *text + "'";
+        *figure = *bytes;
+    }
+    if (h.data.totalBytes <= 0) return "--data-total must be more than 0";
+    if (h.data.availableBytes > h.data.totalBytes) {
+        return "--data-available must not exceed --data-total";
+    }
+
+    if (a.battery == "sysfs") h.batteryBackend = sim::HeadsetConfig::BatteryBackend::Sysfs;
+    if (a.thermal == "sysfs") {
+        if (!a.thermalScenario.empty()) return "--thermal-scenario needs --thermal sim";
+        h.thermalBackend = sim::HeadsetConfig::ThermalBackend::Sysfs;
+    } else if (!a.thermalScenario.empty()) {
+        const auto scenario = sim::ThermalScript::named(a.thermalScenario);
+        if (!scenario) return "unknown thermal scenario '" + a.thermalScenario + "'";
+        h.thermal = *scenario;
+    }
+    return std::nullopt;
+}
+
+ParseExit usageExit(const std::string& message) {
+    return {2, "vistrel-host: " + message + "\nRun with --help for more information.\n"};
+}
+
+}  // namespace
+
+std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* argv,
+                                                const char* const* envp) {
+    Arguments a;
+    CLI::App app{
+            "Reference host for libvistrelprovider: drives every provider against a "
+            "simulated headset and prints a timeline."};
+    declareOptions(app, a);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        if (e.get_exit_code() != 0) return usageExit(e.what());
+        std::ostringstream out, err;  // --help
+        const int status = app.exit(e, out, err);
+        return ParseExit{status, out.str() + err.str()};
+    }
+    RunConfig c;
+    Problem problem = checkRun(a, c);
+    if (!problem) problem = checkProviders(a, c);
+    if (!problem) problem = checkEnvironment(a, envp, c);
+    if (!problem) problem = checkHeadset(a, c);
+    if (problem) return usageExit(*problem);
+    return c;
+}
+
+}  // namespace host

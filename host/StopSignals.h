@@ -1,0 +1,38 @@
+// Ending a run on SIGINT or SIGTERM.
+//
+// A signal handler could not ask the host to stop (it may only call async-signal-safe
+// functions), so the stop signals are blocked in every thread and taken by one thread of their
+// own with sigwait(), which then calls the given function on that thread.
+#pragma once
+
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+namespace host {
+
+class StopSignals {
+public:
+    // Blocks the stop signals in the calling thread and so in every thread it starts afterwards:
+    // construct before any other thread (the simulated headset's included) starts.
+    StopSignals();
+    // finish(), if not called yet.
+    ~StopSignals();
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+
+    // Starts the thread that calls `onSignal(signal)` for the first stop signal that arrives.
+    void deliverTo(std::function<void(int)> onSignal);
+    // Ends the waiting thread without calling the function: call before what it stops is gone.
+    void finish();
+
+private:
+    sigset_t signals_;
+    std::atomic<bool> finishing_{false};
+    std::thread waiter_;
+};
+
+}  // namespace host
