@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "ExportOptions.h"
 #include "MetricFamilies.h"
 
 namespace prometheus {
@@ -18,24 +19,6 @@ class Exposer;
 }  // namespace prometheus
 
 namespace metrics {
-
-struct ListenAddress {
-    std::string host;  // an IPv4 address, or an IPv6 address in brackets
-    uint16_t port;     // 0: a free port
-};
-
-// "HOST:PORT", ":PORT" or "PORT"; without a host, 127.0.0.1 (loopback only). HOST is an IPv4
-// address or a bracketed IPv6 address. Empty with *error set otherwise.
-std::optional<ListenAddress> parseListenAddress(const std::string& text, std::string* error);
-
-struct Credentials {
-    std::string user;
-    std::string password;
-};
-
-// The single "user:password" line of the file at `path` (a final newline allowed); empty with
-// *error set when the file cannot be read or holds anything else.
-std::optional<Credentials> readCredentials(const std::string& path, std::string* error);
 
 class MetricsEndpoint {
 public:

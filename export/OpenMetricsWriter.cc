@@ -53,87 +53,7 @@ std::string familyName(const char* name, Kind kind) {
     return name;
 }
 
-// Days since 1970-01-01 of a proleptic Gregorian date (H. Hinnant's days_from_civil).
-int64_t daysFromCivil(int64_t year, int64_t month, int64_t day) {
-    year -= month <= 2;
-    const int64_t era = year / 400;
-    const int64_t yearOfEra = year - era * 400;
-    const int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + dayOfEra - 719468;
-}
-
-bool isLeapYear(int64_t year) {
-    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-}
-
-int64_t daysInMonth(int64_t year, int64_t month) {
-    static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
-}
-
-// Reads exactly `digits` decimal digits at text[at] into *value.
-bool readDigits(const std::string& text, size_t& at, size_t digits, int64_t* value) {
-    if (at + digits > text.size()) return false;
-    *value = 0;
-    for (size_t i = 0; i < digits; ++i, ++at) {
-        if (text[at] < '0' || text[at] > '9') return false;
-        *value = *value * 10 + (text[at] - '0');
-    }
-    return true;
-}
-
-bool expect(const std::string& text, size_t& at, const char* oneOf) {
-    if (at >= text.size() || strchr(oneOf, text[at]) == nullptr || text[at] == '\0') return false;
-    ++at;
-    return true;
-}
-
 }  // namespace
-
-std::optional<int64_t> parseRfc3339(const std::string& text) {
-    size_t at = 0;
-    int64_t year, month, day, hour, minute, second;
-    if (!readDigits(text, at, 4, &year) || !expect(text, at, "-") ||
-        !readDigits(text, at, 2, &month) || !expect(text, at, "-") ||
-        !readDigits(text, at, 2, &day) || !expect(text, at, "Tt") ||
-        !readDigits(text, at, 2, &hour) || !expect(text, at, ":") ||
-        !readDigits(text, at, 2, &minute) || !expect(text, at, ":") ||
-        !readDigits(text, at, 2, &second)) {
-        return std::nullopt;
-    }
-    int64_t ms = 0;
-    if (at < text.size() && text[at] == '.') {
-        ++at;
-        int64_t scale = 100;
-        const size_t first = at;
-        for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at, scale /= 10) {
-            ms += (text[at] - '0') * scale;  // digits past the millisecond add nothing
-        }
-        if (at == first) return std::nullopt;
-    }
-    int64_t offsetMinutes = 0;
-    if (at < text.size() && (text[at] == 'Z' || text[at] == 'z')) {
-        ++at;
-    } else {
-        const bool east = at < text.size() && text[at] == '+';
-        int64_t offsetHours, offsetMins;
-        if (!expect(text, at, "+-") || !readDigits(text, at, 2, &offsetHours) ||
-            !expect(text, at, ":") || !readDigits(text, at, 2, &offsetMins) || offsetHours > 23 ||
-            offsetMins > 59) {
-            return std::nullopt;
-        }
-        offsetMinutes = (east ? 1 : -1) * (offsetHours * 60 + offsetMins);
-    }
-    if (at != text.size() || year < 1970 || month < 1 || month > 12 || day < 1 ||
-        day > daysInMonth(year, month) || hour > 23 || minute > 59 || second > 59) {
-        return std::nullopt;
-    }
-    const int64_t unixSeconds = daysFromCivil(year, month, day) * 86400 + hour * 3600 +
-                                minute * 60 + second - offsetMinutes * 60;
-    if (unixSeconds < 0) return std::nullopt;
-    return unixSeconds * 1000 + ms;
-}
 
 std::unique_ptr<OpenMetricsWriter> OpenMetricsWriter::open(const std::string& path,
                                                            const std::string& device,
@@ -160,7 +80,10 @@ std::string OpenMetricsWriter::labelText(const std::vector<Label>& labels) const
     if (!device_.empty()) text += "device=\"" + device_ + "\"";
     for (const Label& label : labels) {
         if (!text.empty()) text += ',';
-        text += label.name;
+        // The series' own `device` label (a cooling device) yields to the headset's, renamed as
+        // Prometheus renames it on a scrape whose target carries `device`.
+        text += device_.empty() || strcmp(label.name, "device") != 0 ? label.name
+                                                                     : "exported_device";
         text += "=\"" + escaped(label.value) + "\"";
     }
     return text.empty() ? text : "{" + text + "}";

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -23,7 +22,8 @@ namespace metrics {
 class OpenMetricsWriter {
 public:
     // Opens (truncates) `path` at once, so that an unwritable path fails before the run: nullptr
-    // with *error set. A non-empty `device` labels every series device="<device>".
+    // with *error set. A non-empty `device` labels every series device="<device>"; a series'
+    // own `device` label becomes `exported_device`, as on a scrape whose target has `device`.
     static std::unique_ptr<OpenMetricsWriter> open(const std::string& path,
                                                    const std::string& device, int64_t startUnixMs,
                                                    std::string* error);
@@ -61,9 +61,5 @@ private:
     std::vector<FamilyPoints> families_;  // in the order first added
     std::unordered_map<std::string, size_t> familyIndex_;
 };
-
-// Milliseconds since the epoch of an RFC 3339 date-time ("2024-05-01T08:00:00Z",
-// "2024-05-01T10:00:00.250+02:00"); empty when `text` is not one.
-std::optional<int64_t> parseRfc3339(const std::string& text);
 
 }  // namespace metrics

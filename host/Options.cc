@@ -55,6 +55,12 @@ struct Arguments {
     bool fold = false;
     bool noFold = false;
     std::string trace;
+    std::string metricsListen;
+    std::string metricsAuth;
+    int64_t metricsTop = metrics::RenderOptions{}.top;  // wide, so that any value gets its message
+    std::string openMetrics;
+    std::string startTime;
+    std::string device;
 };
 
 // What is wrong with a command line, or nothing.
@@ -126,6 +132,21 @@ void declareOptions(CLI::App& app, Arguments& a) {
     app.add_option("--trace", a.trace,
                    "Also write the run to FILE in the Trace Event Format (Perfetto UI, "
                    "chrome://tracing)");
+    app.add_option("--metrics-listen", a.metricsListen,
+                   "Serve the latest records at http://HOST:PORT/metrics for Prometheus: "
+                   "HOST:PORT, or PORT alone for 127.0.0.1 (0: a free port)");
+    app.add_option("--metrics-auth", a.metricsAuth,
+                   "Ask scrapes for HTTP basic authentication with the user:password line of FILE");
+    app.add_option("--metrics-top", a.metricsTop,
+                   "Series kept per process, thread, feature or application family (default " +
+                           std::to_string(a.metricsTop) + ")");
+    app.add_option("--openmetrics", a.openMetrics,
+                   "Also write every snapshot's metrics to FILE as OpenMetrics with timestamps, "
+                   "for promtool tsdb create-blocks-from openmetrics");
+    app.add_option("--start-time", a.startTime,
+                   "Time of device time 0 in the --openmetrics file, RFC 3339 (default: the run "
+                   "ends now)");
+    app.add_option("--device", a.device, "Label every series of the --openmetrics file device=NAME");
 }
 
 std::optional<int> logPriority(const std::string& level) {
@@ -311,6 +332,39 @@ Problem checkHeadset(const Arguments& a, RunConfig& c) {
     return std::nullopt;
 }
 
+Problem checkExport(const Arguments& a, RunConfig& c) {
+    metrics::ExportConfig& e = c.exporting;
+    if (a.metricsTop < 1 || a.metricsTop > INT32_MAX) {
+        return "--metrics-top must be 1 to 2147483647 (series per family), not " +
+               std::to_string(a.metricsTop);
+    }
+    c.providerOptions.metrics.top = static_cast<int>(a.metricsTop);
+    const bool asked = !a.metricsListen.empty() || !a.openMetrics.empty();
+    if (asked && !VISTREL_WITH_EXPORT) {
+        return "this vistrel-host was built without the metrics exporter (VISTREL_BUILD_EXPORT)";
+    }
+    std::string error;
+    if (!a.metricsListen.empty() &&
+        !(e.listen = metrics::parseListenAddress(a.metricsListen, &error)))
+        return "--metrics-listen: " + error;
+    if (!a.metricsAuth.empty()) {
+        if (!e.listen) return "--metrics-auth needs --metrics-listen";
+        if (!(e.credentials = metrics::readCredentials(a.metricsAuth, &error)))
+            return "--metrics-auth: " + error;
+    }
+    e.openMetricsPath = a.openMetrics;
+    if ((!a.startTime.empty() || !a.device.empty()) && a.openMetrics.empty()) {
+        return "--start-time and --device describe the --openmetrics file: give one";
+    }
+    if (!a.startTime.empty() && !(e.startUnixMs = metrics::parseRfc3339(a.startTime))) {
+        return "--start-time must be an RFC 3339 date-time from 1970 on, e.g. "
+               "2024-05-01T08:00:00Z, not '" +
+               a.startTime + "'";
+    }
+    e.device = a.device;
+    return std::nullopt;
+}
+
 ParseExit usageExit(const std::string& message) {
     return {2, "vistrel-host: " + message + "\nRun with --help for more information.\n"};
 }
@@ -337,6 +391,7 @@ std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* arg
     if (!problem) problem = checkProviders(a, c);
     if (!problem) problem = checkEnvironment(a, envp, c);
     if (!problem) problem = checkHeadset(a, c);
+    if (!problem) problem = checkExport(a, c);
     if (problem) return usageExit(*problem);
     return c;
 }

@@ -11,6 +11,7 @@
 #include <variant>
 #include <vector>
 
+#include "ExportOptions.h"
 #include "Headset.h"
 #include "Output.h"
 #include "Providers.h"
@@ -39,6 +40,9 @@ struct RunConfig {
     std::string fsRoot;  // an existing directory, or empty for none
     std::string sdkDir;  // absolute path of an existing directory without ':'
     sim::HeadsetConfig headset;
+    // The live metrics endpoint and the OpenMetrics file (export/); the families' top N is in
+    // providerOptions.metrics.
+    metrics::ExportConfig exporting;
 };
 
 // How parsing ended when it yields no configuration: the text to print (on stdout when the

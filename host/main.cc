@@ -26,6 +26,9 @@
 #include "TriggerReports.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
+#if VISTREL_WITH_EXPORT
+#include "HostExport.h"
+#endif
 
 namespace {
 
@@ -86,9 +89,24 @@ int run(const host::RunConfig& config) {
     for (const int64_t at : config.fireThrottlingAtNs) {
         host.callHookAt(at, "ThermalStats", "fireThrottlingNotification");
     }
+#if VISTREL_WITH_EXPORT
+    std::string error;
+    const auto exporting =
+            metrics::HostExport::start(config.exporting, host, config.durationNs, real, &error);
+    if (!exporting) {
+        std::cerr << "vistrel-host: " << error << "\n";
+        return 2;
+    }
+#endif
     stopSignals.deliverTo([&host](int signal) { host.requestStop(signal); });
     const int status = host.run(config.durationNs);
     stopSignals.finish();
+#if VISTREL_WITH_EXPORT
+    if (!exporting->finish(&error)) {
+        std::cerr << "vistrel-host: " << error << "\n";
+        return 1;
+    }
+#endif
     return status;
 }
 
