@@ -26,12 +26,18 @@ std::unique_ptr<HostExport> HostExport::start(const ExportConfig& config, host::
                 config.startUnixMs.value_or(nowUnixMs() - (realTime ? 0 : runNs / kNsPerMs));
         exporting->file_ =
                 OpenMetricsWriter::open(config.openMetricsPath, config.device, startUnixMs, error);
-        if (!exporting->file_) return nullptr;
+        if (!exporting->file_) {
+            *error = "--openmetrics: " + *error;
+            return nullptr;
+        }
     }
     if (config.listen) {
         exporting->endpoint_ = MetricsEndpoint::start(
                 *config.listen, config.credentials, [&host] { return hostMetrics(host); }, error);
-        if (!exporting->endpoint_) return nullptr;
+        if (!exporting->endpoint_) {
+            *error = "--metrics-listen: " + *error;
+            return nullptr;
+        }
         fprintf(stderr, "vistrel-host: serving metrics at %s\n",
                 exporting->endpoint_->url().c_str());
     }

@@ -91,7 +91,7 @@ const Row<Vistrel::BatteryStats> kBattery[] = {
         {"vistrel_battery_current_average_amperes",
          "Battery current, average of recent readings; negative while discharging.", Kind::Gauge,
          [](const Vistrel::BatteryStats& b) { return b.currentAvgMa / 1000.0; }},
-        {"vistrel_battery_charge_counter_coulombs", "Charge left in the battery.", Kind::Gauge,
+        {"vistrel_battery_charge_coulombs", "Charge left in the battery.", Kind::Gauge,
          [](const Vistrel::BatteryStats& b) { return b.chargeCounterMah * kCoulombsPerMah; }},
         {"vistrel_battery_full_charge_coulombs", "Charge of the battery when full.", Kind::Gauge,
          [](const Vistrel::BatteryStats& b) { return b.fullChargeMah * kCoulombsPerMah; }},

@@ -55,12 +55,13 @@ struct Arguments {
     bool fold = false;
     bool noFold = false;
     std::string trace;
-    std::string metricsListen;
-    std::string metricsAuth;
+    // Given (even empty) or not.
+    std::optional<std::string> metricsListen;
+    std::optional<std::string> metricsAuth;
     int64_t metricsTop = metrics::RenderOptions{}.top;  // wide, so that any value gets its message
-    std::string openMetrics;
-    std::string startTime;
-    std::string device;
+    std::optional<std::string> openMetrics;
+    std::optional<std::string> startTime;
+    std::optional<std::string> device;
 };
 
 // What is wrong with a command line, or nothing.
@@ -339,29 +340,31 @@ Problem checkExport(const Arguments& a, RunConfig& c) {
                std::to_string(a.metricsTop);
     }
     c.providerOptions.metrics.top = static_cast<int>(a.metricsTop);
-    const bool asked = !a.metricsListen.empty() || !a.openMetrics.empty();
-    if (asked && !VISTREL_WITH_EXPORT) {
+    if ((a.metricsListen || a.openMetrics) && !VISTREL_WITH_EXPORT) {
         return "this vistrel-host was built without the metrics exporter (VISTREL_BUILD_EXPORT)";
     }
     std::string error;
-    if (!a.metricsListen.empty() &&
-        !(e.listen = metrics::parseListenAddress(a.metricsListen, &error)))
+    if (a.metricsListen && !(e.listen = metrics::parseListenAddress(*a.metricsListen, &error))) {
         return "--metrics-listen: " + error;
-    if (!a.metricsAuth.empty()) {
-        if (!e.listen) return "--metrics-auth needs --metrics-listen";
-        if (!(e.credentials = metrics::readCredentials(a.metricsAuth, &error)))
-            return "--metrics-auth: " + error;
     }
-    e.openMetricsPath = a.openMetrics;
-    if ((!a.startTime.empty() || !a.device.empty()) && a.openMetrics.empty()) {
+    if (a.metricsAuth) {
+        if (!e.listen) return "--metrics-auth needs --metrics-listen";
+        if (!(e.credentials = metrics::readCredentials(*a.metricsAuth, &error))) {
+            return "--metrics-auth: " + error;
+        }
+    }
+    if ((a.startTime || a.device) && !a.openMetrics) {
         return "--start-time and --device describe the --openmetrics file: give one";
     }
-    if (!a.startTime.empty() && !(e.startUnixMs = metrics::parseRfc3339(a.startTime))) {
+    e.openMetricsPath = a.openMetrics.value_or("");
+    if (a.openMetrics && a.openMetrics->empty()) return "--openmetrics needs a file name";
+    if (a.startTime && !(e.startUnixMs = metrics::parseRfc3339(*a.startTime))) {
         return "--start-time must be an RFC 3339 date-time from 1970 on, e.g. "
                "2024-05-01T08:00:00Z, not '" +
-               a.startTime + "'";
+               *a.startTime + "'";
     }
-    e.device = a.device;
+    e.device = a.device.value_or("");
+    if (a.device && e.device.empty()) return "--device needs a name";
     return std::nullopt;
 }
 
