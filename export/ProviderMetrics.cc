@@ -73,6 +73,10 @@ void appendTop(const Map& entries, Value value, const char* label, const RenderO
     }
 }
 
+}  // namespace
+
+// Each provider's table, then its render(). Namespace-scope constants: internal linkage.
+
 // ---- BatteryStats: the health record; current and voltage also as the average of their rings
 // (the last 200 samples, about 33 minutes). Health HAL units: percent, mV, mA, mAh.
 
@@ -112,6 +116,10 @@ const Row<Vistrel::BatteryStats> kBattery[] = {
          }},
 };
 
+Families render(const Vistrel::BatteryStats& battery, const RenderOptions& options) {
+    return renderTable(kBattery, battery, options);
+}
+
 // ---- BatteryStatsStates: the state machine's state (screen on or off, charging or not).
 
 const std::pair<BatteryState, const char*> kBatteryStates[] = {
@@ -138,7 +146,13 @@ const Row<Vistrel::BatteryStatsStates> kBatteryStatesTable[] = {
          [](const Vistrel::BatteryStatsStates& s) { return ratioOfPercent(s.levelAtEvent); }},
 };
 
+Families render(const Vistrel::BatteryStatsStates& states, const RenderOptions& options) {
+    return renderTable(kBatteryStatesTable, states, options);
+}
+
 // ---- SystemStateStats: the don states of the last completed batch.
+
+namespace {
 
 // Worn states over all states of the batch; kAbsent for packings whose slots are ambiguous
 // (widths that do not divide 32).
@@ -157,13 +171,21 @@ double wornRatio(const DonBatch& batch) {
     return states == 0 ? kAbsent : static_cast<double>(worn) / static_cast<double>(states);
 }
 
+}  // namespace
+
 const Row<DonBatch> kDon[] = {
         {"vistrel_don_worn_ratio",
          "Share of the last completed batch of don samples with the headset worn, 0 to 1.",
          Kind::Gauge, wornRatio},
 };
 
+Families render(const DonBatch& batch, const RenderOptions& options) {
+    return renderTable(kDon, batch, options);
+}
+
 // ---- ProcessMemoryStats: per process (argv[0]) from its status and stat files; KiB figures.
+
+namespace {
 
 template <uint32_t Vistrel::ProcessMemorySnapshot::*field>
 void fillProcessKib(const Vistrel::ProcessMemoryStats& p, const RenderOptions& options,
@@ -177,6 +199,8 @@ void fillProcessKib(const Vistrel::ProcessMemoryStats& p, const RenderOptions& o
 double cpuSeconds(const Vistrel::ProcessMemorySnapshot& s) {
     return s.timeStatsValid ? static_cast<double>(s.userTimeSec) + s.systemTimeSec : kAbsent;
 }
+
+}  // namespace
 
 const Row<Vistrel::ProcessMemoryStats> kProcessMemory[] = {
         {"vistrel_processes", "Processes (distinct argv[0]) in the last memory scan.", Kind::Gauge,
@@ -221,6 +245,10 @@ const Row<Vistrel::ProcessMemoryStats> kProcessMemory[] = {
          [](const Vistrel::ProcessMemoryStats& p) { return p.sampleDurationMs / kMsPerSecond; }},
 };
 
+Families render(const Vistrel::ProcessMemoryStats& processes, const RenderOptions& options) {
+    return renderTable(kProcessMemory, processes, options);
+}
+
 // ---- SystemMemoryStats: /proc/meminfo (KiB) and the pressure-stall averages (percent).
 
 const std::pair<const char*, const char*> kPressureLabels[] = {
@@ -253,6 +281,10 @@ const Row<Vistrel::SystemMemoryStats> kSystemMemory[] = {
          [](const Vistrel::SystemMemoryStats& m) { return m.readDurationMs / kMsPerSecond; }},
 };
 
+Families render(const Vistrel::SystemMemoryStats& memory, const RenderOptions& options) {
+    return renderTable(kSystemMemory, memory, options);
+}
+
 // ---- ZramStats: /sys/block/zram0/mm_stat (bytes and pages as the kernel counts them).
 
 const Row<Vistrel::ZramStats> kZram[] = {
@@ -280,6 +312,10 @@ const Row<Vistrel::ZramStats> kZram[] = {
          [](const Vistrel::ZramStats& z) { return static_cast<double>(z.pagesCompacted); }},
 };
 
+Families render(const Vistrel::ZramStats& zram, const RenderOptions& options) {
+    return renderTable(kZram, zram, options);
+}
+
 // ---- SwapWriteStats
 
 const Row<Vistrel::SwapWriteStats> kSwapWrite[] = {
@@ -287,6 +323,10 @@ const Row<Vistrel::SwapWriteStats> kSwapWrite[] = {
          "Bytes swapped out to storage (swap devices other than zram0) since boot.", Kind::Counter,
          [](const Vistrel::SwapWriteStats& s) { return static_cast<double>(s.swapWriteBytes); }},
 };
+
+Families render(const Vistrel::SwapWriteStats& swap, const RenderOptions& options) {
+    return renderTable(kSwapWrite, swap, options);
+}
 
 // ---- StorageStats: statvfs("/data").
 
@@ -303,7 +343,13 @@ const Row<Vistrel::StorageStats> kStorage[] = {
          Kind::Gauge, [](const Vistrel::StorageStats& s) { return s.lowStorage ? 1.0 : 0.0; }},
 };
 
+Families render(const Vistrel::StorageStats& storage, const RenderOptions& options) {
+    return renderTable(kStorage, storage, options);
+}
+
 // ---- ThermalStats: each sensor (°C) and cooling device over the last two minutes.
+
+namespace {
 
 std::map<std::string, std::string> sensorTypes(const Vistrel::ThermalStats& t) {
     std::map<std::string, std::string> typeOf;
@@ -330,6 +376,8 @@ void fillTemperature(const Vistrel::ThermalStats& t, const RenderOptions&,
         appendSensor(typeOf, sensor, data.*statistic, out);
     }
 }
+
+}  // namespace
 
 const Row<Vistrel::ThermalStats> kThermal[] = {
         {"vistrel_thermal_temperature_celsius", "Temperature of each sensor, latest reading.",
@@ -358,7 +406,13 @@ const Row<Vistrel::ThermalStats> kThermal[] = {
          }},
 };
 
+Families render(const Vistrel::ThermalStats& thermal, const RenderOptions& options) {
+    return renderTable(kThermal, thermal, options);
+}
+
 // ---- VrFocusProviderStats: "a,b," lists the applications in front, top first.
+
+namespace {
 
 std::vector<std::string> foregroundApps(const Vistrel::VrFocusProviderStats& f) {
     std::vector<std::string> apps;
@@ -373,6 +427,8 @@ std::vector<std::string> foregroundApps(const Vistrel::VrFocusProviderStats& f) 
 bool focusEnabled(const Vistrel::VrFocusProviderStats& f) {
     return f.foregroundApps != "NOT_ENABLED";
 }
+
+}  // namespace
 
 const Row<Vistrel::VrFocusProviderStats> kFocus[] = {
         {"vistrel_foreground_apps", "Applications in front.", Kind::Gauge,
@@ -392,7 +448,13 @@ const Row<Vistrel::VrFocusProviderStats> kFocus[] = {
          }},
 };
 
+Families render(const Vistrel::VrFocusProviderStats& focus, const RenderOptions& options) {
+    return renderTable(kFocus, focus, options);
+}
+
 // ---- CpuStats: rates of the last minute of the heartbeat, in samples per millisecond.
+
+namespace {
 
 enum FeatureValue { kMeanRate = 0, kTotalTimeMs = 3, kActiveTimeMs = 6 };
 
@@ -414,6 +476,8 @@ void fillFeatureRates(const Vistrel::CpuStats& c, const RenderOptions& options,
             },
             label, options, out);
 }
+
+}  // namespace
 
 const Row<Vistrel::CpuStats> kCpu[] = {
         {"vistrel_cpu_threads", "Thread names with samples in the last heartbeat minute.",
@@ -453,38 +517,6 @@ const Row<Vistrel::CpuStats> kCpu[] = {
          Kind::Gauge, nullptr, fillFeatureRates<&Vistrel::CpuStats::featureIdStats, kFeatureId>},
 };
 
-}  // namespace
-
-Families render(const Vistrel::BatteryStats& battery, const RenderOptions& options) {
-    return renderTable(kBattery, battery, options);
-}
-Families render(const Vistrel::BatteryStatsStates& states, const RenderOptions& options) {
-    return renderTable(kBatteryStatesTable, states, options);
-}
-Families render(const DonBatch& batch, const RenderOptions& options) {
-    return renderTable(kDon, batch, options);
-}
-Families render(const Vistrel::ProcessMemoryStats& processes, const RenderOptions& options) {
-    return renderTable(kProcessMemory, processes, options);
-}
-Families render(const Vistrel::SystemMemoryStats& memory, const RenderOptions& options) {
-    return renderTable(kSystemMemory, memory, options);
-}
-Families render(const Vistrel::ZramStats& zram, const RenderOptions& options) {
-    return renderTable(kZram, zram, options);
-}
-Families render(const Vistrel::SwapWriteStats& swap, const RenderOptions& options) {
-    return renderTable(kSwapWrite, swap, options);
-}
-Families render(const Vistrel::StorageStats& storage, const RenderOptions& options) {
-    return renderTable(kStorage, storage, options);
-}
-Families render(const Vistrel::ThermalStats& thermal, const RenderOptions& options) {
-    return renderTable(kThermal, thermal, options);
-}
-Families render(const Vistrel::VrFocusProviderStats& focus, const RenderOptions& options) {
-    return renderTable(kFocus, focus, options);
-}
 std::optional<Families> render(const Vistrel::CpuStats& cpu, const RenderOptions& options) {
     if (!cpu.processStats && !cpu.featureStats && !cpu.featureIdStats) return std::nullopt;
     return renderTable(kCpu, cpu, options);
