@@ -123,7 +123,6 @@ private:
     std::vector<std::unique_ptr<ProviderLock>> locks_;  // by provider index
     bool exportRecords_ = false;
     RenderedRecord rendered_;
-    std::vector<std::pair<size_t, metrics::Families>> renderedNow_;  // driving thread only
 
     std::mutex pushMutex_;
     std::condition_variable pushArrived_;  // also woken by a stop request
