@@ -1,29 +1,34 @@
-// CpuStats' parsing of one sample against a floor measured in the same run.
+// CpuStats against baselines measured in the same run, in CPU time (BenchSupport.h):
 //
-//   BM_Sample        processNamedFeatures + processFeatureIds + processCpuSample on one profile
-//                    buffer of 2,000 threads x 8 CPUs with "features" and "feature-ids" sections
-//                    of 64 entries each (laid out by the simulated SDK's writer), with a sampler
-//                    whose getThreadInfo returns no names
-//   BM_Sample_Floor  the same three readings built as the same unordered maps from the same
-//                    counts already decoded into plain arrays (rotation included)
-//   BM_SnapshotReductions  generateFeatureSnapshot + generateFeatureIdsSnapshot +
-//                    generateProcessSnapshot over six intervals of the same data
-// Ratios of median times are printed after the table, with the microseconds per sample.
-#include <benchmark/benchmark.h>
-
-#include <cstdio>
-#include <map>
+//   sample parse vs decoded-map floor
+//       processNamedFeatures + processFeatureIds + processCpuSample on one profile buffer of
+//       2,000 threads x 8 CPUs with "features" and "feature-ids" sections of 64 entries each
+//       (laid out by the simulated SDK's writer), with a sampler whose getThreadInfo returns no
+//       names, against the same three readings built as the same unordered maps from the same
+//       counts already decoded into plain arrays (rotation included)
+//   snapshot reductions vs one-pass floor
+//       generateFeatureSnapshot + generateFeatureIdsSnapshot + generateProcessSnapshot over six
+//       intervals of the same data (named threads), against one pass that adds up every
+//       accumulated interval
+//
+// Both pairs work on CpuStats' process-wide state; the parse leaves the accumulated intervals
+// alone (outside a heartbeat's last minute) but replaces the thread names, which the reductions
+// put back before their turn.
 #include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "CpuStats.h"
 #include "ProfileBufferWriter.h"
 
 namespace {
 
-constexpr int kRepetitions = 5;
+using TidNames = std::unordered_map<int32_t, Vistrel::ThreadInfo>;
+
+constexpr int kRepetitions = 10;
+constexpr double kMinSeconds = 0.5;
 constexpr uint8_t kCpus = 8;
 constexpr int kThreads = 2000;
 constexpr int kEntries = 64;
@@ -92,16 +97,10 @@ void useSampler(bool named) {
     Vistrel::numCpus_ = kCpus;
 }
 
-void BM_Sample(benchmark::State& state) {
-    useSampler(false);
-    Vistrel::inLastMinute_ = false;
-    Buffer b(sim::sdk::writeProfileBuffer(description(1)));
-    Vistrel::CpuStats cpu;
-    for (auto _ : state) {
-        cpu.processNamedFeatures(&b.buffer);
-        cpu.processFeatureIds(&b.buffer);
-        cpu.processCpuSample(&b.buffer);
-    }
+void parse(Vistrel::CpuStats& cpu, Vistrel::ProfileBuffer& buffer) {
+    cpu.processNamedFeatures(&buffer);
+    cpu.processFeatureIds(&buffer);
+    cpu.processCpuSample(&buffer);
     benchmark::DoNotOptimize(Vistrel::currentProcessSnapshot_->size());
 }
 
@@ -144,76 +143,80 @@ void build(std::unique_ptr<Reading<Key>>& current, std::unique_ptr<Reading<Key>>
     }
 }
 
-void BM_Sample_Floor(benchmark::State& state) {
-    const Decoded in = decode(description(1));
-    std::unique_ptr<Reading<std::string>> features[2], previousFeatures[2];
-    std::unique_ptr<Reading<int32_t>> threads, previousThreads;
-    for (auto _ : state) {
+// The floor of the parse: the same maps from the decoded counts.
+struct DecodedMaps {
+    void rebuild() {
         for (int s = 0; s < 2; ++s) {
             build(features[s], previousFeatures[s], in.names[s], in.entryCounts[s]);
         }
         build(threads, previousThreads, in.tids, in.threadCounts);
+        benchmark::DoNotOptimize(threads->size());
     }
-    benchmark::DoNotOptimize(threads->size());
-}
 
-void BM_SnapshotReductions(benchmark::State& state) {
-    useSampler(true);
-    Vistrel::CpuStats cpu;
-    Vistrel::inLastMinute_ = true;
-    for (uint64_t step = 1; step <= 7; ++step) {  // six intervals, as in a heartbeat's last minute
-        Buffer b(sim::sdk::writeProfileBuffer(description(step)));
-        cpu.processNamedFeatures(&b.buffer);
-        cpu.processFeatureIds(&b.buffer);
-        cpu.processCpuSample(&b.buffer);
-    }
-    for (auto _ : state) {
-        auto features = cpu.generateFeatureSnapshot();
-        auto ids = cpu.generateFeatureIdsSnapshot();
-        auto processes = cpu.generateProcessSnapshot();
-        benchmark::DoNotOptimize(processes->size() + features->size() + ids->size());
-    }
-}
-
-// The operation runs right after its floor, so both see the same machine load.
-BENCHMARK(BM_Sample_Floor)->Repetitions(kRepetitions)->ReportAggregatesOnly();
-BENCHMARK(BM_Sample)->Repetitions(kRepetitions)->ReportAggregatesOnly();
-BENCHMARK(BM_SnapshotReductions)->Repetitions(kRepetitions)->ReportAggregatesOnly();
-
-// Console output as usual, plus the median real time of every benchmark for the ratios.
-class MedianRecorder : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median" &&
-                !run.error_occurred) {
-                medians[run.run_name.function_name] = run.GetAdjustedRealTime();
-            }
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> medians;  // in the run's time unit (ns by default)
+    const Decoded in = decode(description(1));
+    std::unique_ptr<Reading<std::string>> features[2], previousFeatures[2];
+    std::unique_ptr<Reading<int32_t>> threads, previousThreads;
 };
+
+// Accumulates six intervals with named threads, as in a heartbeat's last minute, and returns
+// the names; the parse then runs outside the last minute, with the unnamed sampler.
+TidNames accumulateIntervals(Vistrel::CpuStats& cpu) {
+    useSampler(true);
+    Vistrel::inLastMinute_ = true;
+    for (uint64_t step = 1; step <= 7; ++step) {
+        Buffer b(sim::sdk::writeProfileBuffer(description(step)));
+        parse(cpu, b.buffer);
+    }
+    Vistrel::inLastMinute_ = false;
+    useSampler(false);
+    return *Vistrel::tidMap;
+}
+
+void reduce(Vistrel::CpuStats& cpu) {
+    auto features = cpu.generateFeatureSnapshot();
+    auto ids = cpu.generateFeatureIdsSnapshot();
+    auto processes = cpu.generateProcessSnapshot();
+    benchmark::DoNotOptimize(processes->size() + features->size() + ids->size());
+}
+
+// The floor of the reductions: every accumulated count and interval length read once.
+void addUpIntervals() {
+    double sum = 0;
+    for (const auto* intervals :
+         {Vistrel::featureToInfoMap.get(), Vistrel::featureIdToInfoMap.get()}) {
+        for (const auto& [name, entries] : *intervals) {
+            for (const auto& [count, intervalMs] : entries)
+                sum += static_cast<double>(count) + intervalMs;
+        }
+    }
+    for (const auto& [tid, usages] : *Vistrel::tidToInfoMap) {
+        for (const auto& usage : usages) {
+            for (const uint64_t delta : usage.delta) sum += static_cast<double>(delta);
+            sum += usage.intervalMs;
+        }
+    }
+    benchmark::DoNotOptimize(sum);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    MedianRecorder recorder;
-    benchmark::RunSpecifiedBenchmarks(&recorder);
-    const auto& m = recorder.medians;
-    printf("\n");
-    if (m.count("BM_Sample") && m.count("BM_Sample_Floor") && m.at("BM_Sample_Floor") > 0) {
-        printf("sample: %.1f us per sample (floor %.1f us)\n", m.at("BM_Sample") / 1000,
-               m.at("BM_Sample_Floor") / 1000);
-        printf("ratio BM_Sample vs decoded-map floor = %.3f  (aim <= 1.3)\n",
-               m.at("BM_Sample") / m.at("BM_Sample_Floor"));
-    }
-    if (m.count("BM_SnapshotReductions")) {
-        printf("snapshot reductions: %.1f us\n", m.at("BM_SnapshotReductions") / 1000);
-    }
+    Vistrel::CpuStats cpu;
+    const TidNames names = accumulateIntervals(cpu);
+    Buffer sample(sim::sdk::writeProfileBuffer(description(1)));
+    DecodedMaps decoded;
+    const auto reductions = [&cpu, &names](int calls) {
+        Vistrel::tidMap = std::make_unique<TidNames>(names);  // the parse replaces them
+        return benchsupport::onThisThread([&cpu] { reduce(cpu); })(calls);
+    };
+    const std::vector<benchsupport::Pair> pairs = {
+            {"sample parse vs decoded-map floor",
+             benchsupport::onThisThread([&cpu, &sample] { parse(cpu, sample.buffer); }),
+             benchsupport::onThisThread([&decoded] { decoded.rebuild(); }), 1, "<= 1.3"},
+            {"snapshot reductions vs one-pass floor", reductions,
+             benchsupport::onThisThread(addUpIntervals)},
+    };
+    const int status = benchsupport::runPairs(argc, argv, pairs, kRepetitions, kMinSeconds);
     Vistrel::instructionSampler_.reset();
-    benchmark::Shutdown();
-    return 0;
+    return status;
 }

@@ -190,17 +190,17 @@ void Host::snapshotAll() {
 void Host::enqueuePush(size_t provider, const std::string& name, const std::string& detail,
                        bool force) {
     {
-        std::lock_guard<std::mutex> lock(pushMutex_);
+        threadsafety::MutexLock lock(pushMutex_);
         pushes_.push_back({provider, name, detail, force});
     }
-    pushArrived_.notify_one();
+    pushArrived_.notifyOne();
 }
 
 void Host::drainPushes() {
     for (;;) {
         Push push;
         {
-            std::lock_guard<std::mutex> lock(pushMutex_);
+            threadsafety::MutexLock lock(pushMutex_);
             if (pushes_.empty()) return;
             push = std::move(pushes_.front());
             pushes_.pop_front();
@@ -255,22 +255,29 @@ bool Host::waitUntil(int64_t ns) {
         return true;
     }
     const auto remaining = std::chrono::nanoseconds(std::max<int64_t>(0, ns - clock_.deviceNs()));
-    std::unique_lock<std::mutex> lock(pushMutex_);
-    const bool woken = pushArrived_.wait_for(
-            lock, remaining, [this] { return !pushes_.empty() || stopSignal_ != 0; });
-    return !woken && clock_.deviceNs() >= ns;
+    const auto deadline = std::chrono::steady_clock::now() + remaining;
+    threadsafety::MutexLock lock(pushMutex_);
+    bool timedOut = false;
+    while (!pushOrStopPending() && !timedOut) {
+        timedOut = !pushArrived_.waitUntil(pushMutex_, deadline);
+    }
+    return !pushOrStopPending() && clock_.deviceNs() >= ns;
+}
+
+bool Host::pushOrStopPending() const {
+    return !pushes_.empty() || stopSignal_ != 0;
 }
 
 void Host::requestStop(int signal) {
     {
-        std::lock_guard<std::mutex> lock(pushMutex_);
+        threadsafety::MutexLock lock(pushMutex_);
         stopSignal_ = signal;
     }
-    pushArrived_.notify_all();
+    pushArrived_.notifyAll();
 }
 
 int Host::stopSignal() {
-    std::lock_guard<std::mutex> lock(pushMutex_);
+    threadsafety::MutexLock lock(pushMutex_);
     return stopSignal_;
 }
 

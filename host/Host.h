@@ -16,11 +16,9 @@
 // threads (metric scrapes) can read what the host kept of its last record without racing it.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -53,7 +51,7 @@ public:
 
     // Ends run() at its next step, as if the duration were over; from any thread (not from a
     // signal handler).
-    void requestStop(int signal);
+    void requestStop(int signal) EXCLUDES(pushMutex_);
 
     // Counted as the run goes; complete once run() has returned.
     RunSummary& summary() { return summary_; }
@@ -104,13 +102,14 @@ private:
     void route(const std::string& source, const std::string& event, const std::string& name,
                const std::string& detail);
     void enqueuePush(size_t provider, const std::string& name, const std::string& detail,
-                     bool force);
-    void drainPushes();
-    int stopSignal();
+                     bool force) EXCLUDES(pushMutex_);
+    void drainPushes() EXCLUDES(pushMutex_);
+    int stopSignal() EXCLUDES(pushMutex_);
     void schedule(ScheduledCall call);
     void callHooksDueAt(int64_t ns);
     // Moves device time to `ns`; in real mode returns early (false) when a push arrives.
-    bool waitUntil(int64_t ns);
+    bool waitUntil(int64_t ns) EXCLUDES(pushMutex_);
+    bool pushOrStopPending() const REQUIRES(pushMutex_);
 
     HostClock& clock_;
     Output& output_;
@@ -124,10 +123,11 @@ private:
     bool exportRecords_ = false;
     RenderedRecord rendered_;
 
-    std::mutex pushMutex_;
-    std::condition_variable pushArrived_;  // also woken by a stop request
-    std::deque<Push> pushes_;
-    int stopSignal_ = 0;  // under pushMutex_; non-zero once a stop is requested
+    // Pushes arrive on any thread; everything else here is the driving thread's.
+    threadsafety::Mutex pushMutex_;
+    threadsafety::ConditionVariable pushArrived_;  // also woken by a stop request
+    std::deque<Push> pushes_ GUARDED_BY(pushMutex_);
+    int stopSignal_ GUARDED_BY(pushMutex_) = 0;  // non-zero once a stop is requested
 };
 
 }  // namespace host

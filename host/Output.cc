@@ -43,12 +43,12 @@ Output::Output(FILE* out, bool json, TimelineFilter filter)
     : out_(out), json_(json), filter_(std::move(filter)) {}
 
 void Output::setProviderNames(std::vector<std::string> names) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     providerNames_ = std::move(names);
 }
 
 void Output::observe(std::function<void(const Line&)> observer) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     observers_.push_back(std::move(observer));
 }
 
@@ -61,7 +61,7 @@ void Output::write(int64_t deviceNs, const std::string& source, const std::strin
                    const json& fields, const std::string& owner) {
     const sim::HostSideWork printing;  // the host's work, even when a provider's call caused it
     const size_t caller = ProviderCall::current();
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     const std::string& resolved = !owner.empty()                   ? owner
                                   : caller < providerNames_.size() ? providerNames_[caller]
                                                                    : source;
@@ -73,12 +73,12 @@ void Output::write(int64_t deviceNs, const std::string& source, const std::strin
 
 void Output::writeUnfiltered(int64_t deviceNs, const std::string& source, const std::string& event,
                              const json& fields) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     printLocked(deviceNs, source, event, fields);
 }
 
 void Output::writeRaw(const std::string& text) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     fputs(text.c_str(), out_);
     fflush(out_);
 }
@@ -128,7 +128,7 @@ void Output::closeFoldLocked(const std::string& owner, int64_t deviceNs) {
 }
 
 void Output::endTimeline(int64_t deviceNs) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     for (auto& entry : folds_) closeFoldLocked(entry.first, deviceNs);
     folds_.clear();
 }

@@ -16,12 +16,13 @@
 #include <cstdio>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include "ThreadSafety.h"
 
 namespace host {
 
@@ -46,22 +47,22 @@ public:
     // `event` names the kind of line ("notification", "record", "log", ...); `fields` holds its
     // content, printed as key=value pairs in text mode.
     void write(int64_t deviceNs, const std::string& source, const std::string& event,
-               const nlohmann::ordered_json& fields);
+               const nlohmann::ordered_json& fields) EXCLUDES(mutex_);
     // The same for a line the host writes on behalf of `owner` (a provider, or "host").
     void write(int64_t deviceNs, const std::string& source, const std::string& event,
-               const nlohmann::ordered_json& fields, const std::string& owner);
+               const nlohmann::ordered_json& fields, const std::string& owner) EXCLUDES(mutex_);
     // A line shown whatever the filter, and not observed (the run summary).
     void writeUnfiltered(int64_t deviceNs, const std::string& source, const std::string& event,
-                         const nlohmann::ordered_json& fields);
+                         const nlohmann::ordered_json& fields) EXCLUDES(mutex_);
     // Text printed as it is (text timelines only).
-    void writeRaw(const std::string& text);
+    void writeRaw(const std::string& text) EXCLUDES(mutex_);
     // Prints the "repeated" lines of folds still open. Call when the run's events end.
-    void endTimeline(int64_t deviceNs);
+    void endTimeline(int64_t deviceNs) EXCLUDES(mutex_);
 
     // The providers by index, so that lines written during a ProviderCall name their owner.
-    void setProviderNames(std::vector<std::string> names);
+    void setProviderNames(std::vector<std::string> names) EXCLUDES(mutex_);
     // Called under the output's lock for every line written with write().
-    void observe(std::function<void(const Line&)> observer);
+    void observe(std::function<void(const Line&)> observer) EXCLUDES(mutex_);
     bool isJson() const { return json_; }
 
 private:
@@ -75,18 +76,18 @@ private:
 
     bool shown(const Line& line) const;
     // True when the line is folded into its owner's repeats (nothing to print).
-    bool foldedLocked(const Line& line);
-    void closeFoldLocked(const std::string& owner, int64_t deviceNs);
+    bool foldedLocked(const Line& line) REQUIRES(mutex_);
+    void closeFoldLocked(const std::string& owner, int64_t deviceNs) REQUIRES(mutex_);
     void printLocked(int64_t deviceNs, const std::string& source, const std::string& event,
-                     const nlohmann::ordered_json& fields);
+                     const nlohmann::ordered_json& fields) REQUIRES(mutex_);
 
-    std::mutex mutex_;
-    FILE* out_;
-    bool json_;
-    TimelineFilter filter_;
-    std::map<std::string, Fold> folds_;  // by owner: its last shown notification
-    std::vector<std::string> providerNames_;
-    std::vector<std::function<void(const Line&)>> observers_;
+    threadsafety::Mutex mutex_;
+    FILE* const out_;  // written to under mutex_
+    const bool json_;
+    const TimelineFilter filter_;
+    std::map<std::string, Fold> folds_ GUARDED_BY(mutex_);  // by owner: its last shown notification
+    std::vector<std::string> providerNames_ GUARDED_BY(mutex_);
+    std::vector<std::function<void(const Line&)>> observers_ GUARDED_BY(mutex_);
 };
 
 // Compact "key=value key=[a, b] key={k=v}" rendering of a JSON value.

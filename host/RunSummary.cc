@@ -57,38 +57,38 @@ RunSummary::RunSummary(const std::vector<std::string>& providers) {
 }
 
 void RunSummary::countSample(size_t provider) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     ++counts_[provider].samples;
 }
 
 void RunSummary::countNotification(size_t provider, const std::string& name) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     ++counts_[provider].notifications[name];
 }
 
 void RunSummary::countPush(size_t provider) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     ++counts_[provider].pushes;
 }
 
 void RunSummary::countSnapshot(size_t provider, bool refreshed) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     ++(refreshed ? counts_[provider].snapshotsOk : counts_[provider].snapshotsFailed);
 }
 
 void RunSummary::countLog(size_t provider, char priority) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     ++(provider < counts_.size() ? counts_[provider] : elsewhere_).logs[priority];
 }
 
 void RunSummary::addCall(size_t provider, int64_t cpuNs) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     ++counts_[provider].calls;
     counts_[provider].cpuNs += cpuNs;
 }
 
 std::vector<RunSummary::Counts> RunSummary::rows() const {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     std::vector<Counts> all = counts_;
     if (!elsewhere_.logs.empty()) all.push_back(elsewhere_);
     return all;

@@ -9,13 +9,13 @@
 #include <array>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "Output.h"
+#include "ThreadSafety.h"
 
 namespace host {
 
@@ -38,26 +38,26 @@ public:
 
     explicit RunSummary(const std::vector<std::string>& providers);
 
-    void countSample(size_t provider);
-    void countNotification(size_t provider, const std::string& name);
-    void countPush(size_t provider);
-    void countSnapshot(size_t provider, bool refreshed);
+    void countSample(size_t provider) EXCLUDES(mutex_);
+    void countNotification(size_t provider, const std::string& name) EXCLUDES(mutex_);
+    void countPush(size_t provider) EXCLUDES(mutex_);
+    void countSnapshot(size_t provider, bool refreshed) EXCLUDES(mutex_);
     // `provider`: ProviderCall::current() of the logging thread (npos: not in a provider call).
-    void countLog(size_t provider, char priority);
-    void addCall(size_t provider, int64_t cpuNs);
+    void countLog(size_t provider, char priority) EXCLUDES(mutex_);
+    void addCall(size_t provider, int64_t cpuNs) EXCLUDES(mutex_);
 
     // Every provider's counts, in the host's order, then the row of log lines made outside
     // provider calls when there were any.
-    std::vector<Counts> rows() const;
+    std::vector<Counts> rows() const EXCLUDES(mutex_);
 
     // Prints the summary after `deviceNs` of device time: a table in a text timeline; in JSON,
     // one "summary" line per row and a last one for all providers together.
-    void print(Output& output, int64_t deviceNs) const;
+    void print(Output& output, int64_t deviceNs) const EXCLUDES(mutex_);
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<Counts> counts_;
-    Counts elsewhere_;  // log lines outside provider calls
+    mutable threadsafety::Mutex mutex_;
+    std::vector<Counts> counts_ GUARDED_BY(mutex_);
+    Counts elsewhere_ GUARDED_BY(mutex_);  // log lines outside provider calls
 };
 
 // CPU milliseconds per hour of device time.

@@ -17,7 +17,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -25,6 +24,7 @@
 #include <vector>
 
 #include "Provider.h"
+#include "ThreadSafety.h"
 #include "platkit/instsamp/IInstructionSampler.h"
 
 namespace Vistrel {
@@ -71,7 +71,7 @@ extern std::shared_ptr<IInstructionSampler> instructionSampler_;
 extern ProfileBuffer* profileBuffer_;  // the sampler's, valid until its next read
 extern int32_t numCpus_;               // from the profile buffer at acquire time
 extern bool inLastMinute_;             // deltas are accumulated only while set
-extern std::mutex mtx;                 // held for the whole of snapshot()
+extern threadsafety::Mutex mtx;        // held for the whole of snapshot()
 extern std::unique_ptr<FeatureReading> previousNamedFeatureBuffer_, currentNamedFeatureBuffer_;
 extern double previousNamedFeatureBufferTimestamp, currentNamedFeatureBufferTimestamp;  // seconds
 extern std::unique_ptr<FeatureReading> previousFeatureIdBuffer_, currentFeatureIdBuffer_;
@@ -92,12 +92,13 @@ public:
     // Creates the sampler (interface version 4), begins the session with the sampling period of
     // getSamplingPeriodUs(), reads the first profile buffer for the CPU count and starts the
     // heartbeat period. The router is not used. False (logged) on any failure.
-    bool acquireResources(NotificationRouter router, IClockReader& clock) override;
+    bool acquireResources(NotificationRouter router, IClockReader& clock) override
+            EXCLUDES(heartbeatMutex);
     // Ends the session and drops the sampler; false (logged) when there is none.
     bool releaseResources() override;
     // Reduces and clears the accumulated state; never samples (with force it only logs).
-    bool snapshot(IClockReader& clock, bool force) override;
-    std::optional<Notification> sample(IClockReader& clock) override;
+    bool snapshot(IClockReader& clock, bool force) override EXCLUDES(mtx);
+    std::optional<Notification> sample(IClockReader& clock) override EXCLUDES(heartbeatMutex);
     // {10000 ms} in the last minute of a heartbeat period, else {240000 ms}.
     SamplePeriod sampleRate() const override;
 
@@ -131,12 +132,13 @@ public:
     // "1 2 3 " for {1, 2, 3}: each count followed by one space.
     std::string creditsToString(const std::vector<uint64_t>& counts);
 
+    // nowNs() at the start of the current heartbeat period.
+    int64_t lastHeartbeatNs GUARDED_BY(heartbeatMutex) = 0;
     // Record, read by the host after a successful snapshot.
-    int64_t lastHeartbeatNs = 0;  // nowNs() at the start of the current heartbeat period
     std::optional<FeatureStatsMap> featureStats;
     std::optional<FeatureStatsMap> featureIdStats;
     std::optional<ProcessStatsMap> processStats;
-    std::mutex heartbeatMutex;
+    threadsafety::Mutex heartbeatMutex;
 };
 
 }  // namespace Vistrel

@@ -14,11 +14,11 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Provider.h"
+#include "ThreadSafety.h"
 #include "platkit/focus/IVrFocusManager.h"
 
 namespace Vistrel {
@@ -33,14 +33,15 @@ public:
 
     // Both arguments are ignored: a change is only the trigger to re-read the list.
     void onTopActivityChanged(Platkit::String activity,
-                              Platkit::Optional<Platkit::Focus::ImmersiveApp> app) override;
+                              Platkit::Optional<Platkit::Focus::ImmersiveApp> app) override
+            EXCLUDES(mutex);
 
     // A copy of the list, taken under the mutex; any thread.
-    std::vector<std::string> getForegroundApps();
+    std::vector<std::string> getForegroundApps() EXCLUDES(mutex);
 
 private:
-    std::mutex mutex;
-    std::vector<std::string> apps;  // in the manager's order
+    threadsafety::Mutex mutex;
+    std::vector<std::string> apps GUARDED_BY(mutex);  // in the manager's order
     NotificationRouter router;
 };
 

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Sets up, checks the formatting, then builds and runs every test: the plain build, a 30-day soak
-# of the reference host, the same suites under AddressSanitizer + UndefinedBehaviorSanitizer, the
-# ThreadSanitizer suites, the whole suite again cross-built for arm64 and run under qemu-user,
-# and a bounded run of every fuzz target. Exits non-zero on the first failure.
+# Sets up, checks the formatting and clang's thread-safety analysis (a compile-only build), then
+# builds and runs every test: the plain build, a 30-day soak of the reference host, the same
+# suites under AddressSanitizer + UndefinedBehaviorSanitizer, the ThreadSanitizer suites, the
+# whole suite again cross-built for arm64 and run under qemu-user, and a bounded run of every fuzz
+# target. Exits non-zero on the first failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh --arm64
@@ -12,6 +13,10 @@ step() { printf '\n== %s ==\n' "$*"; }
 
 step "formatting (.clang-format)"
 git ls-files -z -- '*.cc' '*.h' | xargs -0 clang-format --dry-run --Werror
+
+step "clang thread-safety analysis (-Wthread-safety as an error; builds, runs nothing)"
+cmake --preset clang-tsa >/dev/null
+cmake --build --preset clang-tsa -j "$jobs"
 
 step "default build and tests"
 cmake --preset default >/dev/null

@@ -29,14 +29,14 @@ void answer(const std::optional<int32_t>& value, const Callback& callback) {
 Return<Result> HealthHal::registerCallback(const sp<V2_0::IHealthInfoCallback>& callback) {
     if (callback == nullptr) return Result::UNKNOWN;
     {
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         callbacks_.push_back(callback);
     }
     return update();
 }
 
 Return<Result> HealthHal::unregisterCallback(const sp<V2_0::IHealthInfoCallback>& callback) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     const auto it = std::find(callbacks_.begin(), callbacks_.end(), callback);
     if (it == callbacks_.end()) return Result::NOT_FOUND;
     callbacks_.erase(it);
@@ -49,7 +49,7 @@ Return<Result> HealthHal::update() {
     {
         const HostSideWork hal;
         info = read().info;
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         callbacks = callbacks_;
     }
     // Outside the lock: a callback may call back into this service.

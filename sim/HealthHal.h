@@ -7,12 +7,13 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include <android/hardware/health/2.1/IHealth.h>
 #include <android/hardware/health/2.1/IHealthInfoCallback.h>
+
+#include "ThreadSafety.h"
 
 namespace sim {
 
@@ -56,8 +57,9 @@ protected:
     virtual HealthReading read() = 0;
 
 private:
-    std::mutex mutex_;
-    std::vector<android::sp<android::hardware::health::V2_0::IHealthInfoCallback>> callbacks_;
+    threadsafety::Mutex mutex_;
+    std::vector<android::sp<android::hardware::health::V2_0::IHealthInfoCallback>> callbacks_
+            GUARDED_BY(mutex_);
 };
 
 }  // namespace sim

@@ -58,12 +58,12 @@ SimHealth::SimHealth(BatteryScript script, std::function<int64_t()> now,
       chargeUah_(script_.capacityUah * std::clamp(script_.startLevelPercent, 0.0, 100.0) / 100.0) {}
 
 void SimHealth::setStatusOverride(std::optional<BatteryStatus> status) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     statusOverride_ = status;
 }
 
 void SimHealth::setHealth(BatteryHealth health) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     health_ = health;
 }
 
@@ -181,7 +181,7 @@ HealthReading SimHealth::readLocked() {
 }
 
 HealthReading SimHealth::read() {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     return readLocked();
 }
 

@@ -9,12 +9,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "HealthHal.h"
+#include "ThreadSafety.h"
 
 namespace sim {
 
@@ -67,19 +67,19 @@ public:
               std::function<bool(int64_t)> interactiveAt);
 
     // Steering: a forced status (empty: derived from chargers and level) and the health value.
-    void setStatusOverride(std::optional<BatteryStatus> status);
-    void setHealth(BatteryHealth health);
+    void setStatusOverride(std::optional<BatteryStatus> status) EXCLUDES(mutex_);
+    void setHealth(BatteryHealth health) EXCLUDES(mutex_);
 
     bool chargerOnline(Charger charger, int64_t deviceNs) const;
     // The first change strictly after `deviceNs` of "any charger plugged in", if any.
     std::optional<PowerChange> nextPowerChangeAfter(int64_t deviceNs) const;
 
 protected:
-    HealthReading read() override;
+    HealthReading read() override EXCLUDES(mutex_);
 
 private:
     // Integrates the charge up to now() and returns the reading at that instant.
-    HealthReading readLocked();
+    HealthReading readLocked() REQUIRES(mutex_);
     // Battery current at `deviceNs` for the given charge (µA, positive while charging).
     int32_t currentAt(int64_t deviceNs, double chargeUah) const;
     int64_t offsetInCycle(int64_t deviceNs) const;
@@ -88,12 +88,12 @@ private:
     const std::function<int64_t()> now_;
     const std::function<bool(int64_t)> interactiveAt_;
 
-    mutable std::mutex mutex_;
-    int64_t integratedToNs_;
-    double chargeUah_;
-    double chargedTotalUah_ = 0;  // for the cycle count
-    std::optional<BatteryStatus> statusOverride_;
-    BatteryHealth health_ = BatteryHealth::GOOD;
+    threadsafety::Mutex mutex_;
+    int64_t integratedToNs_ GUARDED_BY(mutex_);
+    double chargeUah_ GUARDED_BY(mutex_);
+    double chargedTotalUah_ GUARDED_BY(mutex_) = 0;  // for the cycle count
+    std::optional<BatteryStatus> statusOverride_ GUARDED_BY(mutex_);
+    BatteryHealth health_ GUARDED_BY(mutex_) = BatteryHealth::GOOD;
 };
 
 }  // namespace sim

@@ -163,14 +163,14 @@ SimThermal::Temperature SimThermal::temperatureLocked(size_t sensor) const {
 }
 
 ThermalStatus SimThermal::readTemperatures(std::vector<Temperature>& out) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     advanceLocked();
     for (size_t i = 0; i < celsius_.size(); ++i) out.push_back(temperatureLocked(i));
     return success();
 }
 
 ThermalStatus SimThermal::readCoolingDevices(std::vector<CoolingDevice>& out) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     advanceLocked();
     out.push_back({CoolingType::FAN, "fan", static_cast<uint64_t>(fanLevel_)});
     out.push_back({CoolingType::CPU, "cpu-freq-limit",

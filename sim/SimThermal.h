@@ -18,12 +18,12 @@
 #include <array>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "ThermalHal.h"
+#include "ThreadSafety.h"
 
 namespace sim {
 
@@ -71,27 +71,27 @@ public:
                std::function<HeadsetState(int64_t)> stateAt);
 
 protected:
-    ThermalStatus readTemperatures(std::vector<Temperature>& out) override;
-    ThermalStatus readCoolingDevices(std::vector<CoolingDevice>& out) override;
+    ThermalStatus readTemperatures(std::vector<Temperature>& out) override EXCLUDES(mutex_);
+    ThermalStatus readCoolingDevices(std::vector<CoolingDevice>& out) override EXCLUDES(mutex_);
     ThermalStatus readThresholds(std::vector<TemperatureThreshold>& out) override;
 
 private:
     // Advances the model to now(), delivering a throttling callback for every severity rise.
-    void advanceLocked();
-    void stepLocked(int64_t lengthNs);
-    float targetLocked(size_t sensor, const HeadsetState& state) const;
-    int32_t limitLevelLocked(TemperatureType type) const;
-    Temperature temperatureLocked(size_t sensor) const;
+    void advanceLocked() REQUIRES(mutex_);
+    void stepLocked(int64_t lengthNs) REQUIRES(mutex_);
+    float targetLocked(size_t sensor, const HeadsetState& state) const REQUIRES(mutex_);
+    int32_t limitLevelLocked(TemperatureType type) const REQUIRES(mutex_);
+    Temperature temperatureLocked(size_t sensor) const REQUIRES(mutex_);
 
     const ThermalScript script_;
     const std::function<int64_t()> now_;
     const std::function<HeadsetState(int64_t)> stateAt_;
 
-    std::mutex mutex_;
-    int64_t advancedToNs_;
-    std::vector<float> celsius_;
-    std::vector<int32_t> severity_;
-    int32_t fanLevel_ = 0;
+    threadsafety::Mutex mutex_;
+    int64_t advancedToNs_ GUARDED_BY(mutex_);
+    std::vector<float> celsius_ GUARDED_BY(mutex_);
+    std::vector<int32_t> severity_ GUARDED_BY(mutex_);
+    int32_t fanLevel_ GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace sim

@@ -213,7 +213,7 @@ ThermalStatus SysfsThermal::readTemperatures(std::vector<Temperature>& out) {
     const ThermalStatus status = readZones(zones);
     std::vector<Temperature> risen;
     {
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         for (const auto& [directory, zone] : zones) {
             const auto severity = static_cast<int32_t>(zone.temperature.throttlingStatus);
             const auto last = lastSeverity_.find(directory);

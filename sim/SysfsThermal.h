@@ -34,7 +34,6 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,6 +42,7 @@
 
 #include "SysfsText.h"
 #include "ThermalHal.h"
+#include "ThreadSafety.h"
 
 namespace sim {
 
@@ -75,7 +75,7 @@ std::optional<ThermalHal::CoolingDevice> parseCoolingDevice(
 
 class SysfsThermal : public ThermalHal {
 protected:
-    ThermalStatus readTemperatures(std::vector<Temperature>& out) override;
+    ThermalStatus readTemperatures(std::vector<Temperature>& out) override EXCLUDES(mutex_);
     ThermalStatus readCoolingDevices(std::vector<CoolingDevice>& out) override;
     ThermalStatus readThresholds(std::vector<TemperatureThreshold>& out) override;
 
@@ -83,8 +83,8 @@ private:
     // Every zone in zone number order, with its directory name; FAILURE without the directory.
     ThermalStatus readZones(std::vector<std::pair<std::string, sysfs::Zone>>& zones);
 
-    std::mutex mutex_;
-    std::map<std::string, int32_t> lastSeverity_;  // by zone directory
+    threadsafety::Mutex mutex_;
+    std::map<std::string, int32_t> lastSeverity_ GUARDED_BY(mutex_);  // by zone directory
 };
 
 }  // namespace sim

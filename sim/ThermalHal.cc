@@ -54,12 +54,12 @@ Return<void> answer(bool faulted, ThermalHal::Fault fault, ThermalStatus status,
 }  // namespace
 
 void ThermalHal::failNext(Call call, Fault fault) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     faults_[call].push_back(fault);
 }
 
 bool ThermalHal::takeFault(Call call, Fault& fault) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     auto& queue = faults_[call];
     if (queue.empty()) return false;
     fault = queue.front();
@@ -68,12 +68,12 @@ bool ThermalHal::takeFault(Call call, Fault& fault) {
 }
 
 size_t ThermalHal::callbackCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     return registrations_.size();
 }
 
 void ThermalHal::deliverThrottling(const Temperature& temperature) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     for (const auto& r : registrations_) {
         if (r.filterType && r.type != temperature.type) continue;
         hostplatform::postOnewayTransaction([callback = r.callback, temperature] {
@@ -146,7 +146,7 @@ Return<void> ThermalHal::registerThermalChangedCallback(const sp<Callback>& call
     }
     ThermalStatus status = success();
     {
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         const bool known = std::any_of(registrations_.begin(), registrations_.end(),
                                        [&](const auto& r) { return r.callback == callback; });
         if (callback == nullptr) {
@@ -166,7 +166,7 @@ Return<void> ThermalHal::unregisterThermalChangedCallback(
     const HostSideWork hal;
     ThermalStatus status = success();
     {
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         const auto it = std::find_if(registrations_.begin(), registrations_.end(),
                                      [&](const auto& r) { return r.callback == callback; });
         if (callback == nullptr) {

@@ -9,11 +9,12 @@
 #include <cstddef>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <vector>
 
 #include <android/hardware/thermal/2.0/IThermal.h>
 #include <utils/StrongPointer.h>
+
+#include "ThreadSafety.h"
 
 namespace sim {
 
@@ -39,11 +40,11 @@ public:
     };
 
     // The next call of `call` takes the oldest queued fault instead of answering normally.
-    void failNext(Call call, Fault fault);
-    size_t callbackCount() const;
+    void failNext(Call call, Fault fault) EXCLUDES(mutex_);
+    size_t callbackCount() const EXCLUDES(mutex_);
     // Sends notifyThrottling(temperature) to every registered callback whose filter admits
     // the temperature's type, as one-way calls on the hardware-binder thread; returns at once.
-    void deliverThrottling(const Temperature& temperature);
+    void deliverThrottling(const Temperature& temperature) EXCLUDES(mutex_);
 
     Return<void> getTemperatures(getTemperatures_cb _hidl_cb) override;
     Return<void> getCpuUsages(getCpuUsages_cb _hidl_cb) override;
@@ -76,11 +77,11 @@ private:
     };
 
     // The queued fault of `call`, if any (removed from the queue).
-    bool takeFault(Call call, Fault& fault);
+    bool takeFault(Call call, Fault& fault) EXCLUDES(mutex_);
 
-    mutable std::mutex mutex_;
-    std::map<Call, std::deque<Fault>> faults_;
-    std::vector<Registration> registrations_;
+    mutable threadsafety::Mutex mutex_;
+    std::map<Call, std::deque<Fault>> faults_ GUARDED_BY(mutex_);
+    std::vector<Registration> registrations_ GUARDED_BY(mutex_);
 };
 
 }  // namespace sim

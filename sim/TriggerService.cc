@@ -9,21 +9,21 @@ namespace {
 
 using vendor::norvik::tarnet::ITrigger;
 
-std::mutex g_listenerMutex;
-TriggerReportListener g_listener;
+threadsafety::Mutex g_listenerMutex;
+TriggerReportListener g_listener GUARDED_BY(g_listenerMutex);
 
 }  // namespace
 
 android::binder::Status RecordingTriggerService::trigger(const TriggerContext& context) {
     const HostSideWork hal;
     {
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         reports_.push_back(context);
         if (reports_.size() > kKeptReports) reports_.pop_front();
     }
     TriggerReportListener listener;
     {
-        std::lock_guard<std::mutex> lock(g_listenerMutex);
+        threadsafety::MutexLock lock(g_listenerMutex);
         listener = g_listener;
     }
     if (listener) listener(context);
@@ -31,7 +31,7 @@ android::binder::Status RecordingTriggerService::trigger(const TriggerContext& c
 }
 
 std::vector<TriggerContext> RecordingTriggerService::reports() const {
-    std::lock_guard<std::mutex> lock(mutex_);
+    threadsafety::MutexLock lock(mutex_);
     return std::vector<TriggerContext>(reports_.begin(), reports_.end());
 }
 
@@ -55,7 +55,7 @@ void removeTriggerService() {
 }
 
 void setTriggerReportListener(TriggerReportListener listener) {
-    std::lock_guard<std::mutex> lock(g_listenerMutex);
+    threadsafety::MutexLock lock(g_listenerMutex);
     g_listener = std::move(listener);
 }
 

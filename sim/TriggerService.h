@@ -9,10 +9,11 @@
 
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <vector>
 
 #include <vendor/norvik/tarnet/ITrigger.h>
+
+#include "ThreadSafety.h"
 
 namespace sim {
 
@@ -24,14 +25,14 @@ using TriggerReportListener = std::function<void(const TriggerContext&)>;
 // setTriggerReportListener). Thread-safe.
 class RecordingTriggerService : public vendor::norvik::tarnet::ITrigger {
 public:
-    android::binder::Status trigger(const TriggerContext& context) override;
-    std::vector<TriggerContext> reports() const;
+    android::binder::Status trigger(const TriggerContext& context) override EXCLUDES(mutex_);
+    std::vector<TriggerContext> reports() const EXCLUDES(mutex_);
 
     static constexpr size_t kKeptReports = 256;
 
 private:
-    mutable std::mutex mutex_;
-    std::deque<TriggerContext> reports_;
+    mutable threadsafety::Mutex mutex_;
+    std::deque<TriggerContext> reports_ GUARDED_BY(mutex_);
 };
 
 inline constexpr const char kTriggerServiceInstance[] = "vendor.norvik.tarnet.ITrigger/default";

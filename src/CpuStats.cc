@@ -16,7 +16,7 @@ std::shared_ptr<IInstructionSampler> instructionSampler_;
 ProfileBuffer* profileBuffer_ = nullptr;
 int32_t numCpus_ = 0;
 bool inLastMinute_ = false;
-std::mutex mtx;
+threadsafety::Mutex mtx;
 std::unique_ptr<FeatureReading> previousNamedFeatureBuffer_, currentNamedFeatureBuffer_;
 double previousNamedFeatureBufferTimestamp = 0, currentNamedFeatureBufferTimestamp = 0;
 std::unique_ptr<FeatureReading> previousFeatureIdBuffer_, currentFeatureIdBuffer_;
@@ -232,7 +232,7 @@ bool CpuStats::acquireResources(NotificationRouter, IClockReader& clock) {
     // Hardening: a buffer without even a CPU count byte gives no CPUs.
     numCpus_ = static_cast<int32_t>(
             profilebuffer::cpuCount(profilebuffer::viewOf(*profileBuffer_)).value_or(0));
-    std::lock_guard<std::mutex> lock(heartbeatMutex);
+    threadsafety::MutexLock lock(heartbeatMutex);
     lastHeartbeatNs = clock.nowNs();
     return true;
 }
@@ -264,23 +264,23 @@ std::optional<Notification> CpuStats::sample(IClockReader& clock) {
     processFeatureIds(profileBuffer_);
     processCpuSample(profileBuffer_);
 
-    std::unique_lock<std::mutex> lock(heartbeatMutex);
-    const double elapsed = static_cast<double>(difference(clock.nowNs(), lastHeartbeatNs)) / 1e9;
-    if (elapsed >= kHeartbeatSeconds) {
-        lastHeartbeatNs = clock.nowNs();
-        inLastMinute_ = false;
-        // The detail names the period, not the measured time.
-        Notification heartbeat{"ProcessCpuHeartbeat", std::to_string(300.0) + " seconds"};
-        lock.unlock();
-        return heartbeat;
+    double elapsed;
+    {
+        threadsafety::MutexLock lock(heartbeatMutex);
+        elapsed = static_cast<double>(difference(clock.nowNs(), lastHeartbeatNs)) / 1e9;
+        if (elapsed >= kHeartbeatSeconds) {
+            lastHeartbeatNs = clock.nowNs();
+            inLastMinute_ = false;
+            // The detail names the period, not the measured time.
+            return Notification{"ProcessCpuHeartbeat", std::to_string(300.0) + " seconds"};
+        }
     }
-    lock.unlock();
     if (elapsed >= kLastMinuteSeconds) inLastMinute_ = true;
     return std::nullopt;
 }
 
 bool CpuStats::snapshot(IClockReader&, bool force) {
-    std::lock_guard<std::mutex> lock(mtx);
+    threadsafety::MutexLock lock(mtx);
     featureStats.reset();
     featureIdStats.reset();
     processStats.reset();

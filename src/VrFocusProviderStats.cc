@@ -1,5 +1,6 @@
 #include "VrFocusProviderStats.h"
 
+#include <atomic>
 #include <memory>
 
 #include "ProviderSupport.h"
@@ -10,11 +11,36 @@ namespace {
 
 using Platkit::Focus::v5::IVrFocusManager;
 
+// The process's focus manager. Only the host's thread sets or drops it (acquireResources,
+// releaseResources, library unload), while the listener reads it on the SDK's thread without a
+// lock, even during a release (a refused unregistration leaves the listener registered). The
+// listener reads an address published atomically and takes no share, so the manager is released
+// on the host's thread when the host drops it, never on the SDK thread that is calling the
+// listener (whose destroy function may wait for that very thread).
+class FocusManagerHandle {
+public:
+    ~FocusManagerHandle() { reset(nullptr); }
+
+    // The host's thread. The manager dropped, if any, is released after the new one is published.
+    void reset(std::shared_ptr<IVrFocusManager> manager) {
+        address_.store(manager.get());
+        owner_.swap(manager);
+    }
+    // Any thread.
+    IVrFocusManager* get() const { return address_.load(); }
+    explicit operator bool() const { return get() != nullptr; }
+    IVrFocusManager* operator->() const { return get(); }
+
+private:
+    std::shared_ptr<IVrFocusManager> owner_;
+    std::atomic<IVrFocusManager*> address_{nullptr};
+};
+
 // Process-wide: the property check of the latest acquire, the focus manager (released at
 // library unload by its static destructor) and the registered listener (deleted only after a
 // successful unregistration, since the SDK may still call it otherwise).
 bool g_fgAppsEnabled = false;
-std::shared_ptr<IVrFocusManager> g_vrFocusManager;
+FocusManagerHandle g_vrFocusManager;
 VrTopActivityListener* g_topActivityListener = nullptr;
 
 }  // namespace
@@ -26,11 +52,12 @@ VrTopActivityListener::~VrTopActivityListener() = default;
 
 void VrTopActivityListener::onTopActivityChanged(Platkit::String,
                                                  Platkit::Optional<Platkit::Focus::ImmersiveApp>) {
-    std::lock_guard<std::mutex> lock(mutex);
-    if (!g_vrFocusManager) return;
+    threadsafety::MutexLock lock(mutex);
+    IVrFocusManager* const manager = g_vrFocusManager.get();
+    if (manager == nullptr) return;
     std::vector<std::string> previous;
     // The module's array, released through its own release function when this call returns.
-    Platkit::Array<Platkit::String> current = g_vrFocusManager->getForegroundApps();
+    Platkit::Array<Platkit::String> current = manager->getForegroundApps();
     previous = std::move(apps);
     apps.clear();
     if (previous.empty() && current.size() == 0) return;
@@ -43,7 +70,7 @@ void VrTopActivityListener::onTopActivityChanged(Platkit::String,
 }
 
 std::vector<std::string> VrTopActivityListener::getForegroundApps() {
-    std::lock_guard<std::mutex> lock(mutex);
+    threadsafety::MutexLock lock(mutex);
     return apps;
 }
 
@@ -59,7 +86,7 @@ bool VrFocusProviderStats::acquireResources(NotificationRouter router, IClockRea
         foregroundApps = "NOT_ENABLED";
         return true;
     }
-    g_vrFocusManager = Platkit::Focus::v5::createVrFocusManagerPtr();
+    g_vrFocusManager.reset(Platkit::Focus::v5::createVrFocusManagerPtr());
     if (!g_vrFocusManager) {
         logError("Could not connect to VR Focus Manager");
         return false;
@@ -77,13 +104,13 @@ bool VrFocusProviderStats::releaseResources() {
     if (g_vrFocusManager && g_topActivityListener != nullptr) {
         if (!g_vrFocusManager->unregisterTopActivityListener(g_topActivityListener)) {
             logError("Failed to unregister listener");
-            g_vrFocusManager.reset();
+            g_vrFocusManager.reset(nullptr);
             return false;
         }
         delete g_topActivityListener;
         g_topActivityListener = nullptr;
     }
-    g_vrFocusManager.reset();
+    g_vrFocusManager.reset(nullptr);
     return true;
 }
 

@@ -4,14 +4,14 @@
 #include <android/dlext.h>
 #include <dlfcn.h>
 
-#include <mutex>
-
+#include "ThreadSafety.h"
 #include "hostplatform/DlExt.h"
 
 namespace {
 
-std::mutex g_mutex;
-std::vector<hostplatform::DlopenExtCall>* g_calls = new std::vector<hostplatform::DlopenExtCall>;
+threadsafety::Mutex g_mutex;
+std::vector<hostplatform::DlopenExtCall>* const g_calls PT_GUARDED_BY(g_mutex) =
+        new std::vector<hostplatform::DlopenExtCall>;
 
 bool wellFormed(const android_dlextinfo* info) {
     if (info == nullptr) return true;
@@ -26,7 +26,7 @@ bool wellFormed(const android_dlextinfo* info) {
 
 extern "C" void* android_dlopen_ext(const char* filename, int flags, const android_dlextinfo* info) {
     void* handle = wellFormed(info) ? dlopen(filename, flags) : nullptr;
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     g_calls->push_back({filename == nullptr ? "" : filename, flags,
                         info == nullptr ? 0 : info->flags,
                         info == nullptr ? nullptr : info->library_namespace, handle != nullptr});
@@ -36,7 +36,7 @@ extern "C" void* android_dlopen_ext(const char* filename, int flags, const andro
 namespace hostplatform {
 
 std::vector<DlopenExtCall> dlopenExtCalls() {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     return *g_calls;
 }
 

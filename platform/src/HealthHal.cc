@@ -1,12 +1,12 @@
-// Out-of-line parts of the health HAL stand-ins: descriptors, interface chains, checked casts
-// and the service-registry lookups.
+// Out-of-line parts of the health HAL stand-ins: descriptors, interface chains and the callbacks'
+// checked casts (the service interfaces' casts, lookups and registration are in
+// hostplatform/HidlServiceInterface.h).
 #include <android/hardware/health/2.0/IHealth.h>
 #include <android/hardware/health/2.0/IHealthInfoCallback.h>
 #include <android/hardware/health/2.1/IHealth.h>
 #include <android/hardware/health/2.1/IHealthInfoCallback.h>
 
 #include "InterfaceChains.h"
-#include "hostplatform/HidlServices.h"
 
 namespace android {
 namespace hardware {
@@ -29,27 +29,6 @@ Return<void> IHealth::interfaceChain(interfaceChain_cb _hidl_cb) {
     return chain(_hidl_cb, {descriptor, IBase::descriptor});
 }
 
-Return<sp<IHealth>> IHealth::castFrom(const sp<IHealth>& parent, bool) {
-    return parent;
-}
-
-Return<sp<IHealth>> IHealth::castFrom(const sp<IBase>& parent, bool) {
-    return checkedCast<IHealth>(parent);
-}
-
-sp<IHealth> IHealth::getService(const std::string& serviceName, bool getStub) {
-    return hostplatform::findHidlService<IHealth>(serviceName, getStub);
-}
-
-sp<IHealth> IHealth::tryGetService(const std::string& serviceName, bool getStub) {
-    return getService(serviceName, getStub);
-}
-
-status_t IHealth::registerAsService(const std::string& serviceName) {
-    hostplatform::addService<IHealth>(serviceName, sp<IHealth>(this));
-    return OK;
-}
-
 }  // namespace V2_0
 
 namespace V2_1 {
@@ -68,32 +47,6 @@ Return<sp<IHealthInfoCallback>> IHealthInfoCallback::castFrom(
 
 Return<void> IHealth::interfaceChain(interfaceChain_cb _hidl_cb) {
     return chain(_hidl_cb, {descriptor, V2_0::IHealth::descriptor, IBase::descriptor});
-}
-
-Return<sp<IHealth>> IHealth::castFrom(const sp<IHealth>& parent, bool) {
-    return parent;
-}
-
-Return<sp<IHealth>> IHealth::castFrom(const sp<V2_0::IHealth>& parent, bool) {
-    return checkedCast<IHealth>(parent);
-}
-
-Return<sp<IHealth>> IHealth::castFrom(const sp<IBase>& parent, bool) {
-    return checkedCast<IHealth>(parent);
-}
-
-sp<IHealth> IHealth::getService(const std::string& serviceName, bool getStub) {
-    return hostplatform::findHidlService<IHealth>(serviceName, getStub);
-}
-
-sp<IHealth> IHealth::tryGetService(const std::string& serviceName, bool getStub) {
-    return getService(serviceName, getStub);
-}
-
-status_t IHealth::registerAsService(const std::string& serviceName) {
-    hostplatform::addService<IHealth>(serviceName, sp<IHealth>(this));
-    hostplatform::addService<V2_0::IHealth>(serviceName, sp<V2_0::IHealth>(this));
-    return OK;
 }
 
 }  // namespace V2_1

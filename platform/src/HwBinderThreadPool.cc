@@ -1,10 +1,10 @@
 #include "hostplatform/HwBinderThreadPool.h"
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <thread>
+
+#include "ThreadSafety.h"
 
 namespace hostplatform {
 namespace {
@@ -15,57 +15,58 @@ class ThreadPool {
 public:
     ThreadPool() : worker_([this] { run(); }) {}
     // Process exit: the transaction in progress completes, queued ones are dropped.
-    ~ThreadPool() {
+    ~ThreadPool() EXCLUDES(mutex_) {
         {
-            std::lock_guard<std::mutex> lock(mutex_);
+            threadsafety::MutexLock lock(mutex_);
             stopping_ = true;
         }
-        posted_.notify_all();
+        posted_.notifyAll();
         worker_.join();
     }
 
-    void post(std::function<void()> transaction) {
+    void post(std::function<void()> transaction) EXCLUDES(mutex_) {
         {
-            std::lock_guard<std::mutex> lock(mutex_);
+            threadsafety::MutexLock lock(mutex_);
             queue_.push_back(std::move(transaction));
             ++postedCount_;
         }
-        posted_.notify_one();
+        posted_.notifyOne();
     }
 
-    void waitForPosted() {
+    void waitForPosted() EXCLUDES(mutex_) {
         if (onWorker()) return;
-        std::unique_lock<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         const uint64_t target = postedCount_;
-        finished_.wait(lock, [&] { return finishedCount_ >= target || stopping_; });
+        while (finishedCount_ < target && !stopping_) finished_.wait(mutex_);
     }
 
     bool onWorker() const { return std::this_thread::get_id() == worker_.get_id(); }
 
 private:
-    void run() {
-        std::unique_lock<std::mutex> lock(mutex_);
+    // The worker: runs each transaction with the lock released.
+    void run() EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
         for (;;) {
-            posted_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+            while (!stopping_ && queue_.empty()) posted_.wait(mutex_);
             if (stopping_) return;
             std::function<void()> transaction = std::move(queue_.front());
             queue_.pop_front();
-            lock.unlock();
+            mutex_.unlock();
             transaction();
             transaction = nullptr;  // release what it captured before counting it finished
-            lock.lock();
+            mutex_.lock();
             ++finishedCount_;
-            finished_.notify_all();
+            finished_.notifyAll();
         }
     }
 
-    std::mutex mutex_;
-    std::condition_variable posted_;
-    std::condition_variable finished_;
-    std::deque<std::function<void()>> queue_;
-    uint64_t postedCount_ = 0;
-    uint64_t finishedCount_ = 0;
-    bool stopping_ = false;
+    threadsafety::Mutex mutex_;
+    threadsafety::ConditionVariable posted_;
+    threadsafety::ConditionVariable finished_;
+    std::deque<std::function<void()>> queue_ GUARDED_BY(mutex_);
+    uint64_t postedCount_ GUARDED_BY(mutex_) = 0;
+    uint64_t finishedCount_ GUARDED_BY(mutex_) = 0;
+    bool stopping_ GUARDED_BY(mutex_) = false;
     std::thread worker_;  // last: starts once everything above exists
 };
 

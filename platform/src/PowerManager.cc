@@ -1,20 +1,19 @@
 #include "vistrelcore/PowerManager.h"
 
-#include <mutex>
-
+#include "ThreadSafety.h"
 #include "hostplatform/Power.h"
 
 namespace {
 
-std::mutex g_mutex;
-std::function<bool()> g_interactiveSource;
+threadsafety::Mutex g_mutex;
+std::function<bool()> g_interactiveSource GUARDED_BY(g_mutex);
 
 }  // namespace
 
 namespace hostplatform {
 
 void setInteractiveSource(std::function<bool()> source) {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     g_interactiveSource = std::move(source);
 }
 
@@ -29,7 +28,7 @@ namespace Vistrel {
 bool PowerManager::getIsInteractive() {
     std::function<bool()> source;
     {
-        std::lock_guard<std::mutex> lock(g_mutex);
+        threadsafety::MutexLock lock(g_mutex);
         source = g_interactiveSource;
     }
     return source ? source() : true;

@@ -10,14 +10,14 @@
 #include <cstdlib>
 #include <limits>
 #include <map>
-#include <mutex>
 
+#include "ThreadSafety.h"
 #include "hostplatform/Properties.h"
 
 namespace {
 
-std::mutex g_mutex;
-std::map<std::string, std::string> g_store;
+threadsafety::Mutex g_mutex;
+std::map<std::string, std::string> g_store GUARDED_BY(g_mutex);
 
 std::optional<bool> parseBool(const std::string& text) {
     const char* s = text.c_str();
@@ -79,17 +79,17 @@ std::optional<T> readInteger(const char* name) {
 namespace hostplatform {
 
 void setProperty(const std::string& name, const std::string& value) {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     g_store[name] = value;
 }
 
 void clearProperties() {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     g_store.clear();
 }
 
 std::optional<std::string> getProperty(const std::string& name) {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     const auto it = g_store.find(name);
     if (it == g_store.end()) return std::nullopt;
     return it->second;

@@ -1,8 +1,9 @@
 #include "hostplatform/ServiceRegistry.h"
 
 #include <map>
-#include <mutex>
 #include <utility>
+
+#include "ThreadSafety.h"
 
 namespace hostplatform {
 namespace {
@@ -12,15 +13,15 @@ struct Entry {
     void* iface;
 };
 
-std::mutex g_mutex;
-std::map<std::pair<std::string, std::string>, Entry> g_services;
+threadsafety::Mutex g_mutex;
+std::map<std::pair<std::string, std::string>, Entry> g_services GUARDED_BY(g_mutex);
 
 }  // namespace
 
 void registerService(const std::string& descriptor, const std::string& instance,
                      const android::sp<android::RefBase>& object, void* iface) {
     android::sp<android::RefBase> replaced;  // released outside the lock
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     Entry& entry = g_services[{descriptor, instance}];
     replaced = std::move(entry.object);
     entry = Entry{object, iface};
@@ -28,7 +29,7 @@ void registerService(const std::string& descriptor, const std::string& instance,
 
 bool unregisterService(const std::string& descriptor, const std::string& instance) {
     android::sp<android::RefBase> removed;
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     const auto it = g_services.find({descriptor, instance});
     if (it == g_services.end()) return false;
     removed = std::move(it->second.object);
@@ -38,13 +39,13 @@ bool unregisterService(const std::string& descriptor, const std::string& instanc
 
 void clearServices() {
     std::map<std::pair<std::string, std::string>, Entry> removed;
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     removed.swap(g_services);
 }
 
 bool withService(const std::string& descriptor, const std::string& instance,
                  const std::function<void(void* iface)>& use) {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     const auto it = g_services.find({descriptor, instance});
     if (it == g_services.end()) return false;
     use(it->second.iface);

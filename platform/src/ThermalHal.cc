@@ -1,11 +1,11 @@
-// Out-of-line parts of the thermal HAL stand-ins: descriptors, interface chains, checked casts
-// and the service-registry lookups.
+// Out-of-line parts of the thermal HAL stand-ins: descriptors, interface chains and the callbacks'
+// checked casts (the service interfaces' casts, lookups and registration are in
+// hostplatform/HidlServiceInterface.h).
 #include <android/hardware/thermal/1.0/IThermal.h>
 #include <android/hardware/thermal/2.0/IThermal.h>
 #include <android/hardware/thermal/2.0/IThermalChangedCallback.h>
 
 #include "InterfaceChains.h"
-#include "hostplatform/HidlServices.h"
 
 namespace android {
 namespace hardware {
@@ -21,27 +21,6 @@ const char* IThermal::descriptor = "android.hardware.thermal@1.0::IThermal";
 
 Return<void> IThermal::interfaceChain(interfaceChain_cb _hidl_cb) {
     return chain(_hidl_cb, {descriptor, IBase::descriptor});
-}
-
-Return<sp<IThermal>> IThermal::castFrom(const sp<IThermal>& parent, bool) {
-    return parent;
-}
-
-Return<sp<IThermal>> IThermal::castFrom(const sp<IBase>& parent, bool) {
-    return checkedCast<IThermal>(parent);
-}
-
-sp<IThermal> IThermal::getService(const std::string& serviceName, bool getStub) {
-    return hostplatform::findHidlService<IThermal>(serviceName, getStub);
-}
-
-sp<IThermal> IThermal::tryGetService(const std::string& serviceName, bool getStub) {
-    return getService(serviceName, getStub);
-}
-
-status_t IThermal::registerAsService(const std::string& serviceName) {
-    hostplatform::addService<IThermal>(serviceName, sp<IThermal>(this));
-    return OK;
 }
 
 }  // namespace V1_0
@@ -68,32 +47,6 @@ Return<sp<IThermalChangedCallback>> IThermalChangedCallback::castFrom(const sp<I
 
 Return<void> IThermal::interfaceChain(interfaceChain_cb _hidl_cb) {
     return chain(_hidl_cb, {descriptor, V1_0::IThermal::descriptor, IBase::descriptor});
-}
-
-Return<sp<IThermal>> IThermal::castFrom(const sp<IThermal>& parent, bool) {
-    return parent;
-}
-
-Return<sp<IThermal>> IThermal::castFrom(const sp<V1_0::IThermal>& parent, bool) {
-    return checkedCast<IThermal>(parent);
-}
-
-Return<sp<IThermal>> IThermal::castFrom(const sp<IBase>& parent, bool) {
-    return checkedCast<IThermal>(parent);
-}
-
-sp<IThermal> IThermal::getService(const std::string& serviceName, bool getStub) {
-    return hostplatform::findHidlService<IThermal>(serviceName, getStub);
-}
-
-sp<IThermal> IThermal::tryGetService(const std::string& serviceName, bool getStub) {
-    return getService(serviceName, getStub);
-}
-
-status_t IThermal::registerAsService(const std::string& serviceName) {
-    hostplatform::addService<IThermal>(serviceName, sp<IThermal>(this));
-    hostplatform::addService<V1_0::IThermal>(serviceName, sp<V1_0::IThermal>(this));
-    return OK;
 }
 
 }  // namespace V2_0

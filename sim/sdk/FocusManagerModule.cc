@@ -14,14 +14,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 #include "ModuleMemory.h"
 #include "SdkControl.h"
+#include "ThreadSafety.h"
 #include "platkit/focus/IVrFocusManager.h"
 
 #define MODULE_EXPORT extern "C" __attribute__((visibility("default")))
@@ -64,10 +63,10 @@ public:
     ~SimFocusManager() override {
         sim::sdk::removeSettleHook(settleHook_);
         {
-            std::lock_guard<std::mutex> lock(state_);
+            threadsafety::MutexLock lock(state_);
             stop_ = true;
         }
-        wake_.notify_all();
+        wake_.notifyAll();
         thread_.join();
         sim::sdk::recordListenerCountChange(-static_cast<int>(listeners_.size() + fresh_.size()));
     }
@@ -78,27 +77,27 @@ public:
     bool requestFocus(const String&) override { return false; }
     bool abandonFocus(const String&) override { return false; }
 
-    bool registerTopActivityListener(ITopActivityListener* listener) override {
+    bool registerTopActivityListener(ITopActivityListener* listener) override EXCLUDES(state_) {
         if (listener == nullptr || sim::sdk::hooks().refuseRegistration) return false;
         {
-            std::lock_guard<std::mutex> lock(state_);
+            threadsafety::MutexLock lock(state_);
             if (isRegistered(listener)) return true;
             fresh_.push_back(listener);
         }
         sim::sdk::recordListenerCountChange(+1);
-        wake_.notify_all();
+        wake_.notifyAll();
         return true;
     }
 
-    bool unregisterTopActivityListener(ITopActivityListener* listener) override {
+    bool unregisterTopActivityListener(ITopActivityListener* listener) override EXCLUDES(state_) {
         if (sim::sdk::hooks().refuseUnregistration) return false;
         {
-            std::unique_lock<std::mutex> lock(state_);
+            threadsafety::MutexLock lock(state_);
             if (!erase(listeners_, listener) && !erase(fresh_, listener)) return false;
             // A delivery may already have picked this listener: wait until it is over (unless
             // the listener unregisters itself from within that delivery).
             if (std::this_thread::get_id() != thread_.get_id()) {
-                idle_.wait(lock, [&] { return !delivering_; });
+                while (delivering_) idle_.wait(state_);
             }
         }
         sim::sdk::recordListenerCountChange(-1);
@@ -107,17 +106,17 @@ public:
 
     String getTopActivity() override { return sim::sdk::moduleText(activityOf(top())); }
 
-    bool isImmersive(const String& packageName) override {
+    bool isImmersive(const String& packageName) override EXCLUDES(state_) {
         const std::string package = packageName.c_str();
-        std::lock_guard<std::mutex> lock(state_);
+        threadsafety::MutexLock lock(state_);
         return std::find(apps_.begin(), apps_.end(), package) != apps_.end() &&
                !isSystemDialog(package);
     }
 
-    Array<String> getForegroundApps() override {
+    Array<String> getForegroundApps() override EXCLUDES(state_) {
         std::vector<std::string> apps;
         {
-            std::lock_guard<std::mutex> lock(state_);
+            threadsafety::MutexLock lock(state_);
             apps = apps_;
         }
         return sim::sdk::moduleTexts(apps);
@@ -131,44 +130,49 @@ private:
         return true;
     }
 
-    bool isRegistered(ITopActivityListener* listener) const {
+    bool isRegistered(ITopActivityListener* listener) const REQUIRES(state_) {
         return std::count(listeners_.begin(), listeners_.end(), listener) +
                        std::count(fresh_.begin(), fresh_.end(), listener) !=
                0;
     }
 
-    std::string top() {
-        std::lock_guard<std::mutex> lock(state_);
+    std::string top() EXCLUDES(state_) {
+        threadsafety::MutexLock lock(state_);
         return apps_.empty() ? std::string() : apps_.front();
     }
 
     // The settle hook: wakes the thread and waits until it has looked at the script once more.
-    void catchUp() {
-        std::unique_lock<std::mutex> lock(state_);
+    void catchUp() EXCLUDES(state_) {
+        threadsafety::MutexLock lock(state_);
         const uint64_t round = ++requested_;
-        wake_.notify_all();
-        done_.wait(lock, [&] { return processed_ >= round || stop_; });
+        wake_.notifyAll();
+        while (processed_ < round && !stop_) done_.wait(state_);
     }
 
-    void run() {
+    // The manager's thread: looks at the script every poll period, and at once when asked to
+    // stop, to catch up or to give a new listener its first report.
+    void run() EXCLUDES(state_) {
         pthread_setname_np(pthread_self(), "PlatkitFocus");
-        std::unique_lock<std::mutex> lock(state_);
+        threadsafety::MutexLock lock(state_);
         for (;;) {
-            wake_.wait_for(lock, kPollPeriod,
-                           [&] { return stop_ || requested_ > processed_ || !fresh_.empty(); });
+            const auto deadline = std::chrono::steady_clock::now() + kPollPeriod;
+            bool timedOut = false;
+            while (!stop_ && requested_ <= processed_ && fresh_.empty() && !timedOut) {
+                timedOut = !wake_.waitUntil(state_, deadline);
+            }
             if (stop_) break;
             const uint64_t round = requested_;
-            deliver(lock);
+            deliver();
             processed_ = std::max(processed_, round);
-            done_.notify_all();
+            done_.notifyAll();
         }
-        done_.notify_all();
+        done_.notifyAll();
     }
 
     // Compares the script with the last report and calls the listeners owed a report, with state_
     // released (they call back into the manager) and delivering_ set, so that unregistration can
     // wait for calls in progress.
-    void deliver(std::unique_lock<std::mutex>& lock) {
+    void deliver() REQUIRES(state_) {
         const std::vector<std::string> now = sim::sdk::focusScript().appsAt(sim::sdk::deviceNs());
         std::vector<ITopActivityListener*> owed;
         if (now != apps_) {
@@ -185,27 +189,28 @@ private:
         if (owed.empty()) return;
         const std::string topApp = apps_.empty() ? std::string() : apps_.front();
         delivering_ = true;
-        lock.unlock();
+        state_.unlock();
         for (auto* listener : owed) {
             listener->onTopActivityChanged(sim::sdk::moduleText(activityOf(topApp)),
                                            immersiveAppOf(topApp));
         }
-        lock.lock();
+        state_.lock();
         delivering_ = false;
-        idle_.notify_all();
+        idle_.notifyAll();
     }
 
-    std::mutex state_;  // guards everything below except thread_ and settleHook_
-    std::condition_variable wake_;
-    std::condition_variable done_;
-    std::condition_variable idle_;  // delivering_ went false
-    std::vector<std::string> apps_;
-    std::vector<ITopActivityListener*> listeners_;
-    std::vector<ITopActivityListener*> fresh_;  // registered, first report not yet delivered
-    uint64_t requested_ = 0;
-    uint64_t processed_ = 0;
-    bool stop_ = false;
-    bool delivering_ = false;  // listeners are being called
+    threadsafety::Mutex state_;
+    threadsafety::ConditionVariable wake_;
+    threadsafety::ConditionVariable done_;
+    threadsafety::ConditionVariable idle_;  // delivering_ went false
+    std::vector<std::string> apps_ GUARDED_BY(state_);
+    std::vector<ITopActivityListener*> listeners_ GUARDED_BY(state_);
+    // Registered, first report not yet delivered.
+    std::vector<ITopActivityListener*> fresh_ GUARDED_BY(state_);
+    uint64_t requested_ GUARDED_BY(state_) = 0;
+    uint64_t processed_ GUARDED_BY(state_) = 0;
+    bool stop_ GUARDED_BY(state_) = false;
+    bool delivering_ GUARDED_BY(state_) = false;  // listeners are being called
     std::thread thread_;
     uint64_t settleHook_;
 };

@@ -19,11 +19,11 @@
 
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 
 #include "ModuleMemory.h"
 #include "SamplerSources.h"
 #include "SdkControl.h"
+#include "ThreadSafety.h"
 #include "platkit/instsamp/IInstructionSampler.h"
 
 #define MODULE_EXPORT extern "C" __attribute__((visibility("default")))
@@ -52,8 +52,8 @@ sim::sdk::SessionConfiguration describe(const SampleConfiguration& c) {
 
 class SimInstructionSampler final : public IInstructionSampler {
 public:
-    bool beginSession(const SampleConfiguration& configuration) override {
-        std::lock_guard<std::mutex> lock(mutex_);
+    bool beginSession(const SampleConfiguration& configuration) override EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
         if (active_ || sim::sdk::hooks().refuseSession) return false;
         sim::sdk::recordSessionBegun(describe(configuration));
         active_ = true;
@@ -63,8 +63,8 @@ public:
         return true;
     }
 
-    ProfileBuffer* readProfileBuffer() override {
-        std::lock_guard<std::mutex> lock(mutex_);
+    ProfileBuffer* readProfileBuffer() override EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
         sim::sdk::recordProfileBufferRead();
         if (!active_) return nullptr;
         std::optional<sim::sdk::Reading> reading = nextReading();
@@ -80,8 +80,8 @@ public:
         return &buffer_;
     }
 
-    Array<ThreadInfo> getThreadInfo(const Array<int32_t>& tids) override {
-        std::lock_guard<std::mutex> lock(mutex_);
+    Array<ThreadInfo> getThreadInfo(const Array<int32_t>& tids) override EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
         auto infos = sim::sdk::moduleArray<ThreadInfo>(tids.size());
         for (uint64_t i = 0; i < tids.size(); ++i) {
             infos[i].tid = tids[i];
@@ -92,8 +92,8 @@ public:
         return infos;
     }
 
-    bool endSession() override {
-        std::lock_guard<std::mutex> lock(mutex_);
+    bool endSession() override EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
         if (!active_) return false;
         active_ = false;
         sim::sdk::recordSessionEnded();
@@ -101,7 +101,7 @@ public:
     }
 
 private:
-    std::optional<sim::sdk::Reading> nextReading() {
+    std::optional<sim::sdk::Reading> nextReading() REQUIRES(mutex_) {
         switch (sim::sdk::samplerMode()) {
             case sim::sdk::SamplerMode::Scripted:
                 return sim::sdk::takeScriptedReading();
@@ -113,7 +113,7 @@ private:
         return std::nullopt;
     }
 
-    std::string threadName(int32_t tid) {
+    std::string threadName(int32_t tid) REQUIRES(mutex_) {
         switch (sim::sdk::samplerMode()) {
             case sim::sdk::SamplerMode::Scripted:
                 return sim::sdk::scriptedThreadName(tid);
@@ -125,13 +125,13 @@ private:
         return std::string();
     }
 
-    std::mutex mutex_;
-    bool active_ = false;
-    uint64_t reads_ = 0;
-    std::unique_ptr<sim::sdk::SimulatedHeadset> simulated_;
-    std::unique_ptr<sim::sdk::LiveProcess> live_;
-    std::vector<uint8_t> bytes_;
-    ProfileBuffer buffer_;
+    threadsafety::Mutex mutex_;
+    bool active_ GUARDED_BY(mutex_) = false;
+    uint64_t reads_ GUARDED_BY(mutex_) = 0;
+    std::unique_ptr<sim::sdk::SimulatedHeadset> simulated_ GUARDED_BY(mutex_);
+    std::unique_ptr<sim::sdk::LiveProcess> live_ GUARDED_BY(mutex_);
+    std::vector<uint8_t> bytes_ GUARDED_BY(mutex_);
+    ProfileBuffer buffer_ GUARDED_BY(mutex_);
 };
 
 }  // namespace

@@ -2,7 +2,8 @@
 
 #include <cstdlib>
 #include <deque>
-#include <mutex>
+
+#include "ThreadSafety.h"
 
 namespace sim::sdk {
 namespace {
@@ -10,17 +11,17 @@ namespace {
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 
 struct State {
-    std::mutex mutex;
-    std::function<int64_t()> deviceTime;
-    FocusScript focus = FocusScript::defaults();
-    std::map<uint64_t, SettleHook> settleHooks;
-    uint64_t nextHookId = 1;
-    SamplerMode mode = SamplerMode::Simulated;
-    std::function<bool(int64_t)> interactive;
-    std::deque<Reading> scripted;
-    std::map<int32_t, std::string> threadNames;
-    Hooks hooks;
-    Observations seen;
+    threadsafety::Mutex mutex;
+    std::function<int64_t()> deviceTime GUARDED_BY(mutex);
+    FocusScript focus GUARDED_BY(mutex) = FocusScript::defaults();
+    std::map<uint64_t, SettleHook> settleHooks GUARDED_BY(mutex);
+    uint64_t nextHookId GUARDED_BY(mutex) = 1;
+    SamplerMode mode GUARDED_BY(mutex) = SamplerMode::Simulated;
+    std::function<bool(int64_t)> interactive GUARDED_BY(mutex);
+    std::deque<Reading> scripted GUARDED_BY(mutex);
+    std::map<int32_t, std::string> threadNames GUARDED_BY(mutex);
+    Hooks hooks GUARDED_BY(mutex);
+    Observations seen GUARDED_BY(mutex);
 };
 
 // Never destroyed: modules may call in from the provider library's static destructors.
@@ -30,15 +31,15 @@ State& state() {
 }
 
 // settle() runs the hooks under this lock, so a manager cannot go away while it is settling.
-std::mutex& settleMutex() {
-    static std::mutex* const instance = new std::mutex;
+threadsafety::Mutex& settleMutex() {
+    static threadsafety::Mutex* const instance = new threadsafety::Mutex;
     return *instance;
 }
 
 }  // namespace
 
 void setDeviceTime(std::function<int64_t()> now) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().deviceTime = std::move(now);
 }
 
@@ -49,7 +50,7 @@ void resetDeviceTime() {
 int64_t deviceNs() {
     std::function<int64_t()> now;
     {
-        std::lock_guard<std::mutex> lock(state().mutex);
+        threadsafety::MutexLock lock(state().mutex);
         now = state().deviceTime;
     }
     return now ? now() : 0;
@@ -102,76 +103,76 @@ std::optional<int64_t> FocusScript::nextChangeAfter(int64_t deviceNs) const {
 }
 
 void setFocusScript(FocusScript script) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().focus = std::move(script);
 }
 
 FocusScript focusScript() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     return state().focus;
 }
 
 void settle() {
-    std::lock_guard<std::mutex> settling(settleMutex());
+    threadsafety::MutexLock settling(settleMutex());
     std::map<uint64_t, SettleHook> hooks;
     {
-        std::lock_guard<std::mutex> lock(state().mutex);
+        threadsafety::MutexLock lock(state().mutex);
         hooks = state().settleHooks;
     }
     for (auto& [id, hook] : hooks) hook();
 }
 
 uint64_t addSettleHook(SettleHook hook) {
-    std::lock_guard<std::mutex> settling(settleMutex());
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock settling(settleMutex());
+    threadsafety::MutexLock lock(state().mutex);
     const uint64_t id = state().nextHookId++;
     state().settleHooks.emplace(id, std::move(hook));
     return id;
 }
 
 void removeSettleHook(uint64_t id) {
-    std::lock_guard<std::mutex> settling(settleMutex());
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock settling(settleMutex());
+    threadsafety::MutexLock lock(state().mutex);
     state().settleHooks.erase(id);
 }
 
 void setSamplerMode(SamplerMode mode) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().mode = mode;
 }
 
 SamplerMode samplerMode() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     return state().mode;
 }
 
 void setInteractiveSource(std::function<bool(int64_t)> interactive) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().interactive = std::move(interactive);
 }
 
 bool interactiveAt(int64_t deviceNs) {
     std::function<bool(int64_t)> interactive;
     {
-        std::lock_guard<std::mutex> lock(state().mutex);
+        threadsafety::MutexLock lock(state().mutex);
         interactive = state().interactive;
     }
     return interactive ? interactive(deviceNs) : true;
 }
 
 void setScriptedReadings(std::vector<Reading> readings) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().scripted.assign(std::make_move_iterator(readings.begin()),
                             std::make_move_iterator(readings.end()));
 }
 
 void setScriptedThreadNames(std::map<int32_t, std::string> names) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().threadNames = std::move(names);
 }
 
 std::optional<Reading> takeScriptedReading() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     if (state().scripted.empty()) return std::nullopt;
     Reading next = std::move(state().scripted.front());
     state().scripted.pop_front();
@@ -179,28 +180,28 @@ std::optional<Reading> takeScriptedReading() {
 }
 
 std::string scriptedThreadName(int32_t tid) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     const auto it = state().threadNames.find(tid);
     return it == state().threadNames.end() ? std::string() : it->second;
 }
 
 void setHooks(const Hooks& hooks) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().hooks = hooks;
 }
 
 Hooks hooks() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     return state().hooks;
 }
 
 Observations observations() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     return state().seen;
 }
 
 void resetObservations() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     const int listeners = state().seen.registeredListeners;
     const int64_t outstanding = state().seen.outstandingAllocations;
     state().seen = Observations{};
@@ -210,37 +211,37 @@ void resetObservations() {
 }
 
 void recordCreate(int64_t version) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().seen.createVersions.push_back(version);
 }
 
 void recordDestroy(const char* function, int64_t version, const void* object) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().seen.destroyCalls.push_back({function, version, object});
 }
 
 void recordListenerCountChange(int delta) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().seen.registeredListeners += delta;
 }
 
 void recordAllocation(int delta) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().seen.outstandingAllocations += delta;
 }
 
 void recordSessionBegun(SessionConfiguration configuration) {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     state().seen.sessionsBegun.push_back(std::move(configuration));
 }
 
 void recordSessionEnded() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     ++state().seen.sessionsEnded;
 }
 
 void recordProfileBufferRead() {
-    std::lock_guard<std::mutex> lock(state().mutex);
+    threadsafety::MutexLock lock(state().mutex);
     ++state().seen.profileBufferReads;
 }
 

@@ -180,7 +180,10 @@ TEST_F(CpuStatsTest, HeartbeatCycleOfFiveMinutesWithABurstInTheLastMinute) {
     EXPECT_EQ(heartbeat->detail, "300.000000 seconds");
     EXPECT_FALSE(Vistrel::inLastMinute_);
     EXPECT_EQ(rateMs(), 240000);
-    EXPECT_EQ(cpu.lastHeartbeatNs, 300 * kSecondNs + 7) << "a second, fresh clock reading";
+    {
+        threadsafety::MutexLock lock(cpu.heartbeatMutex);
+        EXPECT_EQ(cpu.lastHeartbeatNs, 300 * kSecondNs + 7) << "a second, fresh clock reading";
+    }
     // acquire, then 239.9, 240, 250..290 (five), 299.9 and 300
     EXPECT_EQ(sim::sdk::observations().profileBufferReads, 10);
     EXPECT_FALSE(sampleAt(539.0).has_value());

@@ -7,12 +7,12 @@
 // throttling notifications for sensors "storm-0", "storm-1", ... until `total` have been sent.
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ThermalHal.h"
+#include "ThreadSafety.h"
 #include "hostplatform/HwBinderThreadPool.h"
 
 namespace testing_support {
@@ -93,32 +93,33 @@ class RecordingThermalCallback : public android::hardware::thermal::V2_0::ITherm
 public:
     using Temperature = android::hardware::thermal::V2_0::Temperature;
 
-    android::hardware::Return<void> notifyThrottling(const Temperature& temperature) override {
-        std::lock_guard<std::mutex> lock(mutex_);
+    android::hardware::Return<void> notifyThrottling(const Temperature& temperature) override
+            EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
         received_.push_back(temperature);
         offCreatorThread_ += std::this_thread::get_id() != creator_;
         return android::hardware::Void();
     }
     // "name:severity" of everything received once the one-way calls sent so far have arrived.
-    std::vector<std::string> received() {
+    std::vector<std::string> received() EXCLUDES(mutex_) {
         hostplatform::waitForOnewayTransactions();
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         std::vector<std::string> texts;
         for (const auto& t : received_) {
             texts.push_back(std::string(t.name) + ":" + toString(t.throttlingStatus));
         }
         return texts;
     }
-    int offCreatorThread() {
+    int offCreatorThread() EXCLUDES(mutex_) {
         hostplatform::waitForOnewayTransactions();
-        std::lock_guard<std::mutex> lock(mutex_);
+        threadsafety::MutexLock lock(mutex_);
         return offCreatorThread_;
     }
 
 private:
-    std::mutex mutex_;
-    std::vector<Temperature> received_;
-    int offCreatorThread_ = 0;
+    threadsafety::Mutex mutex_;
+    std::vector<Temperature> received_ GUARDED_BY(mutex_);
+    int offCreatorThread_ GUARDED_BY(mutex_) = 0;
     const std::thread::id creator_ = std::this_thread::get_id();
 };
 

@@ -4,12 +4,13 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
+
+#include "ThreadSafety.h"
 
 namespace {
 
-std::mutex g_mutex;
-std::vector<logcapture::Entry> g_entries;
+threadsafety::Mutex g_mutex;
+std::vector<logcapture::Entry> g_entries GUARDED_BY(g_mutex);
 
 int record(int priority, const char* tag, const char* format, va_list args) {
     va_list copy;
@@ -18,7 +19,7 @@ int record(int priority, const char* tag, const char* format, va_list args) {
     va_end(copy);
     std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
     if (length > 0) vsnprintf(text.data(), text.size() + 1, format, args);
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     g_entries.push_back({priority, tag == nullptr ? "" : tag, std::move(text)});
     return 1;
 }
@@ -41,17 +42,17 @@ extern "C" int __android_log_print(int priority, const char* tag, const char* fo
 namespace logcapture {
 
 std::vector<Entry> entries() {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     return g_entries;
 }
 
 void clear() {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     g_entries.clear();
 }
 
 size_t count(int priority, const std::string& tag, const std::string& text) {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    threadsafety::MutexLock lock(g_mutex);
     size_t n = 0;
     for (const auto& e : g_entries) n += (e.priority == priority && e.tag == tag && e.text == text);
     return n;

@@ -4,11 +4,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Provider.h"
+#include "ThreadSafety.h"
 #include "hostplatform/HwBinderThreadPool.h"
 
 namespace testing_support {
@@ -17,19 +17,19 @@ struct RecordedPushes {
     Vistrel::NotificationRouter router() {
         return [this, token = token](const std::string& name, const std::string& detail,
                                      bool force) {
-            std::lock_guard<std::mutex> lock(mutex);
+            threadsafety::MutexLock lock(mutex);
             seen.push_back(name + "/" + detail + (force ? "/force" : ""));
         };
     }
     // Everything pushed, once the one-way calls sent so far have arrived.
-    std::vector<std::string> delivered() {
+    std::vector<std::string> delivered() EXCLUDES(mutex) {
         hostplatform::waitForOnewayTransactions();
-        std::lock_guard<std::mutex> lock(mutex);
+        threadsafety::MutexLock lock(mutex);
         return seen;
     }
 
-    std::mutex mutex;
-    std::vector<std::string> seen;
+    threadsafety::Mutex mutex;
+    std::vector<std::string> seen GUARDED_BY(mutex);
     std::shared_ptr<int> token = std::make_shared<int>(0);
 };
 

@@ -16,12 +16,15 @@
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
 
+#include "hostplatform/HidlServiceInterface.h"
+
 namespace android {
 namespace hardware {
 namespace health {
 namespace V2_0 {
 
-struct IHealth : public ::android::hidl::base::V1_0::IBase {
+struct IHealth
+    : public ::hostplatform::ServiceInterface<IHealth, ::android::hidl::base::V1_0::IBase> {
     static const char* descriptor;  // "android.hardware.health@2.0::IHealth"
 
     virtual ::android::hardware::Return<Result> registerCallback(
@@ -56,46 +59,6 @@ struct IHealth : public ::android::hidl::base::V1_0::IBase {
     virtual ::android::hardware::Return<void> getHealthInfo(getHealthInfo_cb _hidl_cb) = 0;
 
     ::android::hardware::Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override;
-
-    static ::android::hardware::Return<::android::sp<IHealth>> castFrom(
-            const ::android::sp<IHealth>& parent, bool emitError = false);
-    static ::android::hardware::Return<::android::sp<IHealth>> castFrom(
-            const ::android::sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
-
-    // The registered instance, or null. Keep every overload: without the const char[] one,
-    // getService("default") would bind to getService(bool) and mean getStub = true.
-    static ::android::sp<IHealth> getService(const std::string& serviceName = "default",
-                                             bool getStub = false);
-    static ::android::sp<IHealth> getService(const char serviceName[], bool getStub = false) {
-        const std::string name(serviceName == nullptr ? "" : serviceName);
-        return getService(name, getStub);
-    }
-    static ::android::sp<IHealth> getService(const ::android::hardware::hidl_string& serviceName,
-                                             bool getStub = false) {
-        const std::string name(serviceName.c_str());
-        return getService(name, getStub);
-    }
-    static ::android::sp<IHealth> getService(bool getStub) {
-        return getService("default", getStub);
-    }
-    // The host registry never blocks, so these answer as getService() does.
-    static ::android::sp<IHealth> tryGetService(const std::string& serviceName = "default",
-                                                bool getStub = false);
-    static ::android::sp<IHealth> tryGetService(const char serviceName[], bool getStub = false) {
-        const std::string name(serviceName == nullptr ? "" : serviceName);
-        return tryGetService(name, getStub);
-    }
-    static ::android::sp<IHealth> tryGetService(const ::android::hardware::hidl_string& serviceName,
-                                                bool getStub = false) {
-        const std::string name(serviceName.c_str());
-        return tryGetService(name, getStub);
-    }
-    static ::android::sp<IHealth> tryGetService(bool getStub) {
-        return tryGetService("default", getStub);
-    }
-
-    // Server side: registers this object under `serviceName` in the host registry.
-    ::android::status_t registerAsService(const std::string& serviceName = "default");
 };
 
 }  // namespace V2_0

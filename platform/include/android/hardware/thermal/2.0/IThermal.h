@@ -2,7 +2,7 @@
 // temperatures and cooling devices by type, thresholds and throttling callbacks. Every method
 // answers through a callback that runs before the call returns (ThermalStatus is a struct, so
 // even registration reports through one). getService() looks the instance up in the host
-// service registry (see hostplatform/HidlServices.h).
+// service registry (see hostplatform/HidlServiceInterface.h).
 #pragma once
 
 #include <functional>
@@ -17,12 +17,15 @@
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
 
+#include "hostplatform/HidlServiceInterface.h"
+
 namespace android {
 namespace hardware {
 namespace thermal {
 namespace V2_0 {
 
-struct IThermal : public ::android::hardware::thermal::V1_0::IThermal {
+struct IThermal
+    : public ::hostplatform::ServiceInterface<IThermal, ::android::hardware::thermal::V1_0::IThermal> {
     static const char* descriptor;  // "android.hardware.thermal@2.0::IThermal"
 
     // With filterType false, `type` is ignored and every sensor or device is listed.
@@ -55,48 +58,6 @@ struct IThermal : public ::android::hardware::thermal::V1_0::IThermal {
             bool filterType, CoolingType type, getCurrentCoolingDevices_cb _hidl_cb) = 0;
 
     ::android::hardware::Return<void> interfaceChain(interfaceChain_cb _hidl_cb) override;
-
-    static ::android::hardware::Return<::android::sp<IThermal>> castFrom(
-            const ::android::sp<IThermal>& parent, bool emitError = false);
-    static ::android::hardware::Return<::android::sp<IThermal>> castFrom(
-            const ::android::sp<::android::hardware::thermal::V1_0::IThermal>& parent,
-            bool emitError = false);
-    static ::android::hardware::Return<::android::sp<IThermal>> castFrom(
-            const ::android::sp<::android::hidl::base::V1_0::IBase>& parent, bool emitError = false);
-
-    // The registered instance, or null. Keep every overload: without the const char[] one,
-    // getService("default") would bind to getService(bool) and mean getStub = true.
-    static ::android::sp<IThermal> getService(const std::string& serviceName = "default",
-                                              bool getStub = false);
-    static ::android::sp<IThermal> getService(const char serviceName[], bool getStub = false) {
-        const std::string name(serviceName == nullptr ? "" : serviceName);
-        return getService(name, getStub);
-    }
-    static ::android::sp<IThermal> getService(const ::android::hardware::hidl_string& serviceName,
-                                              bool getStub = false) {
-        const std::string name(serviceName.c_str());
-        return getService(name, getStub);
-    }
-    static ::android::sp<IThermal> getService(bool getStub) {
-        return getService("default", getStub);
-    }
-    static ::android::sp<IThermal> tryGetService(const std::string& serviceName = "default",
-                                                 bool getStub = false);
-    static ::android::sp<IThermal> tryGetService(const char serviceName[], bool getStub = false) {
-        const std::string name(serviceName == nullptr ? "" : serviceName);
-        return tryGetService(name, getStub);
-    }
-    static ::android::sp<IThermal> tryGetService(const ::android::hardware::hidl_string& serviceName,
-                                                 bool getStub = false) {
-        const std::string name(serviceName.c_str());
-        return tryGetService(name, getStub);
-    }
-    static ::android::sp<IThermal> tryGetService(bool getStub) {
-        return tryGetService("default", getStub);
-    }
-
-    // Server side: registers this object under `serviceName` as a 2.0 and as a 1.0 service.
-    ::android::status_t registerAsService(const std::string& serviceName = "default");
 };
 
 }  // namespace V2_0
