@@ -128,6 +128,14 @@ void Host::sampleOne(size_t index, int64_t atNs) {
         notification = hosted.provider->sample(clock_);
     }
     summary_.countSample(index);
+    if (hosted.reading) {
+        std::optional<json> read;
+        {
+            const threadsafety::MutexLock serialised(locks_[index]->mutex);  // a read of its fields
+            read = hosted.reading();
+        }
+        if (read) output_.write(clock_.deviceNs(), name, "sample", *read, name);
+    }
     if (notification) {
         summary_.countNotification(index, notification->name);
         route(name, "notification", notification->name, notification->detail);

@@ -62,6 +62,8 @@ struct Arguments {
     std::optional<std::string> openMetrics;
     std::optional<std::string> startTime;
     std::optional<std::string> device;
+    std::string summary;
+    bool samples = false;
 };
 
 // What is wrong with a command line, or nothing.
@@ -148,6 +150,12 @@ void declareOptions(CLI::App& app, Arguments& a) {
                    "Time of device time 0 in the --openmetrics file, RFC 3339 (default: the run "
                    "ends now)");
     app.add_option("--device", a.device, "Label every series of the --openmetrics file device=NAME");
+    app.add_option("--summary", a.summary,
+                   "Also write the run summary and every provider's last record to FILE as one "
+                   "JSON document (scripts/compare-runs compares two)");
+    app.add_flag("--samples", a.samples,
+                 "Also print what each sample read: battery current and voltage, every "
+                 "temperature and cooling device, system memory (\"sample\" lines)");
 }
 
 std::optional<int> logPriority(const std::string& level) {
@@ -202,6 +210,8 @@ Problem checkRun(const Arguments& a, RunConfig& c) {
     if (auto problem = parseDurationInto(a.snapshotEvery, &c.snapshotEveryNs)) return problem;
     c.json = a.json;
     c.tracePath = a.trace;
+    c.summaryPath = a.summary;
+    c.printSamples = a.samples;
     const auto priority = logPriority(a.logLevel);
     if (!priority) return "bad log level '" + a.logLevel + "'";
     c.logPriority = *priority;
@@ -368,6 +378,31 @@ Problem checkExport(const Arguments& a, RunConfig& c) {
     return std::nullopt;
 }
 
+// Options that only say where output goes, left out of the run's description.
+bool isOutputPath(const std::string& option) {
+    return option == "--summary" || option == "--trace";
+}
+
+nlohmann::ordered_json describeRun(const CLI::App& app, const RunConfig& c) {
+    using json = nlohmann::ordered_json;
+    json given = json::object();
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() == 0 || isOutputPath(name)) continue;
+        const auto& values = option->results();
+        given[name] = values.size() == 1 ? json(values.front()) : json(values);
+    }
+    json properties = json::object();
+    for (const auto& [name, value] : c.properties) properties[name] = value;
+    const bool live = c.headset.sampler == sim::sdk::SamplerMode::Live;
+    return json{{"mode", c.timing == RunConfig::Timing::Real ? "real" : "simulated"},
+                {"durationNs", c.durationNs},
+                {"snapshotEveryNs", c.snapshotEveryNs},
+                {"sampler", live ? "live" : "simulated"},
+                {"properties", properties},
+                {"options", given}};
+}
+
 ParseExit usageExit(const std::string& message) {
     return {2, "vistrel-host: " + message + "\nRun with --help for more information.\n"};
 }
@@ -396,6 +431,7 @@ std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* arg
     if (!problem) problem = checkHeadset(a, c);
     if (!problem) problem = checkExport(a, c);
     if (problem) return usageExit(*problem);
+    c.description = describeRun(app, c);
     return c;
 }
 

@@ -11,7 +11,9 @@
 #include <variant>
 #include <vector>
 
+#include <nlohmann/json.hpp>
 #include "ExportOptions.h"
+
 #include "Headset.h"
 #include "Output.h"
 #include "Providers.h"
@@ -25,8 +27,14 @@ struct RunConfig {
     int64_t snapshotEveryNs = 0;
     bool json = false;
     TimelineFilter filter;
-    int logPriority = 0;    // lowest liblog priority shown
-    std::string tracePath;  // empty: no trace
+    int logPriority = 0;        // lowest liblog priority shown
+    std::string tracePath;      // empty: no trace
+    std::string summaryPath;    // empty: no summary file
+    bool printSamples = false;  // a "sample" line with what each sample read (HostedProvider)
+    // The run as given, for the summary file and the first JSON line: "mode", "durationNs",
+    // "snapshotEveryNs", "sampler", "properties" (every property set) and "options" (each option
+    // on the command line with its values, output paths left out).
+    nlohmann::ordered_json description;
 
     // Provider class names to run, in the host's order; empty runs every provider.
     std::vector<std::string> providers;

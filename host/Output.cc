@@ -93,7 +93,8 @@ bool Output::shown(const Line& line) const {
 }
 
 bool Output::foldedLocked(const Line& line) {
-    if (!filter_.fold) return false;
+    // What a sample read comes between its owner's notifications without breaking a fold.
+    if (!filter_.fold || line.event == "sample") return false;
     const bool notification = line.event == "notification";
     if (notification) {
         const auto found = folds_.find(line.owner);

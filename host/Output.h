@@ -9,7 +9,8 @@
 //   only  when not empty, lines whose owner is one of these (--only);
 //   fold  a notification equal (name and detail) to the previous one its owner showed is not
 //         printed; when the owner next shows another line, or the timeline ends, one "repeated"
-//         line gives how many were folded and the device times of the first and last (--fold).
+//         line gives how many were folded and the device times of the first and last (--fold);
+//         "sample" lines neither fold nor end a fold.
 #pragma once
 
 #include <cstdint>

@@ -74,6 +74,25 @@ HostedProvider systemState(const ProviderOptions& o) {
     return hosted;
 }
 
+// Says once for each new write position of a ring whether it holds a reading not yet printed:
+// the position moves with every successful sample (forced ones included).
+class NewSlot {
+public:
+    bool operator()(int32_t filled, int32_t next) {
+        if (filled == 0 || next == seen_) return false;
+        seen_ = next;
+        return true;
+    }
+
+private:
+    int32_t seen_ = -1;
+};
+
+// The slot before `next` in a ring of `size`.
+int32_t newestSlot(int32_t next, int32_t size) {
+    return (next + size - 1) % size;
+}
+
 // Last, maximum, minimum and average of a ring.
 json statistics(float last, float max, float min, float average) {
     return json{{"last", last}, {"max", max}, {"min", min}, {"average", average}};
@@ -102,6 +121,12 @@ HostedProvider battery(const ProviderOptions& o) {
             },
             o.metrics);
     hosted.tracks = {"level", "isCharging", "currentMa/last", "voltageMv/last", "chargeCounterMah"};
+    auto* p = static_cast<Vistrel::BatteryStats*>(hosted.provider.get());
+    hosted.reading = [p, isNew = NewSlot()]() mutable -> std::optional<json> {
+        if (!isNew(p->ringCount, p->ringIndex)) return std::nullopt;
+        const int32_t slot = newestSlot(p->ringIndex, Vistrel::BatteryStats::kRingSize);
+        return json{{"currentMa", p->currentRingMa[slot]}, {"voltageMv", p->voltageRingMv[slot]}};
+    };
     return hosted;
 }
 
@@ -220,23 +245,28 @@ HostedProvider storage(const ProviderOptions& o) {
     return hosted;
 }
 
+// The figures every sample reads (meminfo, PSI), as the record holds them.
+json memoryReading(const Vistrel::SystemMemoryStats& m) {
+    return json{{"timestampMs", m.timestampMs},
+                {"readDurationMs", m.readDurationMs},
+                {"memAvailableKb", m.memAvailableKb},
+                {"memUsedKb", m.memUsedKb},
+                {"psiSomeAvg10", m.psiSomeAvg10},
+                {"psiSomeAvg60", m.psiSomeAvg60},
+                {"psiSomeAvg300", m.psiSomeAvg300},
+                {"psiFullAvg10", m.psiFullAvg10},
+                {"psiFullAvg60", m.psiFullAvg60},
+                {"psiFullAvg300", m.psiFullAvg300},
+                {"uptimeMs", m.uptimeMs}};
+}
+
 // The zram idle statistics have no caller inside the library; the host gathers them with each
 // record when mobile_vistrel_zram_idle_collector is set (this writes zram0's control file).
 HostedProvider systemMemory(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::SystemMemoryStats>(
             std::make_unique<Vistrel::SystemMemoryStats>(),
             [](Vistrel::SystemMemoryStats& m) {
-                json record = {{"timestampMs", m.timestampMs},
-                               {"readDurationMs", m.readDurationMs},
-                               {"memAvailableKb", m.memAvailableKb},
-                               {"memUsedKb", m.memUsedKb},
-                               {"psiSomeAvg10", m.psiSomeAvg10},
-                               {"psiSomeAvg60", m.psiSomeAvg60},
-                               {"psiSomeAvg300", m.psiSomeAvg300},
-                               {"psiFullAvg10", m.psiFullAvg10},
-                               {"psiFullAvg60", m.psiFullAvg60},
-                               {"psiFullAvg300", m.psiFullAvg300},
-                               {"uptimeMs", m.uptimeMs}};
+                json record = memoryReading(m);
                 if (m.getZramIdleMemStatsEnabled()) {
                     const Vistrel::ZramIdleStats* idle = m.getZramIdleMemStats();
                     record["zramIdle"] = {{"idleHistogram", idle->idleHistogram},
@@ -248,12 +278,21 @@ HostedProvider systemMemory(const ProviderOptions& o) {
             o.metrics);
     hosted.tracks = {"memAvailableKb", "memUsedKb",    "psiSomeAvg10", "psiSomeAvg60",
                      "psiSomeAvg300",  "psiFullAvg10", "psiFullAvg60", "psiFullAvg300"};
+    // sample() itself reads meminfo and PSI into these fields; a snapshot only publishes them.
+    auto* p = static_cast<Vistrel::SystemMemoryStats*>(hosted.provider.get());
+    hosted.reading = [p]() -> std::optional<json> {
+        if (!p->sampleValid) return std::nullopt;
+        return memoryReading(*p);
+    };
     return hosted;
 }
 
-// Thermal statistics rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
+// Thermal figures are rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
+double rounded(float value) {
+    return std::round(value * 100.0) / 100.0;
+}
+
 json thermalStatistics(const std::map<std::string, Vistrel::SampledData>& all) {
-    const auto rounded = [](float value) { return std::round(value * 100.0) / 100.0; };
     json byName = json::object();
     for (const auto& [name, d] : all) {
         byName[name] = {{"current", rounded(d.current)},
@@ -261,6 +300,13 @@ json thermalStatistics(const std::map<std::string, Vistrel::SampledData>& all) {
                         {"min", rounded(d.min)},
                         {"average", rounded(d.average)}};
     }
+    return byName;
+}
+
+// Slot `slot` of every ring, by sensor or device name.
+json ringSlot(const std::map<std::string, Vistrel::ThermalStats::Ring>& rings, int32_t slot) {
+    json byName = json::object();
+    for (const auto& [name, ring] : rings) byName[name] = rounded(ring[slot]);
     return byName;
 }
 
@@ -277,6 +323,14 @@ HostedProvider thermal(const ProviderOptions& o) {
     auto* p = static_cast<Vistrel::ThermalStats*>(hosted.provider.get());
     hosted.hooks["fireThrottlingNotification"] = [p] { p->fireThrottlingNotification(); };
     hosted.tracks = {"temperatures/*/current", "coolingDevices/*/current", "throttlingStatus/*"};
+    // The newest slot of each ring: what the last sample read, or what the slot kept from twelve
+    // samples before for a sensor that sample did not report.
+    hosted.reading = [p, isNew = NewSlot()]() mutable -> std::optional<json> {
+        if (!isNew(p->sampleCount, p->sampleIndex)) return std::nullopt;
+        const int32_t slot = newestSlot(p->sampleIndex, Vistrel::ThermalStats::kRingSize);
+        return json{{"temperatures", ringSlot(p->temperatureHistory, slot)},
+                    {"coolingDevices", ringSlot(p->coolingDeviceHistory, slot)}};
+    };
     return hosted;
 }
 

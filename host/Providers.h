@@ -37,6 +37,10 @@ struct HostedProvider {
     // What the host fetches after routing one of the provider's own notifications (for
     // example the packed don states after "AggregatedDonStates"); empty when nothing.
     std::function<std::optional<nlohmann::ordered_json>(const Vistrel::Notification&)> follow;
+    // What the provider's last sample read, from the state it keeps between snapshots (the
+    // newest slot of its rings, or the reading a snapshot only publishes); empty when that
+    // sample read nothing. Printed as a "sample" line with --samples; empty: never.
+    std::function<std::optional<nlohmann::ordered_json>()> reading;
     // The record fields that become counter tracks of a trace (Trace.h: recordCounters). The
     // default, "**", takes every number in the record; empty: none.
     std::vector<std::string> tracks = {"**"};

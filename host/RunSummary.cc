@@ -43,6 +43,20 @@ json rowJson(const RunSummary::Counts& c, int64_t deviceNs) {
                 {"cpuMsPerDeviceHour", msPerDeviceHour(c.cpuNs, deviceNs)}};
 }
 
+json totalJson(int64_t totalNs, int64_t deviceNs) {
+    const double perHour = msPerDeviceHour(totalNs, deviceNs);
+    return json{{"cpuMs", totalNs / kNsPerMs},
+                {"cpuMsPerDeviceHour", perHour},
+                {"budgetMsPerDeviceHour", kBudgetMsPerDeviceHour},
+                {"percentOfBudget", perHour / kBudgetMsPerDeviceHour * 100.0}};
+}
+
+int64_t totalCpuNs(const std::vector<RunSummary::Counts>& rows) {
+    int64_t totalNs = 0;
+    for (const auto& c : rows) totalNs += c.cpuNs;
+    return totalNs;
+}
+
 }  // namespace
 
 double msPerDeviceHour(int64_t cpuNs, int64_t deviceNs) {
@@ -94,21 +108,25 @@ std::vector<RunSummary::Counts> RunSummary::rows() const {
     return all;
 }
 
+json RunSummary::toJson(int64_t deviceNs) const {
+    const std::vector<Counts> all = rows();
+    json byProvider = json::object();
+    for (const auto& c : all) byProvider[c.provider] = rowJson(c, deviceNs);
+    return json{{"deviceNs", deviceNs},
+                {"providers", byProvider},
+                {"allProviders", totalJson(totalCpuNs(all), deviceNs)}};
+}
+
 void RunSummary::print(Output& output, int64_t deviceNs) const {
     const std::vector<Counts> all = rows();
-    int64_t totalNs = 0;
-    for (const auto& c : all) totalNs += c.cpuNs;
+    const int64_t totalNs = totalCpuNs(all);
     const double perHour = msPerDeviceHour(totalNs, deviceNs);
     const double ofBudget = perHour / kBudgetMsPerDeviceHour * 100.0;
 
     if (output.isJson()) {
         for (const auto& c : all)
             output.writeUnfiltered(deviceNs, c.provider, "summary", rowJson(c, deviceNs));
-        output.writeUnfiltered(deviceNs, "all providers", "summary",
-                               json{{"cpuMs", totalNs / kNsPerMs},
-                                    {"cpuMsPerDeviceHour", perHour},
-                                    {"budgetMsPerDeviceHour", kBudgetMsPerDeviceHour},
-                                    {"percentOfBudget", ofBudget}});
+        output.writeUnfiltered(deviceNs, "all providers", "summary", totalJson(totalNs, deviceNs));
         return;
     }
     std::string table = "\nRun summary after " + formatDeviceTime(deviceNs) +

@@ -53,6 +53,9 @@ public:
     // Prints the summary after `deviceNs` of device time: a table in a text timeline; in JSON,
     // one "summary" line per row and a last one for all providers together.
     void print(Output& output, int64_t deviceNs) const EXCLUDES(mutex_);
+    // The same after `deviceNs` as one object: {"deviceNs", "providers": {row name: counts},
+    // "allProviders": CPU totals and budget}; CPU in ms and ms per device hour.
+    nlohmann::ordered_json toJson(int64_t deviceNs) const EXCLUDES(mutex_);
 
 private:
     mutable threadsafety::Mutex mutex_;

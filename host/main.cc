@@ -21,6 +21,7 @@
 #include "Output.h"
 #include "Providers.h"
 #include "StopSignals.h"
+#include "SummaryFile.h"
 #include "TimelineLog.h"
 #include "Trace.h"
 #include "TriggerReports.h"
@@ -80,10 +81,22 @@ int run(const host::RunConfig& config) {
     sim::Headset headset(config.headset, [&clock] { return clock.deviceNs(); });
 
     auto providers = host::makeProviders(config.providerOptions, config.providers);
+    if (!config.printSamples) {
+        for (auto& hosted : providers) hosted.reading = nullptr;
+    }
     std::unique_ptr<host::TraceWriter> trace;
     if (!config.tracePath.empty() && !(trace = openTrace(config.tracePath, providers, output))) {
         return 2;
     }
+    std::unique_ptr<host::SummaryFile> summaryFile;
+    if (!config.summaryPath.empty()) {
+        std::string error;
+        if (!(summaryFile = host::SummaryFile::open(config.summaryPath, &error))) {
+            return usageError(error);
+        }
+        summaryFile->follow(output);
+    }
+    if (config.json) output.writeUnfiltered(0, "host", "run", config.description);
     host::Host host(clock, output, headset, std::move(providers), config.snapshotEveryNs);
     host::TimelineLog log(output, clock, host.summary(), config.logPriority);
     for (const int64_t at : config.fireThrottlingAtNs) {
@@ -99,14 +112,20 @@ int run(const host::RunConfig& config) {
     }
 #endif
     stopSignals.deliverTo([&host](int signal) { host.requestStop(signal); });
-    const int status = host.run(config.durationNs);
+    const int64_t startNs = clock.deviceNs();
+    int status = host.run(config.durationNs);
     stopSignals.finish();
 #if VISTREL_WITH_EXPORT
     if (!exporting->finish(&error)) {
         std::cerr << "vistrel-host: " << error << "\n";
-        return 1;
+        if (status == 0) status = 1;
     }
 #endif
+    if (summaryFile &&
+        !summaryFile->write(config.description, host.summary(), clock.deviceNs() - startNs)) {
+        std::cerr << "vistrel-host: writing summary file '" << config.summaryPath << "' failed\n";
+        if (status == 0) status = 1;
+    }
     return status;
 }
 

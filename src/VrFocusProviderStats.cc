@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <thread>
 
 #include "ProviderSupport.h"
 #include "SharedOsServicesProperties.sysprop.h"
@@ -11,29 +12,49 @@ namespace {
 
 using Platkit::Focus::v5::IVrFocusManager;
 
-// The process's focus manager. Only the host's thread sets or drops it (acquireResources,
-// releaseResources, library unload), while the listener reads it on the SDK's thread without a
-// lock, even during a release (a refused unregistration leaves the listener registered). The
-// listener reads an address published atomically and takes no share, so the manager is released
-// on the host's thread when the host drops it, never on the SDK thread that is calling the
-// listener (whose destroy function may wait for that very thread).
+// The process's focus manager, a shared owning pointer that only the host's thread sets or drops
+// (acquireResources, releaseResources, library unload), while the listener reads it on the SDK's
+// thread without a lock, even during a release (a refused unregistration leaves the listener
+// registered). The listener reads through a Reading: it counts itself in, then loads the address
+// published atomically; a reset publishes the new address, then waits until no reading is in
+// flight before it drops the old manager. So a listener never uses a released manager, takes no
+// lock and no share, and the manager is always destroyed on the host's thread (the SDK's destroy
+// function may wait for the very thread that calls the listener).
 class FocusManagerHandle {
 public:
     ~FocusManagerHandle() { reset(nullptr); }
 
-    // The host's thread. The manager dropped, if any, is released after the new one is published.
+    // The host's thread.
     void reset(std::shared_ptr<IVrFocusManager> manager) {
         address_.store(manager.get());
         owner_.swap(manager);
-    }
-    // Any thread.
-    IVrFocusManager* get() const { return address_.load(); }
-    explicit operator bool() const { return get() != nullptr; }
-    IVrFocusManager* operator->() const { return get(); }
+        while (readers_.load() != 0) std::this_thread::yield();
+    }  // the earlier manager, now in `manager`, is released here
+    // The host's thread (the owner's own reads need no Reading).
+    explicit operator bool() const { return address_.load() != nullptr; }
+    IVrFocusManager* operator->() const { return address_.load(); }
+
+    // Any thread: the manager as published when the reading began, kept while the reading lives.
+    class Reading {
+    public:
+        explicit Reading(FocusManagerHandle& handle) : handle_(handle) {
+            handle_.readers_.fetch_add(1);
+            manager_ = handle_.address_.load();
+        }
+        ~Reading() { handle_.readers_.fetch_sub(1); }
+        Reading(const Reading&) = delete;
+        Reading& operator=(const Reading&) = delete;
+        IVrFocusManager* get() const { return manager_; }
+
+    private:
+        FocusManagerHandle& handle_;
+        IVrFocusManager* manager_;
+    };
 
 private:
     std::shared_ptr<IVrFocusManager> owner_;
     std::atomic<IVrFocusManager*> address_{nullptr};
+    std::atomic<int> readers_{0};
 };
 
 // Process-wide: the property check of the latest acquire, the focus manager (released at
@@ -53,7 +74,8 @@ VrTopActivityListener::~VrTopActivityListener() = default;
 void VrTopActivityListener::onTopActivityChanged(Platkit::String,
                                                  Platkit::Optional<Platkit::Focus::ImmersiveApp>) {
     threadsafety::MutexLock lock(mutex);
-    IVrFocusManager* const manager = g_vrFocusManager.get();
+    const FocusManagerHandle::Reading reading(g_vrFocusManager);
+    IVrFocusManager* const manager = reading.get();
     if (manager == nullptr) return;
     std::vector<std::string> previous;
     // The module's array, released through its own release function when this call returns.
