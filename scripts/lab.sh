@@ -94,9 +94,20 @@ endpoint_of() {
   exit 1
 }
 
+# What sets headsets apart (--seed) and gives a real-time headset its own kernel files
+# (--kernel-files), where this host has them; without, the headsets are alike and read this
+# machine's /proc and /sys.
+host_options="$("$host" --help)"
+headset_options() {
+  local i="$1"
+  [[ "$host_options" != *--seed* ]] || echo "--seed $i"
+  [ -n "$backfill" ] || [[ "$host_options" != *--kernel-files* ]] || echo "--kernel-files simulated"
+}
+[[ "$host_options" == *--seed* ]] || echo "lab: this vistrel-host has no --seed: the headsets are alike" >&2
+
 start_live_headsets() {
   for i in $(seq "$count"); do
-    "$host" --real 100000h --seed "$i" --kernel-files simulated --sampler simulated \
+    "$host" --real 100000h $(headset_options "$i") --sampler simulated \
       --snapshot-every "$snapshot_every" --metrics-listen 127.0.0.1:0 --log-level warn \
       >/dev/null 2>"$lab/$(name_of "$i").err" &
     pids+=("$!")
@@ -115,7 +126,7 @@ backfill_headsets() {
   local running=0
   echo "lab: simulating $backfill of $count headsets" >&2
   for i in $(seq "$count"); do
-    "$host" --simulate "$backfill" --seed "$i" --snapshot-every "$snapshot_every" \
+    "$host" --simulate "$backfill" $(headset_options "$i") --snapshot-every "$snapshot_every" \
       --openmetrics "$lab/$(name_of "$i").om" --device "$(name_of "$i")" --log-level warn \
       >/dev/null 2>"$lab/$(name_of "$i").err" &
     running=$((running + 1))
