@@ -104,12 +104,7 @@ void printCosts(const std::string& condition, const Costs& costs) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const char* path = getenv("LD_LIBRARY_PATH");
-    const std::string modules = VISTREL_DEFAULT_SDK_DIR;
-    if (path == nullptr || std::string(path).rfind(modules, 0) != 0) {
-        setenv("LD_LIBRARY_PATH", (modules + (path ? ":" + std::string(path) : "")).c_str(), 1);
-        execv("/proc/self/exe", argv);  // the loader reads the path only at start-up
-    }
+    benchsupport::searchModulesIn(VISTREL_DEFAULT_SDK_DIR, argv);
     hostplatform::setProperty("enable_fg_apps_cpu_events", "true");
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

@@ -24,6 +24,28 @@ std::vector<std::string> namesOf(const std::vector<HostedProvider>& providers) {
 
 }  // namespace
 
+// One call into a provider: holds the provider's lock for its span and counts it as a
+// ProviderCall (the lock is taken first, so waiting for it is not the provider's time).
+class SCOPED_CAPABILITY Host::LockedCall {
+public:
+    LockedCall(threadsafety::Mutex& mutex, RunSummary& summary, size_t provider,
+               ProviderCall::Cost cost = ProviderCall::Cost::Steady) ACQUIRE(mutex)
+        : mutex_(mutex) {
+        mutex_.lock();
+        call_.emplace(summary, provider, cost);
+    }
+    ~LockedCall() RELEASE() {
+        call_.reset();
+        mutex_.unlock();
+    }
+    LockedCall(const LockedCall&) = delete;
+    LockedCall& operator=(const LockedCall&) = delete;
+
+private:
+    threadsafety::Mutex& mutex_;
+    std::optional<ProviderCall> call_;
+};
+
 Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
            std::vector<HostedProvider> providers, int64_t snapshotEveryNs)
     : clock_(clock),
@@ -37,12 +59,25 @@ Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
       snapshotAtNs_(providers_.size(), kNever),
       samplesSinceRecord_(providers_.size(), 0) {
     output_.setProviderNames(namesOf(providers_));
+    for (size_t i = 0; i < providers_.size(); ++i)
+        locks_.push_back(std::make_unique<ProviderLock>());
+}
+
+void Host::exportRecords(RenderedRecord rendered) {
+    exportRecords_ = true;
+    rendered_ = std::move(rendered);
+}
+
+metrics::Families Host::exportedRecord(size_t index) const {
+    const ProviderLock& lock = *locks_[index];
+    const threadsafety::MutexLock serialised(lock.mutex);
+    return lock.exported;
 }
 
 void Host::acquireAll() {
     for (size_t i = 0; i < providers_.size(); ++i) {
         Vistrel::Provider& p = *providers_[i].provider;
-        const ProviderCall call(summary_, i, ProviderCall::Cost::OneOff);
+        const LockedCall call(locks_[i]->mutex, summary_, i, ProviderCall::Cost::OneOff);
         // The host's calling order: name, sampling period, then acquire.
         const std::string name = p.name();
         const auto period = p.sampleRate();
@@ -66,7 +101,7 @@ void Host::releaseAll() {
         const std::string name = providers_[i].provider->name();
         bool ok;
         {
-            const ProviderCall call(summary_, i, ProviderCall::Cost::OneOff);
+            const LockedCall call(locks_[i]->mutex, summary_, i, ProviderCall::Cost::OneOff);
             ok = providers_[i].provider->releaseResources();
         }
         output_.write(name, "release", json{{"ok", ok}}, name);
@@ -74,7 +109,7 @@ void Host::releaseAll() {
     drainPushes();  // listeners may push while they stop
     // Destroys every provider through its virtual destructor.
     for (size_t i = 0; i < providers_.size(); ++i) {
-        const ProviderCall call(summary_, i, ProviderCall::Cost::OneOff);
+        const LockedCall call(locks_[i]->mutex, summary_, i, ProviderCall::Cost::OneOff);
         providers_[i].provider.reset();
     }
     providers_.clear();
@@ -84,7 +119,7 @@ void Host::route(const std::string& source, const std::string& event, const std:
                  const std::string& detail) {
     output_.write(source, event, json{{"name", name}, {"detail", detail}}, source);
     for (size_t i = 0; i < providers_.size(); ++i) {
-        const ProviderCall call(summary_, i);
+        const LockedCall call(locks_[i]->mutex, summary_, i);
         providers_[i].provider->notify(name, detail, clock_);
     }
 }
@@ -94,14 +129,18 @@ void Host::sampleOne(size_t index, int64_t atNs) {
     const std::string name = hosted.provider->name();
     std::optional<Vistrel::Notification> notification;
     {
-        const ProviderCall call(summary_, index);
+        const LockedCall call(locks_[index]->mutex, summary_, index);
         notification = hosted.provider->sample(clock_);
     }
     summary_.countSample(index);
     ++samplesSinceRecord_[index];
     if (hosted.reading) {
-        if (auto read = hosted.reading())
-            output_.write(name, "sample", *read, name);
+        std::optional<json> read;
+        {
+            const threadsafety::MutexLock serialised(locks_[index]->mutex);  // a read of its fields
+            read = hosted.reading();
+        }
+        if (read) output_.write(name, "sample", *read, name);
     }
     if (notification) {
         summary_.countNotification(index, notification->name);
@@ -109,7 +148,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
         if (hosted.follow) {
             std::optional<json> fetched;
             {
-                const ProviderCall call(summary_, index);
+                const LockedCall call(locks_[index]->mutex, summary_, index);
                 fetched = hosted.follow(*notification);
             }
             if (fetched) output_.write(name, "fetch", *fetched, name);
@@ -118,7 +157,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
     }
     std::optional<std::chrono::milliseconds> period;
     {
-        const ProviderCall call(summary_, index);
+        const LockedCall call(locks_[index]->mutex, summary_, index);
         period = hosted.provider->sampleRate();  // may change after every sample
     }
     if (period && period->count() > 0) {
@@ -130,17 +169,34 @@ void Host::sampleOne(size_t index, int64_t atNs) {
 
 void Host::snapshotOne(size_t index, bool force) {
     HostedProvider& hosted = providers_[index];
+    ProviderLock& lock = *locks_[index];
     bool refreshed;
+    json record;
     {
-        const ProviderCall call(summary_, index);
-        refreshed = hosted.provider->snapshot(clock_, force);
+        const threadsafety::MutexLock serialised(lock.mutex);
+        {
+            const ProviderCall call(summary_, index);
+            refreshed = hosted.provider->snapshot(clock_, force);
+        }
+        summary_.countSnapshot(index, refreshed);
+        if (refreshed) record = readRecord(index, lock);
     }
-    summary_.countSnapshot(index, refreshed);
     snapshotAtNs_[index] = stepNs_;
     if (!refreshed) return;
     samplesSinceRecord_[index] = 0;
     const std::string name = hosted.provider->name();
-    output_.write(name, "record", hosted.record ? hosted.record() : json::object(), name);
+    output_.write(name, "record", record, name);
+}
+
+json Host::readRecord(size_t index, ProviderLock& lock) {
+    const HostedProvider& hosted = providers_[index];
+    if (exportRecords_ && hosted.metrics) {
+        if (auto families = hosted.metrics()) {
+            lock.exported = std::move(*families);
+            if (rendered_) rendered_(index, clock_.deviceNs(), lock.exported);
+        }
+    }
+    return hosted.record ? hosted.record() : json::object();
 }
 
 void Host::snapshotPeriodic() {
@@ -219,7 +275,7 @@ void Host::callHooksDueAt(int64_t ns) {
         }
         const std::string name = providers_[due.provider].provider->name();
         output_.write(name, "hook", json{{"name", due.hook}}, name);
-        const ProviderCall call(summary_, due.provider);
+        const LockedCall call(locks_[due.provider]->mutex, summary_, due.provider);
         due.call();
     }
 }

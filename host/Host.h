@@ -21,16 +21,20 @@
 // simulated runs are deterministic.
 //
 // Every call into a provider is a ProviderCall: the run summary counts the provider's samples,
-// notifications, pushes, snapshots and CPU time, and prints its table when the run ends.
+// notifications, pushes, snapshots and CPU time, and prints its table when the run ends. Every
+// call into a provider, and every read of its record, holds that provider's lock, so that other
+// threads (metric scrapes) can read what the host kept of its last record without racing it.
 #pragma once
 
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "Headset.h"
 #include "HostClock.h"
+#include "MetricFamilies.h"
 #include "Output.h"
 #include "Providers.h"
 #include "RunSummary.h"
@@ -67,6 +71,19 @@ public:
     // Counted as the run goes; complete once run() has returned.
     RunSummary& summary() { return summary_; }
 
+    // Called on the driving thread with each record the host renders as metric families.
+    using RenderedRecord =
+            std::function<void(size_t provider, int64_t deviceNs, const metrics::Families&)>;
+    // Turns on metric export (before run()): after each successful snapshot of a provider with
+    // HostedProvider::metrics, the host renders its record, keeps the families (exportedRecord)
+    // and passes them to `rendered` (may be empty).
+    void exportRecords(RenderedRecord rendered);
+    // Provider `index`'s families as of its last rendered snapshot (none before one), copied
+    // under that provider's lock; from any thread while the host exists. Indexes follow the
+    // providers given to the constructor.
+    metrics::Families exportedRecord(size_t index) const;
+    size_t providerCount() const { return locks_.size(); }
+
 private:
     struct Push {
         size_t provider;
@@ -74,6 +91,13 @@ private:
         std::string detail;
         bool force;
     };
+
+    // Held around every call into one provider and every read of its record.
+    struct ProviderLock {
+        mutable threadsafety::Mutex mutex;
+        metrics::Families exported GUARDED_BY(mutex);
+    };
+    class LockedCall;
 
     struct ScheduledCall {
         int64_t atNs;
@@ -90,6 +114,9 @@ private:
     void snapshotAtEnd();
     void snapshotOne(size_t index, bool force);
     bool snapshotThisStep(size_t index) const { return snapshotAtNs_[index] == stepNs_; }
+    // The record the host prints after a successful snapshot; with export on, also renders and
+    // keeps the provider's families and passes them on (exportRecords). Holding its lock.
+    nlohmann::ordered_json readRecord(size_t index, ProviderLock& lock) REQUIRES(lock.mutex);
     void route(const std::string& source, const std::string& event, const std::string& name,
                const std::string& detail);
     void enqueuePush(size_t provider, const std::string& name, const std::string& detail,
@@ -116,6 +143,9 @@ private:
     int64_t stepNs_ = 0;                 // the device time of the step being run
     std::vector<int64_t> snapshotAtNs_;  // the step of each provider's last snapshot
     std::vector<int64_t> samplesSinceRecord_;
+    std::vector<std::unique_ptr<ProviderLock>> locks_;  // by provider index
+    bool exportRecords_ = false;
+    RenderedRecord rendered_;
 
     // Pushes arrive on any thread; everything else here is the driving thread's.
     threadsafety::Mutex pushMutex_;

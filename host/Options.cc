@@ -58,6 +58,13 @@ struct Arguments {
     bool fold = false;
     bool noFold = false;
     std::string trace;
+    // Given (even empty) or not.
+    std::optional<std::string> metricsListen;
+    std::optional<std::string> metricsAuth;
+    int64_t metricsTop = metrics::RenderOptions{}.top;  // wide, so that any value gets its message
+    std::optional<std::string> openMetrics;
+    std::optional<std::string> startTime;
+    std::optional<std::string> device;
     std::string summary;
     bool samples = false;
 };
@@ -164,9 +171,24 @@ void declareTimelineOptions(CLI::App& app, Arguments& a) {
                  "Fold a notification repeating its provider's previous one into a count "
                  "(the default in the readable timeline; with --json only when asked)")
             ->excludes(app.add_flag("--no-fold", a.noFold, "Print every notification"));
+    addOption(app, "--metrics-listen", a.metricsListen,
+              "Serve the latest records at http://HOST:PORT/metrics for Prometheus: "
+              "HOST:PORT, or PORT alone for 127.0.0.1 (0: a free port)");
+    addOption(app, "--metrics-auth", a.metricsAuth,
+              "Ask scrapes for HTTP basic authentication with the user:password line of FILE");
+    addOption(app, "--metrics-top", a.metricsTop,
+              "Series kept per process, thread, feature or application family (default " +
+                      std::to_string(a.metricsTop) + ")");
+    addOption(app, "--openmetrics", a.openMetrics,
+              "Also write every snapshot's metrics to FILE as OpenMetrics with timestamps, "
+              "for promtool tsdb create-blocks-from openmetrics");
+    addOption(app, "--start-time", a.startTime,
+              "Time of device time 0 in the --openmetrics file, RFC 3339 (default: the run "
+              "ends now)");
+    addOption(app, "--device", a.device, "Label every series of the --openmetrics file device=NAME");
     addOption(app, "--summary", a.summary,
-              "Also write the run summary and every provider's last record to FILE as one JSON "
-              "document (scripts/compare-runs compares two)");
+              "Also write the run summary and every provider's last record to FILE as one "
+              "JSON document (scripts/compare-runs compares two)");
     app.add_flag("--samples", a.samples,
                  "Also print what each sample read: battery current and voltage, every "
                  "temperature and cooling device, system memory (\"sample\" lines)");
@@ -431,6 +453,41 @@ Problem checkHeadset(const Arguments& a, RunConfig& c) {
     return std::nullopt;
 }
 
+Problem checkExport(const Arguments& a, RunConfig& c) {
+    metrics::ExportConfig& e = c.exporting;
+    if (a.metricsTop < 1 || a.metricsTop > INT32_MAX) {
+        return "--metrics-top must be 1 to 2147483647 (series per family), not " +
+               std::to_string(a.metricsTop);
+    }
+    c.providerOptions.metrics.top = static_cast<int>(a.metricsTop);
+    if ((a.metricsListen || a.openMetrics) && !VISTREL_WITH_EXPORT) {
+        return "this vistrel-host was built without the metrics exporter (VISTREL_BUILD_EXPORT)";
+    }
+    std::string error;
+    if (a.metricsListen && !(e.listen = metrics::parseListenAddress(*a.metricsListen, &error))) {
+        return "--metrics-listen: " + error;
+    }
+    if (a.metricsAuth) {
+        if (!e.listen) return "--metrics-auth needs --metrics-listen";
+        if (!(e.credentials = metrics::readCredentials(*a.metricsAuth, &error))) {
+            return "--metrics-auth: " + error;
+        }
+    }
+    if ((a.startTime || a.device) && !a.openMetrics) {
+        return "--start-time and --device describe the --openmetrics file: give one";
+    }
+    e.openMetricsPath = a.openMetrics.value_or("");
+    if (a.openMetrics && a.openMetrics->empty()) return "--openmetrics needs a file name";
+    if (a.startTime && !(e.startUnixMs = metrics::parseRfc3339(*a.startTime))) {
+        return "--start-time must be an RFC 3339 date-time from 1970 on, e.g. "
+               "2024-05-01T08:00:00Z, not '" +
+               *a.startTime + "'";
+    }
+    e.device = a.device.value_or("");
+    if (a.device && e.device.empty()) return "--device needs a name";
+    return std::nullopt;
+}
+
 // Options that only say where output goes, left out of the run's description.
 bool isOutputPath(const std::string& option) {
     return option == "--summary" || option == "--trace";
@@ -485,6 +542,7 @@ std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* arg
     if (!problem) problem = checkTimeline(a, c);
     if (!problem) problem = checkEnvironment(a, envp, c);
     if (!problem) problem = checkHeadset(a, c);
+    if (!problem) problem = checkExport(a, c);
     if (problem) return usageExit(*problem);
     c.description = describeRun(app, c);
     return c;

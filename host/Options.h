@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <nlohmann/json.hpp>
+#include "ExportOptions.h"
 
 #include "Headset.h"
 #include "Output.h"
@@ -52,6 +53,9 @@ struct RunConfig {
     std::string fsRoot;  // --root, else VISTREL_FS_ROOT: an existing directory, or empty for none
     std::string sdkDir;  // absolute path of an existing directory without ':'
     sim::HeadsetConfig headset;
+    // The live metrics endpoint and the OpenMetrics file (export/); the families' top N is in
+    // providerOptions.metrics.
+    metrics::ExportConfig exporting;
 };
 
 // How parsing ended when it yields no configuration: the text to print (on stdout when the

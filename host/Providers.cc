@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <memory>
+#include <type_traits>
 
 #include "BatteryStats.h"
 #include "BatteryStatsStates.h"
@@ -21,12 +23,20 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// Owns a provider and renders its record fields as the host reads them after a snapshot.
+// Owns a provider and renders its record fields as the host reads them after a snapshot: as
+// JSON, and as metric families by the provider's table in export/ProviderMetrics.cc.
 template <typename P>
-HostedProvider hostedWith(std::unique_ptr<P> provider, std::function<json(P&)> render) {
+HostedProvider hostedWith(std::unique_ptr<P> provider, std::function<json(P&)> render,
+                          const metrics::RenderOptions& options) {
     P* p = provider.get();
     HostedProvider hosted;
     hosted.record = [p, render] { return render(*p); };
+    // SystemStateStats' families come from the batch its `follow` fetches.
+    if constexpr (!std::is_same_v<P, Vistrel::SystemStateStats>) {
+        hosted.metrics = [p, options]() -> std::optional<metrics::Families> {
+            return metrics::render(*p, options);
+        };
+    }
     hosted.provider = std::move(provider);
     return hosted;
 }
@@ -44,13 +54,21 @@ HostedProvider systemState(const ProviderOptions& o) {
             // The words themselves are printed by `follow`; fetching them here would log them twice.
             [](Vistrel::SystemStateStats& s) {
                 return json{{"eventStartMs", s.getEventStartTime()}};
-            });
+            },
+            o.metrics);
     auto* p = static_cast<Vistrel::SystemStateStats*>(hosted.provider.get());
-    hosted.follow = [p](const Vistrel::Notification& n) -> std::optional<json> {
+    auto batch = std::make_shared<metrics::DonBatch>();
+    batch->bitsPerState = o.donBitsPerState;
+    batch->statesPerBatch = o.donStatesPerAggregate;
+    hosted.follow = [p, batch](const Vistrel::Notification& n) -> std::optional<json> {
         if (n.detail != "AggregatedDonStates") return std::nullopt;
+        batch->words = p->getDonStates();
         json words = json::array();
-        for (int64_t w : p->getDonStates()) words.push_back(hexWord(w));
+        for (int64_t w : batch->words) words.push_back(hexWord(w));
         return json{{"eventStartMs", p->getEventStartTime()}, {"donStates", words}};
+    };
+    hosted.metrics = [batch, options = o.metrics]() -> std::optional<metrics::Families> {
+        return metrics::render(*batch, options);
     };
     hosted.tracks = {};  // packed bit words: the fetch lines show them
     return hosted;
@@ -80,9 +98,10 @@ json statistics(float last, float max, float min, float average) {
     return json{{"last", last}, {"max", max}, {"min", min}, {"average", average}};
 }
 
-HostedProvider battery(const ProviderOptions&) {
+HostedProvider battery(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::BatteryStats>(
-            std::make_unique<Vistrel::BatteryStats>(), [](Vistrel::BatteryStats& b) {
+            std::make_unique<Vistrel::BatteryStats>(),
+            [](Vistrel::BatteryStats& b) {
                 return json{{"isCharging", b.isCharging},
                             {"powerSource", b.powerSource},
                             {"status", b.statusText},
@@ -99,7 +118,8 @@ HostedProvider battery(const ProviderOptions&) {
                                                      b.currentMinMa, b.currentAvgMa)},
                             {"voltageMv", statistics(b.voltageLastMv, b.voltageMaxMv,
                                                      b.voltageMinMv, b.voltageAvgMv)}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"level", "isCharging", "currentMa/last", "voltageMv/last", "chargeCounterMah"};
     auto* p = static_cast<Vistrel::BatteryStats*>(hosted.provider.get());
     hosted.reading = [p, isNew = NewSlot()]() mutable -> std::optional<json> {
@@ -124,9 +144,10 @@ const char* batteryStateName(Vistrel::BatteryState state) {
     return "?";
 }
 
-HostedProvider batteryStates(const ProviderOptions&) {
+HostedProvider batteryStates(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::BatteryStatsStates>(
-            std::make_unique<Vistrel::BatteryStatsStates>(), [](Vistrel::BatteryStatsStates& s) {
+            std::make_unique<Vistrel::BatteryStatsStates>(),
+            [](Vistrel::BatteryStatsStates& s) {
                 return json{{"state", batteryStateName(s.currentState)},
                             {"previousState", batteryStateName(s.previousState)},
                             {"stateStartStamp", s.stateStartStamp},
@@ -142,15 +163,17 @@ HostedProvider batteryStates(const ProviderOptions&) {
                             {"previousFullChargeMah", s.previousFullChargeMah},
                             {"chargeCounterMah", s.chargeCounterMah},
                             {"previousChargeCounterMah", s.previousChargeCounterMah}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {};  // states and stamps: its notifications mark the changes
     return hosted;
 }
 
 // The process count and the heaviest few processes by resident memory.
-HostedProvider processMemory(const ProviderOptions&) {
+HostedProvider processMemory(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::ProcessMemoryStats>(
-            std::make_unique<Vistrel::ProcessMemoryStats>(), [](Vistrel::ProcessMemoryStats& p) {
+            std::make_unique<Vistrel::ProcessMemoryStats>(),
+            [](Vistrel::ProcessMemoryStats& p) {
                 constexpr size_t kShown = 3;
                 std::vector<const std::pair<const std::string, Vistrel::ProcessMemorySnapshot>*> byRss;
                 for (const auto& entry : p.snapshots) byRss.push_back(&entry);
@@ -176,41 +199,48 @@ HostedProvider processMemory(const ProviderOptions&) {
                             {"sampleDurationMs", p.sampleDurationMs},
                             {"processNames", p.snapshots.size()},
                             {"topByRss", top}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"processNames", "topByRss/*/vmRssKb"};
     return hosted;
 }
 
-HostedProvider zram(const ProviderOptions&) {
+HostedProvider zram(const ProviderOptions& o) {
     return hostedWith<Vistrel::ZramStats>(
-            std::make_unique<Vistrel::ZramStats>(), [](Vistrel::ZramStats& z) {
+            std::make_unique<Vistrel::ZramStats>(),
+            [](Vistrel::ZramStats& z) {
                 return json{
                         {"origDataSize", z.origDataSize},     {"comprDataSize", z.comprDataSize},
                         {"memUsedTotal", z.memUsedTotal},     {"memLimit", z.memLimit},
                         {"memUsedMax", z.memUsedMax},         {"samePages", z.samePages},
                         {"pagesCompacted", z.pagesCompacted}, {"hugePages", z.hugePages},
                         {"hugePagesSince", z.hugePagesSince}, {"column10", z.column10}};
-            });
+            },
+            o.metrics);
 }
 
-HostedProvider swapWrite(const ProviderOptions&) {
+HostedProvider swapWrite(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::SwapWriteStats>(
-            std::make_unique<Vistrel::SwapWriteStats>(), [](Vistrel::SwapWriteStats& s) {
+            std::make_unique<Vistrel::SwapWriteStats>(),
+            [](Vistrel::SwapWriteStats& s) {
                 return json{{"timestamp", s.timestamp}, {"swapWriteBytes", s.swapWriteBytes}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"swapWriteBytes"};
     return hosted;
 }
 
-HostedProvider storage(const ProviderOptions&) {
+HostedProvider storage(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::StorageStats>(
-            std::make_unique<Vistrel::StorageStats>(), [](Vistrel::StorageStats& s) {
+            std::make_unique<Vistrel::StorageStats>(),
+            [](Vistrel::StorageStats& s) {
                 return json{{"totalBytes", s.totalBytes},
                             {"availableBytes", s.availableBytes},
                             {"freeBytes", s.freeBytes},
                             {"lowStorage", s.lowStorage},
                             {"lastSnapshotNs", s.lastSnapshotNs}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"availableBytes", "lowStorage"};
     return hosted;
 }
@@ -232,9 +262,10 @@ json memoryReading(const Vistrel::SystemMemoryStats& m) {
 
 // The zram idle statistics have no caller inside the library; the host gathers them with each
 // record when mobile_vistrel_zram_idle_collector is set (this writes zram0's control file).
-HostedProvider systemMemory(const ProviderOptions&) {
+HostedProvider systemMemory(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::SystemMemoryStats>(
-            std::make_unique<Vistrel::SystemMemoryStats>(), [](Vistrel::SystemMemoryStats& m) {
+            std::make_unique<Vistrel::SystemMemoryStats>(),
+            [](Vistrel::SystemMemoryStats& m) {
                 json record = memoryReading(m);
                 if (m.getZramIdleMemStatsEnabled()) {
                     const Vistrel::ZramIdleStats* idle = m.getZramIdleMemStats();
@@ -243,7 +274,8 @@ HostedProvider systemMemory(const ProviderOptions&) {
                                           {"simulatedBdStat", idle->simulatedBdStat}};
                 }
                 return record;
-            });
+            },
+            o.metrics);
     hosted.tracks = {"memAvailableKb", "memUsedKb",    "psiSomeAvg10", "psiSomeAvg60",
                      "psiSomeAvg300",  "psiFullAvg10", "psiFullAvg60", "psiFullAvg300"};
     // sample() itself reads meminfo and PSI into these fields; a snapshot only publishes them.
@@ -278,14 +310,16 @@ json ringSlot(const std::map<std::string, Vistrel::ThermalStats::Ring>& rings, i
     return byName;
 }
 
-HostedProvider thermal(const ProviderOptions&) {
+HostedProvider thermal(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::ThermalStats>(
-            std::make_unique<Vistrel::ThermalStats>(), [](Vistrel::ThermalStats& t) {
+            std::make_unique<Vistrel::ThermalStats>(),
+            [](Vistrel::ThermalStats& t) {
                 return json{{"sensorsByType", t.sensorsByType},
                             {"temperatures", thermalStatistics(t.temperatureStats)},
                             {"coolingDevices", thermalStatistics(t.coolingDeviceStats)},
                             {"throttlingStatus", t.throttlingStatus}};
-            });
+            },
+            o.metrics);
     auto* p = static_cast<Vistrel::ThermalStats*>(hosted.provider.get());
     hosted.hooks["fireThrottlingNotification"] = [p] { p->fireThrottlingNotification(); };
     hosted.tracks = {"temperatures/*/current", "coolingDevices/*/current", "throttlingStatus/*"};
@@ -301,13 +335,15 @@ HostedProvider thermal(const ProviderOptions&) {
 }
 
 // The foreground applications as of the snapshot the host takes on each "ForegroundAppsStats".
-HostedProvider vrFocus(const ProviderOptions&) {
+HostedProvider vrFocus(const ProviderOptions& o) {
     using Vistrel::VrFocusProviderStats;
-    auto hosted = hostedWith<
-            VrFocusProviderStats>(std::make_unique<VrFocusProviderStats>(), [](VrFocusProviderStats&
-                                                                                       f) {
-        return json{{"foregroundApps", f.foregroundApps}, {"snapshotTimeNs", f.snapshotTimeNs}};
-    });
+    auto hosted = hostedWith<VrFocusProviderStats>(
+            std::make_unique<VrFocusProviderStats>(),
+            [](VrFocusProviderStats& f) {
+                return json{{"foregroundApps", f.foregroundApps},
+                            {"snapshotTimeNs", f.snapshotTimeNs}};
+            },
+            o.metrics);
     hosted.tracks = {};  // application names: its pushes mark the changes
     return hosted;
 }
@@ -330,9 +366,10 @@ json featureTable(const std::optional<Vistrel::FeatureStatsMap>& stats) {
 
 // The names with the highest mean rates, and both feature tables; the host snapshots CpuStats
 // right after each "ProcessCpuHeartbeat" (and with every other provider).
-HostedProvider cpu(const ProviderOptions&) {
+HostedProvider cpu(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::CpuStats>(
-            std::make_unique<Vistrel::CpuStats>(), [](Vistrel::CpuStats& c) {
+            std::make_unique<Vistrel::CpuStats>(),
+            [](Vistrel::CpuStats& c) {
                 constexpr size_t kShown = 5;
                 json top = nullptr;
                 if (c.processStats) {
@@ -360,7 +397,8 @@ HostedProvider cpu(const ProviderOptions&) {
                             {"topByMeanRate", top},
                             {"features", featureTable(c.featureStats)},
                             {"featureIds", featureTable(c.featureIdStats)}};
-            });
+            },
+            o.metrics);
     hosted.snapshotAfter = [](const Vistrel::Notification& n) {
         return n.name == "ProcessCpuHeartbeat";
     };

@@ -12,7 +12,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "MetricFamilies.h"
 #include "Provider.h"
+#include "ProviderMetrics.h"
 
 namespace host {
 
@@ -21,12 +23,17 @@ struct ProviderOptions {
     uint32_t donBitsPerState = 1;
     int32_t donStatesPerAggregate = 60;
     int64_t donSamplePeriodMs = 60000;
+    // How records are rendered as metric families (HostedProvider::metrics).
+    metrics::RenderOptions metrics;
 };
 
 struct HostedProvider {
     std::unique_ptr<Vistrel::Provider> provider;
     // The provider's record as the host reads it after a successful snapshot.
     std::function<nlohmann::ordered_json()> record;
+    // The same record as metric families (export/ProviderMetrics.h); empty when this snapshot
+    // brought no new readings and the previous families stay current.
+    std::function<std::optional<metrics::Families>()> metrics;
     // What the host fetches after routing one of the provider's own notifications (for
     // example the packed don states after "AggregatedDonStates"); empty when nothing.
     std::function<std::optional<nlohmann::ordered_json>(const Vistrel::Notification&)> follow;

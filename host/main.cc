@@ -31,6 +31,9 @@
 #include "TriggerReports.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
+#if VISTREL_WITH_EXPORT
+#include "HostExport.h"
+#endif
 
 namespace {
 
@@ -136,6 +139,15 @@ int run(const host::RunConfig& config) {
     for (const int64_t at : config.fireThrottlingAtNs) {
         host.callHookAt(at, "ThermalStats", "fireThrottlingNotification");
     }
+#if VISTREL_WITH_EXPORT
+    std::string error;
+    const auto exporting =
+            metrics::HostExport::start(config.exporting, host, config.durationNs, real, &error);
+    if (!exporting) {
+        std::cerr << "vistrel-host: " << error << "\n";
+        return host::kUsageErrorStatus;
+    }
+#endif
     writeErrors.stop(host);
     stopSignals.deliverTo([&host](int signal) { host.requestStop(128 + signal); },
                           [&trace](int signal) {
@@ -148,6 +160,9 @@ int run(const host::RunConfig& config) {
     int status = host.run(config.durationNs);
     stopSignals.finish();
     if (trace) trace->close();
+#if VISTREL_WITH_EXPORT
+    if (!exporting->finish(&error)) writeErrors.report(error);
+#endif
     if (summaryFile && !summaryFile->write(config.description, host.summary(),
                                            clock.deviceNs() - startNs, host.longestPeriodNs())) {
         writeErrors.report("cannot write summary file '" + config.summaryPath + "'");
