@@ -1,13 +1,11 @@
 #include "ProcessMemoryStats.h"
 
 #include <binder/IServiceManager.h>
-#include <dirent.h>
 #include <memoryfootprint/memory_footprint.h>
 #include <utils/String16.h>
 #include <vendor/norvik/tarnet/ITrigger.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,10 +13,10 @@
 
 #include <SharedOsServicesProperties.sysprop.h>
 
-#include "KernelFiles.h"
 #include "ProcessFiles.h"
 #include "ProviderSupport.h"
 #include "Timing.h"
+#include "procfsutils/KernelFiles.h"
 #include "procfsutils/ProcFsParser.h"
 #include "seams/Libc.h"
 
@@ -37,25 +35,21 @@ const char* procPath(int pid, const char* file, char (&path)[64]) {
     return path;
 }
 
-// The pid a /proc entry name stands for: names made only of decimal digits that fit an int.
-std::optional<int> pidOf(const char* name) {
-    const char* end = name + strlen(name);
-    if (name == end || !std::all_of(name, end, [](char c) { return c >= '0' && c <= '9'; })) {
-        return std::nullopt;
-    }
-    int pid = 0;
-    const auto result = std::from_chars(name, end, pid, 10);
-    if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
-    return pid;
-}
+// A process as /proc lists it: its directory name and the id that name stands for.
+struct ListedProcess {
+    std::string name;
+    int pid;
+};
 
-// Names of the process directories of /proc, in directory order; false when /proc cannot be
-// opened. Entries are not stat'ed: a numeric name is taken as a process.
-bool listProcessDirectories(std::vector<std::string>& names) {
-    const UniqueDirectory proc = openDirectory("/proc");
+// The process entries of /proc, in directory order; false when /proc cannot be opened. The
+// directory is closed before the scan starts. Entries are not stat'ed: a process-id name is
+// taken as a process.
+bool listProcesses(std::vector<ListedProcess>& processes) {
+    const procfsutils::UniqueDirectory proc = procfsutils::openDirectory("/proc");
     if (proc == nullptr) return false;
-    while (const struct dirent* entry = readdir(proc.get())) {
-        if (pidOf(entry->d_name)) names.emplace_back(entry->d_name);
+    procfsutils::ProcessEntry entry;
+    while (procfsutils::nextProcessEntry(proc.get(), procfsutils::ProcEntries::NamedByPid, &entry)) {
+        processes.push_back({entry.name, entry.pid});
     }
     return true;
 }
@@ -92,16 +86,16 @@ std::optional<Notification> ProcessMemoryStats::sample(IClockReader& clock) {
             halden::sysprop::SharedOsServicesProperties::mobile_vistrel_memory_extended_collector()
                     .value_or(false);
 
-    std::vector<std::string> pidNames;
-    pidNames.reserve(1024);
-    if (!listProcessDirectories(pidNames)) {
+    std::vector<ListedProcess> processes;
+    processes.reserve(1024);
+    if (!listProcesses(processes)) {
         logError("Cannot open /proc");
         return std::nullopt;
     }
 
     std::map<std::string, ProcessMemorySnapshot> scanned;
-    for (const std::string& pidName : pidNames) {
-        scanProcess(pidName, *pidOf(pidName.c_str()), memtrackOn, scanned);
+    for (const ListedProcess& process : processes) {
+        scanProcess(process.name, process.pid, memtrackOn, scanned);
     }
 
     const int64_t endNs = bootTimeNs();
@@ -154,9 +148,9 @@ void ProcessMemoryStats::scanProcess(const std::string& pidName, int pid, bool m
 std::optional<std::string> ProcessMemoryStats::getProcessName(int pid) {
     char path[64];
     char text[processfiles::kLineBytes + 1];
-    const ssize_t length = readOnce(procPath(pid, "cmdline", path), text);
-    if (length < 1) return std::nullopt;
-    const std::optional<std::string_view> program = processfiles::programName(text, length);
+    const procfsutils::FileRead read = procfsutils::readText(procPath(pid, "cmdline", path), text);
+    if (read.count < 1) return std::nullopt;
+    const std::optional<std::string_view> program = processfiles::programName(text, read.bytes());
     if (!program) return std::nullopt;
     return std::string(*program);
 }
@@ -164,7 +158,7 @@ std::optional<std::string> ProcessMemoryStats::getProcessName(int pid) {
 bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
     char path[64];
     char text[processfiles::kOomScoreAdjBytes + 1];
-    if (readOnce(procPath(pid, "oom_score_adj", path), text) < 0) {
+    if (!procfsutils::readText(procPath(pid, "oom_score_adj", path), text).opened) {
         logError("ProcessMemoryStats fail to open %s", path);
         return false;
     }
@@ -180,9 +174,8 @@ bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
 bool ProcessMemoryStats::getProcessTimeStat(int pid, ProcessMemorySnapshot& out) {
     char path[64];
     char text[processfiles::kStatBytes + 1];
-    const ssize_t length = readOnce(procPath(pid, "stat", path), text);
-    const std::optional<processfiles::StatTimes> times =
-            processfiles::statTimes(text, length < 0 ? 0 : length);
+    const procfsutils::FileRead read = procfsutils::readText(procPath(pid, "stat", path), text);
+    const std::optional<processfiles::StatTimes> times = processfiles::statTimes(text, read.bytes());
     if (!times) {
         logError("ProcessMemoryStats fail to read stats");
         return false;

@@ -7,18 +7,18 @@
 #include <cstdio>
 #include <cstring>
 
-#include "KernelFiles.h"
 #include "ProviderSupport.h"
 #include "SharedOsServicesProperties.sysprop.h"
 #include "SystemMemoryFiles.h"
 #include "Timing.h"
-#include "seams/FsRoot.h"
+#include "procfsutils/KernelFiles.h"
 #include "vistrelcore/Uptime.h"
 
 namespace Vistrel {
 namespace {
 
 namespace props = halden::sysprop::SharedOsServicesProperties;
+using procfsutils::readText;
 
 constexpr int32_t kDefaultIdleSecs = 300;
 constexpr int32_t kDefaultHistBucketSz = 60;
@@ -68,11 +68,11 @@ std::optional<Notification> SystemMemoryStats::sample(IClockReader& clock) {
 
 void SystemMemoryStats::readPsi() {
     char text[systemmemoryfiles::kFileBytes + 1];
-    const ssize_t length = readOnce(kPressurePath, text);
-    if (length < 0) logError("Failed to open memory pressure file: %s", strerror(errno));
+    const procfsutils::FileRead read = readText(kPressurePath, text);
+    if (!read.opened) logError("Failed to open memory pressure file: %s", strerror(errno));
     const systemmemoryfiles::PressureAverages psi =
-            length < 0 ? systemmemoryfiles::PressureAverages{}
-                       : systemmemoryfiles::pressureAverages(text, static_cast<size_t>(length));
+            read.opened ? systemmemoryfiles::pressureAverages(text, read.bytes())
+                        : systemmemoryfiles::PressureAverages{};
     psiFullAvg10 = psi.fullAvg10;
     psiFullAvg60 = psi.fullAvg60;
     psiFullAvg300 = psi.fullAvg300;
@@ -107,9 +107,8 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     const int32_t histBucketSz =
             props::mobile_vistrel_zram_idle_histo_bucket().value_or(kDefaultHistBucketSz);
 
-    seam::PathBuffer resolved;
     struct stat controlStat {};
-    if (stat(seam::path(kIdleControlPath, resolved), &controlStat) != 0) {
+    if (procfsutils::statPath(kIdleControlPath, &controlStat) != 0) {
         const char* reason = strerror(errno);
         logVerbose("stat failed %s: %s", kIdleControlPath, reason);
         logVerbose("zram0 histBucketSz %d idleSecs %d", histBucketSz, idleSecs);
@@ -121,7 +120,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     // the kernel after the reads, which therefore see the figures of the previous call's
     // request. Readers of zramIdle pair every set of figures with the call before, as all
     // records from the device do; flushing first would change what each record means.
-    const UniqueStream control = openStream(kIdleControlPath, "w");
+    const procfsutils::UniqueStream control = procfsutils::openStream(kIdleControlPath, "w");
     const int openErrno = errno;
     logVerbose("zram0 histBucketSz %d idleSecs %d", histBucketSz, idleSecs);
     if (control == nullptr) {
@@ -134,17 +133,17 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     }
 
     char text[systemmemoryfiles::kFileBytes + 1];
-    if (readOnce(kIdleClusterPath, text) >= 0) {
+    if (readText(kIdleClusterPath, text).opened) {
         systemmemoryfiles::summedValues(text, zramIdle.idleClusterSizes, 8);
     } else {
         logError("fopen %s: %s", kIdleClusterPath, strerror(errno));
     }
-    if (readOnce(kSimulatedBdStatPath, text) >= 0) {
+    if (readText(kSimulatedBdStatPath, text).opened) {
         systemmemoryfiles::leadingValues(text, zramIdle.simulatedBdStat, 4);
     } else {
         logError("Failed to open %s : %s", kSimulatedBdStatPath, strerror(errno));
     }
-    if (readOnce(kIdleHistoPath, text) >= 0) {
+    if (readText(kIdleHistoPath, text).opened) {
         systemmemoryfiles::summedValues(text, zramIdle.idleHistogram, 16);
     } else {
         logError("Failed to open %s : %s", kIdleHistoPath, strerror(errno));

@@ -3,14 +3,14 @@
 // /sys/block/zram0/mm_stat.
 //
 // One 32 KiB read buffer is allocated by the constructor; every later call reuses it, so a scan
-// over all processes allocates nothing. Each file is read with a single read() and closed at once.
-// Failures are a false result with the record zeroed; nothing is logged. One thread at a time.
+// over all processes allocates nothing. Each file is read with a single read() and closed at once
+// (KernelFiles.h). Failures are a false result with the record zeroed; nothing is logged. One
+// thread at a time.
 #pragma once
-
-#include <dirent.h>
 
 #include <vector>
 
+#include "procfsutils/KernelFiles.h"
 #include "procfsutils/ProcFsRecords.h"
 
 namespace procfsutils {
@@ -18,7 +18,6 @@ namespace procfsutils {
 class ProcFsParser {
 public:
     ProcFsParser();
-    ~ProcFsParser();
     ProcFsParser(const ProcFsParser&) = delete;
     ProcFsParser& operator=(const ProcFsParser&) = delete;
 
@@ -26,8 +25,8 @@ public:
     void reset();
     // True when the /proc stream is (now) open.
     bool openProcDir();
-    // Next process id in directory order; false (and *pid = 0) at the end, and on every call
-    // after that until reset().
+    // Next process id in directory order, of the entries that are directories; false (and
+    // *pid = 0) at the end, and on every call after that until reset().
     bool getNextPid(int* pid);
 
     bool getProcessStatusData(int pid, ProcessStatusData* out);
@@ -38,7 +37,13 @@ public:
     bool getZramStatData(ZramStatData* out);
 
 private:
-    DIR* procDir = nullptr;
+    // Reads a device path into the buffer with one read; the byte count, or -1.
+    ssize_t readIntoBuffer(const char* devicePath);
+    // readIntoBuffer() with a NUL after the bytes read; false when the read failed or filled the
+    // whole buffer (no room left for the NUL).
+    bool readTextIntoBuffer(const char* devicePath);
+
+    UniqueDirectory procDir;  // opened by the first enumeration call
     std::vector<char> buffer;
 };
 

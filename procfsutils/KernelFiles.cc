@@ -1,0 +1,80 @@
+// Device paths opened, read and listed under the file-system root.
+//
+//   /proc                 one directory per process, named by its id, among other entries:
+//                         "1", "612", "self" (a symlink), "net", "vmstat" (files), ...
+//   /proc/<pid>/status,   whole files taken in with one read, at most the caller's buffer:
+//   /sys/block/<dev>/stat the text formats are the parsers' (ProcFsParserInternal.cc, ...)
+#include "procfsutils/KernelFiles.h"
+
+#include <fcntl.h>
+
+#include "procfsutils/ProcFsParserInternal.h"
+#include "seams/FsRoot.h"
+#include "seams/Libc.h"
+
+namespace procfsutils {
+
+namespace {
+
+// A device path resolved under the file-system root, on the caller's stack. Every call in this
+// file that names a path takes it from here: the one place paths are resolved.
+class ResolvedPath {
+public:
+    explicit ResolvedPath(const char* devicePath) : resolved(seam::path(devicePath, buffer)) {}
+    ResolvedPath(const ResolvedPath&) = delete;
+    ResolvedPath& operator=(const ResolvedPath&) = delete;
+    const char* get() const { return resolved; }
+
+private:
+    seam::PathBuffer buffer;
+    const char* resolved;  // devicePath itself, or the text in `buffer`
+};
+
+// stat() of "/proc/<name>" reports a directory.
+bool isProcDirectory(const char* name) {
+    char path[256];
+    const int length = snprintf(path, sizeof path, "/proc/%s", name);
+    if (length < 0 || length >= static_cast<int>(sizeof path)) return false;
+    struct stat st;
+    return statPath(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+}  // namespace
+
+FileRead readFile(const char* devicePath, char* buffer, size_t size) {
+    const UniqueFd fd(open(ResolvedPath(devicePath).get(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) return {false, -1};
+    const ssize_t count = read(fd.get(), buffer, size);
+    return {true, count < 0 ? -1 : count};
+}
+
+UniqueStream openStream(const char* devicePath, const char* mode) {
+    return UniqueStream(fopen(ResolvedPath(devicePath).get(), mode));
+}
+
+UniqueDirectory openDirectory(const char* devicePath) {
+    return UniqueDirectory(opendir(ResolvedPath(devicePath).get()));
+}
+
+int statPath(const char* devicePath, struct stat* out) {
+    return stat(ResolvedPath(devicePath).get(), out);
+}
+
+int statFileSystem(const char* devicePath, struct statvfs* out) {
+    return seam::statvfs(ResolvedPath(devicePath).get(), out);
+}
+
+bool nextProcessEntry(DIR* proc, ProcEntries which, ProcessEntry* out) {
+    // At the end of the directory readdir keeps answering null: the listing stays over until the
+    // stream is rewound.
+    while (const dirent* entry = readdir(proc)) {
+        int pid;
+        if (!internal::parsePid(entry->d_name, &pid)) continue;
+        if (which == ProcEntries::PidDirectories && !isProcDirectory(entry->d_name)) continue;
+        *out = {entry->d_name, pid};
+        return true;
+    }
+    return false;
+}
+
+}  // namespace procfsutils
