@@ -26,13 +26,13 @@
 #include "BenchSupport.h"
 #include "StorageStats.h"
 #include "SwapWriteStats.h"
-#include "SystemMemoryFiles.h"
 #include "SystemMemoryStats.h"
 #include "ZramStats.h"
 #include "hostplatform/FsRoot.h"
 #include "procfsutils/KernelFiles.h"
 #include "procfsutils/ProcFsParser.h"
 #include "procfsutils/ProcFsParserInternal.h"
+#include "procfsutils/SystemMemoryFiles.h"
 
 namespace {
 
@@ -127,7 +127,7 @@ int main(int argc, char** argv) {
              }),
              floorOf(root, {"/proc/meminfo"}), 100, "-"},
             {"part: pressure read + parse vs pressure floor", benchsupport::onThisThread([] {
-                 namespace files = Vistrel::systemmemoryfiles;
+                 namespace files = procfsutils::systemmemoryfiles;
                  char text[files::kFileBytes + 1];
                  const procfsutils::FileRead read =
                          procfsutils::readText("/proc/pressure/memory", text);

@@ -9,15 +9,16 @@
 
 #include "ProviderSupport.h"
 #include "SharedOsServicesProperties.sysprop.h"
-#include "SystemMemoryFiles.h"
 #include "Timing.h"
 #include "procfsutils/KernelFiles.h"
+#include "procfsutils/SystemMemoryFiles.h"
 #include "vistrelcore/Uptime.h"
 
 namespace Vistrel {
 namespace {
 
 namespace props = halden::sysprop::SharedOsServicesProperties;
+namespace systemmemoryfiles = procfsutils::systemmemoryfiles;
 using procfsutils::readText;
 
 constexpr int32_t kDefaultIdleSecs = 300;
@@ -151,70 +152,4 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     return &zramIdle;
 }
 
-namespace systemmemoryfiles {
-namespace {
-
-// isspace() of the C locale, which is what scanf skips.
-bool isSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-}  // namespace
-
-PressureAverages pressureAverages(const char* text, size_t length) {
-    PressureAverages averages;
-    const char* const end = text + length;
-    const char* p = text;
-    for (;;) {
-        // "%4s" by hand: sscanf would end the word at a NUL, where a stream reads on.
-        while (p < end && isSpace(*p)) ++p;
-        if (p == end) break;
-        char kind[5] = {};
-        for (size_t n = 0; n < 4 && p < end && !isSpace(*p); ++n) kind[n] = *p++;
-        // The rest of the record: a NUL stops the conversions here as it stops fscanf's.
-        float avg10 = 0, avg60 = 0, avg300 = 0;
-        unsigned long total = 0;
-        int used = -1;
-        if (sscanf(p, " avg10=%f avg60=%f avg300=%f total=%lu%n", &avg10, &avg60, &avg300, &total,
-                   &used) != 4 ||
-            used < 0) {
-            break;
-        }
-        p += used;
-        if (strcmp(kind, "some") == 0) {
-            averages.someAvg10 = avg10;
-            averages.someAvg60 = avg60;
-            averages.someAvg300 = avg300;
-        } else if (strcmp(kind, "full") == 0) {
-            averages.fullAvg10 = avg10;
-            averages.fullAvg60 = avg60;
-            averages.fullAvg300 = avg300;
-        }
-    }
-    return averages;
-}
-
-void summedValues(const char* text, uint32_t* entries, size_t count) {
-    size_t filled = 0;
-    unsigned value = 0;
-    int used = 0;
-    for (const char* p = text; sscanf(p, "%u%n", &value, &used) == 1; p += used) {
-        if (filled < count) {
-            entries[filled++] = value;
-        } else {
-            entries[count - 1] += value;
-        }
-    }
-}
-
-void leadingValues(const char* text, uint64_t* entries, size_t count) {
-    unsigned long long value = 0;
-    int used = 0;
-    const char* p = text;
-    for (size_t i = 0; i < count && sscanf(p, "%llu%n", &value, &used) == 1; ++i, p += used) {
-        entries[i] = value;
-    }
-}
-
-}  // namespace systemmemoryfiles
 }  // namespace Vistrel

@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "FuzzInput.h"
-#include "ProcessFiles.h"
+#include "../memory/FuzzInput.h"
+#include "procfsutils/ProcessFiles.h"
 
 namespace {
 
-using namespace Vistrel::processfiles;
+using namespace procfsutils::processfiles;
 
 // fread of at most kLineBytes bytes, then strtok(line, " ").
 std::optional<std::string> referenceName(FILE* stream) {

@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "FuzzInput.h"
-#include "SystemMemoryFiles.h"
+#include "../memory/FuzzInput.h"
+#include "procfsutils/SystemMemoryFiles.h"
 
 namespace {
 
-using namespace Vistrel::systemmemoryfiles;
+using namespace procfsutils::systemmemoryfiles;
 
 PressureAverages referencePressure(FILE* stream) {
     PressureAverages out;
