@@ -2,11 +2,11 @@
 #include <cstdlib>
 #include <string>
 
-#include "FuzzRange.h"
+#include "FuzzInput.h"
 #include "procfsutils/ProcFsParserInternal.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const procfsfuzz::Range r = procfsfuzz::rangeOf(data, size);
+    const fuzzinput::Range r = fuzzinput::rangeOf(data, size);
     const uint64_t value = procfsutils::internal::getNumber(r.text, r.start, r.end);
     // A range without digits reads as 0.
     bool digits = false;
