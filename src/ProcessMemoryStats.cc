@@ -99,7 +99,7 @@ std::optional<Notification> ProcessMemoryStats::sample(IClockReader& clock) {
 
     const int64_t endNs = bootTimeNs();
     timestampMs = elapsedNs / kNsPerMs;
-    sampleDurationMs = static_cast<uint32_t>((endNs - startNs) / kNsPerMs);
+    sampleDurationMs = static_cast<uint32_t>(difference(endNs, startNs) / kNsPerMs);
     snapshots.swap(scanned);
     sampleValid = true;
     return Notification{"ProcessMemoryInfo", "Memory snapshot"};
