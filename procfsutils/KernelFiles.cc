@@ -1,9 +1,12 @@
-// Device paths opened, read and listed under the file-system root.
+// Device paths opened, read, stat'ed and listed under the file-system root.
 //
-//   /proc                 one directory per process, named by its id, among other entries:
-//                         "1", "612", "self" (a symlink), "net", "vmstat" (files), ...
-//   /proc/<pid>/status,   whole files taken in with one read, at most the caller's buffer:
-//   /sys/block/<dev>/stat the text formats are the parsers' (ProcFsParserInternal.cc, ...)
+//   device path            with root "/tmp/headset"              on the device
+//   /proc/612/status   ->  /tmp/headset/proc/612/status          /proc/612/status
+//   /proc                  one directory per process, named by its id (decimal), among other
+//                          entries: "1", "612", "self" (a symlink), "net", "1a", "vmstat" (a file)
+//
+// Files are taken in whole with one read(2) of at most the caller's buffer (a few bytes for
+// oom_score_adj, 32 KiB for a status file); what the bytes mean is the parsers' business.
 #include "procfsutils/KernelFiles.h"
 
 #include <fcntl.h>
