@@ -12,26 +12,10 @@
 #include <fcntl.h>
 
 #include "procfsutils/ProcFsParserInternal.h"
-#include "seams/FsRoot.h"
-#include "seams/Libc.h"
 
 namespace procfsutils {
 
 namespace {
-
-// A device path resolved under the file-system root, on the caller's stack. Every call in this
-// file that names a path takes it from here: the one place paths are resolved.
-class ResolvedPath {
-public:
-    explicit ResolvedPath(const char* devicePath) : resolved(seam::path(devicePath, buffer)) {}
-    ResolvedPath(const ResolvedPath&) = delete;
-    ResolvedPath& operator=(const ResolvedPath&) = delete;
-    const char* get() const { return resolved; }
-
-private:
-    seam::PathBuffer buffer;
-    const char* resolved;  // devicePath itself, or the text in `buffer`
-};
 
 // stat() of "/proc/<name>" reports a directory.
 bool isProcDirectory(const char* name) {
@@ -61,10 +45,6 @@ UniqueDirectory openDirectory(const char* devicePath) {
 
 int statPath(const char* devicePath, struct stat* out) {
     return stat(ResolvedPath(devicePath).get(), out);
-}
-
-int statFileSystem(const char* devicePath, struct statvfs* out) {
-    return seam::statvfs(ResolvedPath(devicePath).get(), out);
 }
 
 bool nextProcessEntry(DIR* proc, ProcEntries which, ProcessEntry* out) {

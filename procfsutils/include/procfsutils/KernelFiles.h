@@ -17,7 +17,24 @@
 #include <cstdio>
 #include <memory>
 
+#include "seams/FsRoot.h"
+#include "seams/Libc.h"
+
 namespace procfsutils {
+
+// A device path resolved under the file-system root, into a buffer on the caller's stack. Every
+// function here takes its path from one: the one place the library resolves paths.
+class ResolvedPath {
+public:
+    explicit ResolvedPath(const char* devicePath) : resolved(seam::path(devicePath, buffer)) {}
+    ResolvedPath(const ResolvedPath&) = delete;
+    ResolvedPath& operator=(const ResolvedPath&) = delete;
+    const char* get() const { return resolved; }
+
+private:
+    seam::PathBuffer buffer;
+    const char* resolved;  // devicePath itself, or the text in `buffer`
+};
 
 struct StreamCloser {
     void operator()(FILE* stream) const { fclose(stream); }
@@ -77,8 +94,11 @@ UniqueStream openStream(const char* devicePath, const char* mode);
 UniqueDirectory openDirectory(const char* devicePath);
 // stat() of a device path: 0, or -1.
 int statPath(const char* devicePath, struct stat* out);
-// statvfs() of a device path, through the libc seam (seams/Libc.h): 0, or -1.
-int statFileSystem(const char* devicePath, struct statvfs* out);
+// statvfs() of a device path, through the libc seam (seams/Libc.h): 0, or -1. Inline, as the
+// query is hardly more than the system call: an out-of-line call shows in its cost.
+inline int statFileSystem(const char* devicePath, struct statvfs* out) {
+    return seam::statvfs(ResolvedPath(devicePath).get(), out);
+}
 
 // Which entries of /proc a listing takes.
 enum class ProcEntries {
