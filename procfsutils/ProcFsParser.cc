@@ -24,6 +24,21 @@ constexpr int kBufferSize = 32768;
 constexpr char kProcDir[] = "/proc";
 constexpr char kZramMmStatPath[] = "/sys/block/zram0/mm_stat";
 
+// Reads a device path into `buffer` with one read; the byte count, or -1. (Free functions of this
+// file rather than members, so that they are inlined even where members can be interposed.)
+ssize_t readInto(std::vector<char>& buffer, const char* devicePath) {
+    return readFile(devicePath, buffer.data(), kBufferSize).count;
+}
+
+// readInto() with a NUL after the bytes read; false when the read failed or filled the whole
+// buffer (no room left for the NUL).
+bool readTextInto(std::vector<char>& buffer, const char* devicePath) {
+    const ssize_t count = readInto(buffer, devicePath);
+    if (count < 0 || count >= kBufferSize) return false;
+    buffer[count] = '\0';
+    return true;
+}
+
 }  // namespace
 
 ProcFsParser::ProcFsParser() : buffer(kBufferSize, 0) {}
@@ -46,22 +61,11 @@ bool ProcFsParser::getNextPid(int* pid) {
     return true;
 }
 
-ssize_t ProcFsParser::readIntoBuffer(const char* devicePath) {
-    return readFile(devicePath, buffer.data(), kBufferSize).count;
-}
-
-bool ProcFsParser::readTextIntoBuffer(const char* devicePath) {
-    const ssize_t count = readIntoBuffer(devicePath);
-    if (count < 0 || count >= kBufferSize) return false;
-    buffer[count] = '\0';
-    return true;
-}
-
 bool ProcFsParser::getProcessStatusData(int pid, ProcessStatusData* out) {
     memset(out, 0, sizeof *out);
     char path[256];
     snprintf(path, sizeof path, "%s/%d/status", kProcDir, pid);
-    const ssize_t count = readIntoBuffer(path);
+    const ssize_t count = readInto(buffer, path);
     if (count < 0) return false;
     internal::parseProcessStatusData(buffer.data(), static_cast<int>(count), out);
     return true;
@@ -71,7 +75,7 @@ bool ProcFsParser::getVmStatData(VmStatData* out) {
     memset(out, 0, sizeof *out);
     char path[256];
     snprintf(path, sizeof path, "%s/vmstat", kProcDir);
-    const ssize_t count = readIntoBuffer(path);
+    const ssize_t count = readInto(buffer, path);
     if (count < 0) return false;
     // Only what the one read returned is parsed; the swap counters lie early in the file.
     internal::parseVmStatData(buffer.data(), static_cast<int>(count), out);
@@ -84,14 +88,14 @@ bool ProcFsParser::getBlockDeviceStatData(const char* device, BlockDeviceStatDat
     char path[256];
     const int length = snprintf(path, sizeof path, "/sys/block/%s/stat", device);
     if (length < 0 || length >= static_cast<int>(sizeof path)) return false;
-    if (!readTextIntoBuffer(path)) return false;
+    if (!readTextInto(buffer, path)) return false;
     internal::parseBlockDeviceStatData(buffer.data(), out);
     return true;
 }
 
 bool ProcFsParser::getZramStatData(ZramStatData* out) {
     memset(out, 0, sizeof *out);
-    if (!readTextIntoBuffer(kZramMmStatPath)) return false;
+    if (!readTextInto(buffer, kZramMmStatPath)) return false;
     internal::parseZramStatData(buffer.data(), out);
     return true;
 }

@@ -217,7 +217,10 @@ const DataFileField kVmStatFields[] = {
 };
 const int kVmStatFieldCount = sizeof kVmStatFields / sizeof kVmStatFields[0];
 
-void parse(const char* text, int len, const DataFileField* fields, int nfields, void* out) {
+// Starts on a 64-byte boundary: how fast its loops run depends on where they fall against those
+// boundaries (16 bytes off cost a fifth of a vmstat parse), and so no longer on the code before it.
+__attribute__((aligned(64))) void parse(const char* text, int len, const DataFileField* fields,
+                                        int nfields, void* out) {
     if (len < 1) return;
     char* record = static_cast<char*>(out);
     const RowIndex rows(fields, nfields);

@@ -37,12 +37,6 @@ public:
     bool getZramStatData(ZramStatData* out);
 
 private:
-    // Reads a device path into the buffer with one read; the byte count, or -1.
-    ssize_t readIntoBuffer(const char* devicePath);
-    // readIntoBuffer() with a NUL after the bytes read; false when the read failed or filled the
-    // whole buffer (no room left for the NUL).
-    bool readTextIntoBuffer(const char* devicePath);
-
     UniqueDirectory procDir;  // opened by the first enumeration call
     std::vector<char> buffer;
 };
