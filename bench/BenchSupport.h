@@ -36,6 +36,16 @@ inline double threadCpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
+// Puts `dir` (the build's simulated SDK modules) first on the library search path, which the
+// loader reads only at start-up: re-executes the program once when it is not there yet.
+inline void searchModulesIn(const std::string& dir, char** argv) {
+    const char* path = getenv("LD_LIBRARY_PATH");
+    if (path == nullptr || std::string(path).rfind(dir, 0) != 0) {
+        setenv("LD_LIBRARY_PATH", (dir + (path ? ":" + std::string(path) : "")).c_str(), 1);
+        execv("/proc/self/exe", argv);
+    }
+}
+
 // ---- Idle processes -----------------------------------------------------------------------
 
 // Children kept in plain storage so that a signal handler and an exit handler can kill them.

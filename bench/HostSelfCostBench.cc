@@ -46,15 +46,15 @@ std::vector<std::string> g_order;      // providers in the host's order
 int runHostOnce(Costs& costs, size_t processes) {
     FILE* sink = fopen("/dev/null", "w");
     host::HostClock clock(host::HostClock::Mode::Simulated);
-    host::Output output(sink, false);
-    host::TriggerReportPrinter reports(output, clock);
+    host::Output output(sink, false, [&clock] { return clock.deviceNs(); });
+    host::TriggerReportPrinter reports(output);
     sim::HeadsetConfig config;
     config.kernelFiles = sim::HeadsetConfig::KernelFiles::Simulated;
     config.minimumProcesses = processes;
     sim::Headset headset(config, [&clock] { return clock.deviceNs(); });
     const int treeProcesses = benchsupport::countProcesses(hostplatform::fsRoot() + "/proc");
     host::Host host(clock, output, headset, host::makeProviders({}, {}), kHourNs);
-    host::TimelineLog log(output, clock, host.summary(), ANDROID_LOG_INFO);
+    host::TimelineLog log(output, host.summary(), ANDROID_LOG_INFO);
 
     const double start = benchsupport::threadCpuSeconds();
     host.run(kRunHours * kHourNs);
@@ -114,12 +114,7 @@ void printCosts(const std::string& condition, const Costs& costs) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const char* path = getenv("LD_LIBRARY_PATH");
-    const std::string modules = VISTREL_DEFAULT_SDK_DIR;
-    if (path == nullptr || std::string(path).rfind(modules, 0) != 0) {
-        setenv("LD_LIBRARY_PATH", (modules + (path ? ":" + std::string(path) : "")).c_str(), 1);
-        execv("/proc/self/exe", argv);  // the loader reads the path only at start-up
-    }
+    benchsupport::searchModulesIn(VISTREL_DEFAULT_SDK_DIR, argv);
     hostplatform::setProperty("enable_fg_apps_cpu_events", "true");
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

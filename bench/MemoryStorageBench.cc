@@ -24,15 +24,15 @@
 #include <vector>
 
 #include "BenchSupport.h"
-#include "KernelFiles.h"
 #include "StorageStats.h"
 #include "SwapWriteStats.h"
-#include "SystemMemoryFiles.h"
 #include "SystemMemoryStats.h"
 #include "ZramStats.h"
 #include "hostplatform/FsRoot.h"
+#include "procfsutils/KernelFiles.h"
 #include "procfsutils/ProcFsParser.h"
 #include "procfsutils/ProcFsParserInternal.h"
+#include "procfsutils/SystemMemoryFiles.h"
 
 namespace {
 
@@ -127,10 +127,11 @@ int main(int argc, char** argv) {
              }),
              floorOf(root, {"/proc/meminfo"}), 100, "-"},
             {"part: pressure read + parse vs pressure floor", benchsupport::onThisThread([] {
-                 char text[Vistrel::systemmemoryfiles::kFileBytes + 1];
-                 const ssize_t n = Vistrel::readOnce("/proc/pressure/memory", text);
-                 benchmark::DoNotOptimize(
-                         Vistrel::systemmemoryfiles::pressureAverages(text, n < 0 ? 0 : n));
+                 namespace files = procfsutils::systemmemoryfiles;
+                 char text[files::kFileBytes + 1];
+                 const procfsutils::FileRead read =
+                         procfsutils::readText("/proc/pressure/memory", text);
+                 benchmark::DoNotOptimize(files::pressureAverages(text, read.bytes()));
              }),
              floorOf(root, {"/proc/pressure/memory"}), 100, "-"},
             {"part: ProcFsParser construction + floor vs floor", benchsupport::onThisThread([&root] {

@@ -12,6 +12,7 @@ namespace {
 using json = nlohmann::ordered_json;
 
 constexpr int64_t kNsPerMs = 1000000;
+constexpr int64_t kNever = std::numeric_limits<int64_t>::min();
 
 std::vector<std::string> namesOf(const std::vector<HostedProvider>& providers) {
     std::vector<std::string> names;
@@ -23,6 +24,28 @@ std::vector<std::string> namesOf(const std::vector<HostedProvider>& providers) {
 
 }  // namespace
 
+// One call into a provider: holds the provider's lock for its span and counts it as a
+// ProviderCall (the lock is taken first, so waiting for it is not the provider's time).
+class SCOPED_CAPABILITY Host::LockedCall {
+public:
+    LockedCall(threadsafety::Mutex& mutex, RunSummary& summary, size_t provider,
+               ProviderCall::Cost cost = ProviderCall::Cost::Steady) ACQUIRE(mutex)
+        : mutex_(mutex) {
+        mutex_.lock();
+        call_.emplace(summary, provider, cost);
+    }
+    ~LockedCall() RELEASE() {
+        call_.reset();
+        mutex_.unlock();
+    }
+    LockedCall(const LockedCall&) = delete;
+    LockedCall& operator=(const LockedCall&) = delete;
+
+private:
+    threadsafety::Mutex& mutex_;
+    std::optional<ProviderCall> call_;
+};
+
 Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
            std::vector<HostedProvider> providers, int64_t snapshotEveryNs)
     : clock_(clock),
@@ -31,14 +54,30 @@ Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
       providers_(std::move(providers)),
       nextSampleNs_(providers_.size()),
       snapshotEveryNs_(snapshotEveryNs),
-      summary_(namesOf(providers_)) {
+      longestPeriodNs_(snapshotEveryNs),
+      summary_(namesOf(providers_)),
+      snapshotAtNs_(providers_.size(), kNever),
+      samplesSinceRecord_(providers_.size(), 0) {
     output_.setProviderNames(namesOf(providers_));
+    for (size_t i = 0; i < providers_.size(); ++i)
+        locks_.push_back(std::make_unique<ProviderLock>());
+}
+
+void Host::exportRecords(RenderedRecord rendered) {
+    exportRecords_ = true;
+    rendered_ = std::move(rendered);
+}
+
+metrics::Families Host::exportedRecord(size_t index) const {
+    const ProviderLock& lock = *locks_[index];
+    const threadsafety::MutexLock serialised(lock.mutex);
+    return lock.exported;
 }
 
 void Host::acquireAll() {
     for (size_t i = 0; i < providers_.size(); ++i) {
         Vistrel::Provider& p = *providers_[i].provider;
-        const ProviderCall call(summary_, i);
+        const LockedCall call(locks_[i]->mutex, summary_, i, ProviderCall::Cost::OneOff);
         // The host's calling order: name, sampling period, then acquire.
         const std::string name = p.name();
         const auto period = p.sampleRate();
@@ -51,8 +90,9 @@ void Host::acquireAll() {
         if (period) {
             fields["periodMs"] = period->count();
             nextSampleNs_[i] = clock_.deviceNs() + period->count() * kNsPerMs;
+            longestPeriodNs_ = std::max(longestPeriodNs_, period->count() * kNsPerMs);
         }
-        output_.write(clock_.deviceNs(), name, "acquire", fields, name);
+        output_.write(name, "acquire", fields, name);
     }
 }
 
@@ -61,15 +101,15 @@ void Host::releaseAll() {
         const std::string name = providers_[i].provider->name();
         bool ok;
         {
-            const ProviderCall call(summary_, i);
+            const LockedCall call(locks_[i]->mutex, summary_, i, ProviderCall::Cost::OneOff);
             ok = providers_[i].provider->releaseResources();
         }
-        output_.write(clock_.deviceNs(), name, "release", json{{"ok", ok}}, name);
+        output_.write(name, "release", json{{"ok", ok}}, name);
     }
     drainPushes();  // listeners may push while they stop
     // Destroys every provider through its virtual destructor.
     for (size_t i = 0; i < providers_.size(); ++i) {
-        const ProviderCall call(summary_, i);
+        const LockedCall call(locks_[i]->mutex, summary_, i, ProviderCall::Cost::OneOff);
         providers_[i].provider.reset();
     }
     providers_.clear();
@@ -77,10 +117,9 @@ void Host::releaseAll() {
 
 void Host::route(const std::string& source, const std::string& event, const std::string& name,
                  const std::string& detail) {
-    output_.write(clock_.deviceNs(), source, event, json{{"name", name}, {"detail", detail}},
-                  source);
+    output_.write(source, event, json{{"name", name}, {"detail", detail}}, source);
     for (size_t i = 0; i < providers_.size(); ++i) {
-        const ProviderCall call(summary_, i);
+        const LockedCall call(locks_[i]->mutex, summary_, i);
         providers_[i].provider->notify(name, detail, clock_);
     }
 }
@@ -90,26 +129,35 @@ void Host::sampleOne(size_t index, int64_t atNs) {
     const std::string name = hosted.provider->name();
     std::optional<Vistrel::Notification> notification;
     {
-        const ProviderCall call(summary_, index);
+        const LockedCall call(locks_[index]->mutex, summary_, index);
         notification = hosted.provider->sample(clock_);
     }
     summary_.countSample(index);
+    ++samplesSinceRecord_[index];
+    if (hosted.reading) {
+        std::optional<json> read;
+        {
+            const threadsafety::MutexLock serialised(locks_[index]->mutex);  // a read of its fields
+            read = hosted.reading();
+        }
+        if (read) output_.write(name, "sample", *read, name);
+    }
     if (notification) {
         summary_.countNotification(index, notification->name);
         route(name, "notification", notification->name, notification->detail);
         if (hosted.follow) {
             std::optional<json> fetched;
             {
-                const ProviderCall call(summary_, index);
+                const LockedCall call(locks_[index]->mutex, summary_, index);
                 fetched = hosted.follow(*notification);
             }
-            if (fetched) output_.write(clock_.deviceNs(), name, "fetch", *fetched, name);
+            if (fetched) output_.write(name, "fetch", *fetched, name);
         }
         if (hosted.snapshotAfter && hosted.snapshotAfter(*notification)) snapshotOne(index, false);
     }
     std::optional<std::chrono::milliseconds> period;
     {
-        const ProviderCall call(summary_, index);
+        const LockedCall call(locks_[index]->mutex, summary_, index);
         period = hosted.provider->sampleRate();  // may change after every sample
     }
     if (period && period->count() > 0) {
@@ -121,20 +169,53 @@ void Host::sampleOne(size_t index, int64_t atNs) {
 
 void Host::snapshotOne(size_t index, bool force) {
     HostedProvider& hosted = providers_[index];
+    ProviderLock& lock = *locks_[index];
     bool refreshed;
+    json record;
     {
-        const ProviderCall call(summary_, index);
-        refreshed = hosted.provider->snapshot(clock_, force);
+        const threadsafety::MutexLock serialised(lock.mutex);
+        {
+            const ProviderCall call(summary_, index);
+            refreshed = hosted.provider->snapshot(clock_, force);
+        }
+        summary_.countSnapshot(index, refreshed);
+        if (refreshed) record = readRecord(index, lock);
     }
-    summary_.countSnapshot(index, refreshed);
+    snapshotAtNs_[index] = stepNs_;
     if (!refreshed) return;
+    samplesSinceRecord_[index] = 0;
     const std::string name = hosted.provider->name();
-    output_.write(clock_.deviceNs(), name, "record",
-                  hosted.record ? hosted.record() : json::object(), name);
+    output_.write(name, "record", record, name);
 }
 
-void Host::snapshotAll() {
-    for (size_t i = 0; i < providers_.size(); ++i) snapshotOne(i, false);
+json Host::readRecord(size_t index, ProviderLock& lock) {
+    const HostedProvider& hosted = providers_[index];
+    if (exportRecords_ && hosted.metrics) {
+        if (auto families = hosted.metrics()) {
+            lock.exported = std::move(*families);
+            if (rendered_) rendered_(index, clock_.deviceNs(), lock.exported);
+        }
+    }
+    return hosted.record ? hosted.record() : json::object();
+}
+
+void Host::snapshotPeriodic() {
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        if (!providers_[i].snapshotAfter && !snapshotThisStep(i)) snapshotOne(i, false);
+    }
+}
+
+void Host::snapshotAtEnd() {
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        if (snapshotThisStep(i)) continue;
+        if (providers_[i].snapshotAfter) {
+            // Its record covers the intervals between the readings since its last record.
+            if (samplesSinceRecord_[i] >= 2) snapshotOne(i, false);
+            continue;
+        }
+        // One that has been neither sampled nor snapshotted takes a reading first.
+        snapshotOne(i, samplesSinceRecord_[i] == 0 && snapshotAtNs_[i] == kNever);
+    }
 }
 
 void Host::enqueuePush(size_t provider, const std::string& name, const std::string& detail,
@@ -193,8 +274,8 @@ void Host::callHooksDueAt(int64_t ns) {
             continue;
         }
         const std::string name = providers_[due.provider].provider->name();
-        output_.write(clock_.deviceNs(), name, "hook", json{{"name", due.hook}}, name);
-        const ProviderCall call(summary_, due.provider);
+        output_.write(name, "hook", json{{"name", due.hook}}, name);
+        const LockedCall call(locks_[due.provider]->mutex, summary_, due.provider);
         due.call();
     }
 }
@@ -215,24 +296,25 @@ bool Host::waitUntil(int64_t ns) {
 }
 
 bool Host::pushOrStopPending() const {
-    return !pushes_.empty() || stopSignal_ != 0;
+    return !pushes_.empty() || stopStatus_ != 0;
 }
 
-void Host::requestStop(int signal) {
+void Host::requestStop(int exitStatus) {
     {
         threadsafety::MutexLock lock(pushMutex_);
-        stopSignal_ = signal;
+        if (stopStatus_ == 0) stopStatus_ = exitStatus;
     }
     pushArrived_.notifyAll();
 }
 
-int Host::stopSignal() {
+int Host::stopStatus() {
     threadsafety::MutexLock lock(pushMutex_);
-    return stopSignal_;
+    return stopStatus_;
 }
 
 int Host::run(int64_t durationNs) {
     const int64_t startNs = clock_.deviceNs();
+    stepNs_ = startNs;
     acquireAll();
     headset_.settle();  // first reports owed to listeners registered just now
     const int64_t endNs = clock_.deviceNs() + durationNs;
@@ -242,7 +324,7 @@ int Host::run(int64_t durationNs) {
     for (;;) {
         if (clock_.mode() == HostClock::Mode::Simulated) headset_.settle();
         drainPushes();
-        if (stopSignal() != 0) break;
+        if (stopStatus() != 0) break;
         int64_t next = std::min(endNs, nextSnapshotNs);
         if (!nextEvents.empty()) next = std::min(next, nextEvents.front().atNs);
         if (!hooks_.empty()) next = std::min(next, hooks_.front().atNs);
@@ -253,6 +335,7 @@ int Host::run(int64_t durationNs) {
             if (due) next = std::min(next, *due);
         }
         if (!waitUntil(next)) continue;  // a push arrived first, or woke early: re-plan
+        stepNs_ = next;
         headset_.settle();  // simulated threads push what they saw up to now before anything is due
 
         // Everything due at `next`, in a fixed order: host events, hooks, samples, snapshots.
@@ -266,18 +349,21 @@ int Host::run(int64_t durationNs) {
             if (nextSampleNs_[i] == next) sampleOne(i, next);
         }
         if (nextSnapshotNs == next) {
-            snapshotAll();
+            // Forced pushes made up to now refresh their records before the host asks for any.
+            headset_.settle();
+            drainPushes();
+            snapshotPeriodic();
             nextSnapshotNs += snapshotEveryNs_;
         }
         if (next >= endNs) break;
     }
     headset_.settle();
     drainPushes();
+    snapshotAtEnd();
     releaseAll();
-    output_.endTimeline(clock_.deviceNs());
-    summary_.print(output_, clock_.deviceNs() - startNs);
-    const int signal = stopSignal();
-    return signal == 0 ? 0 : 128 + signal;
+    output_.endTimeline();
+    summary_.print(output_, clock_.deviceNs() - startNs, longestPeriodNs_);
+    return stopStatus();
 }
 
 }  // namespace host

@@ -3,24 +3,38 @@
 // It acquires every provider with its own router and the host clock, samples each one on its
 // sampleRate() (read again after every sample), routes every notification (a sample's result,
 // a push, or a simulated host event such as "ScreenOn") to every provider's notify(),
-// snapshots every provider each `snapshotEveryNs` and prints the records, and finally releases
-// and destroys them. Pushes may arrive on any thread: they are queued and handled on the
-// driving thread; a forced push makes the host snapshot the pushing provider at once and print
-// its record. The simulated headset's threads (the HALs' callback thread, the SDK modules'
-// threads) are let catch up whenever device time reaches the next instant and before pushes are
-// handled, so a push shows at the device time it was made and simulated runs are deterministic.
+// snapshots the providers each `snapshotEveryNs` and prints the records, snapshots every
+// provider once more when the run ends, and finally releases and destroys them. Pushes may
+// arrive on any thread: they are queued and handled on the driving thread; a forced push makes
+// the host snapshot the pushing provider at once and print its record.
+//
+// The host never asks for a record the provider cannot give: the periodic and the final
+// snapshots leave out a provider already snapshotted at that instant (after a forced push, after
+// its own notification, or periodically when the run ends then). A provider the host snapshots
+// after its own notification (HostedProvider::snapshotAfter: its record covers the readings of
+// the period that notification ends) is left out of the periodic snapshots, and of the final one
+// unless it has been sampled twice since its last record. Snapshots are unforced, but for those
+// that answer a forced push and the final snapshot of a provider that has been neither sampled
+// nor snapshotted (so that its record holds a reading). The simulated headset's threads (the HALs'
+// callback thread, the SDK modules' threads) are let catch up whenever device time reaches the next
+// instant and before pushes are handled, so a push shows at the device time it was made and
+// simulated runs are deterministic.
 //
 // Every call into a provider is a ProviderCall: the run summary counts the provider's samples,
-// notifications, pushes, snapshots and CPU time, and prints its table when the run ends.
+// notifications, pushes, snapshots and CPU time, and prints its table when the run ends. Every
+// call into a provider, and every read of its record, holds that provider's lock, so that other
+// threads (metric scrapes) can read what the host kept of its last record without racing it.
 #pragma once
 
 #include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "Headset.h"
 #include "HostClock.h"
+#include "MetricFamilies.h"
 #include "Output.h"
 #include "Providers.h"
 #include "RunSummary.h"
@@ -40,17 +54,35 @@ public:
     // providers' work due then (for example a check of the process's state in a soak test).
     void callAt(int64_t atNs, std::function<void()> call);
 
-    // Runs until `durationNs` of device time has passed or a stop is requested, then releases
-    // the providers and prints the run summary; returns the process exit status (128 + the
-    // signal after a stop).
+    // Runs until `durationNs` of device time has passed or a stop is requested, then takes the
+    // final snapshots, releases the providers and prints the run summary; returns 0, or the
+    // status of the first stop requested.
     int run(int64_t durationNs);
+    // The longest sampling period among the providers, or the snapshot period when longer: a
+    // run shorter than this is too short to extrapolate a cost per hour. Complete once run()
+    // has acquired the providers.
+    int64_t longestPeriodNs() const { return longestPeriodNs_; }
 
-    // Ends run() at its next step, as if the duration were over; from any thread (not from a
-    // signal handler).
-    void requestStop(int signal) EXCLUDES(pushMutex_);
+    // Ends run() at its next step, as if the duration were over, and makes it return
+    // `exitStatus` unless an earlier request set another; from any thread (not from a signal
+    // handler).
+    void requestStop(int exitStatus) EXCLUDES(pushMutex_);
 
     // Counted as the run goes; complete once run() has returned.
     RunSummary& summary() { return summary_; }
+
+    // Called on the driving thread with each record the host renders as metric families.
+    using RenderedRecord =
+            std::function<void(size_t provider, int64_t deviceNs, const metrics::Families&)>;
+    // Turns on metric export (before run()): after each successful snapshot of a provider with
+    // HostedProvider::metrics, the host renders its record, keeps the families (exportedRecord)
+    // and passes them to `rendered` (may be empty).
+    void exportRecords(RenderedRecord rendered);
+    // Provider `index`'s families as of its last rendered snapshot (none before one), copied
+    // under that provider's lock; from any thread while the host exists. Indexes follow the
+    // providers given to the constructor.
+    metrics::Families exportedRecord(size_t index) const;
+    size_t providerCount() const { return locks_.size(); }
 
 private:
     struct Push {
@@ -59,6 +91,13 @@ private:
         std::string detail;
         bool force;
     };
+
+    // Held around every call into one provider and every read of its record.
+    struct ProviderLock {
+        mutable threadsafety::Mutex mutex;
+        metrics::Families exported GUARDED_BY(mutex);
+    };
+    class LockedCall;
 
     struct ScheduledCall {
         int64_t atNs;
@@ -70,14 +109,20 @@ private:
     void acquireAll();
     void releaseAll();
     void sampleOne(size_t index, int64_t atNs);
-    void snapshotAll();
+    // The periodic snapshots, and the final ones when the run ends.
+    void snapshotPeriodic();
+    void snapshotAtEnd();
     void snapshotOne(size_t index, bool force);
+    bool snapshotThisStep(size_t index) const { return snapshotAtNs_[index] == stepNs_; }
+    // The record the host prints after a successful snapshot; with export on, also renders and
+    // keeps the provider's families and passes them on (exportRecords). Holding its lock.
+    nlohmann::ordered_json readRecord(size_t index, ProviderLock& lock) REQUIRES(lock.mutex);
     void route(const std::string& source, const std::string& event, const std::string& name,
                const std::string& detail);
     void enqueuePush(size_t provider, const std::string& name, const std::string& detail,
                      bool force) EXCLUDES(pushMutex_);
     void drainPushes() EXCLUDES(pushMutex_);
-    int stopSignal() EXCLUDES(pushMutex_);
+    int stopStatus() EXCLUDES(pushMutex_);
     void schedule(ScheduledCall call);
     void callHooksDueAt(int64_t ns);
     // Moves device time to `ns`; in real mode returns early (false) when a push arrives.
@@ -90,14 +135,23 @@ private:
     std::vector<HostedProvider> providers_;
     std::vector<std::optional<int64_t>> nextSampleNs_;
     int64_t snapshotEveryNs_;
+    // The longest of the providers' sampling periods (as they gave them when acquired) and the
+    // snapshot period: a shorter run has not seen every provider's work once.
+    int64_t longestPeriodNs_;
     std::vector<ScheduledCall> hooks_;  // in time order
     RunSummary summary_;
+    int64_t stepNs_ = 0;                 // the device time of the step being run
+    std::vector<int64_t> snapshotAtNs_;  // the step of each provider's last snapshot
+    std::vector<int64_t> samplesSinceRecord_;
+    std::vector<std::unique_ptr<ProviderLock>> locks_;  // by provider index
+    bool exportRecords_ = false;
+    RenderedRecord rendered_;
 
     // Pushes arrive on any thread; everything else here is the driving thread's.
     threadsafety::Mutex pushMutex_;
     threadsafety::ConditionVariable pushArrived_;  // also woken by a stop request
     std::deque<Push> pushes_ GUARDED_BY(pushMutex_);
-    int stopSignal_ GUARDED_BY(pushMutex_) = 0;  // non-zero once a stop is requested
+    int stopStatus_ GUARDED_BY(pushMutex_) = 0;  // non-zero once a stop is requested
 };
 
 }  // namespace host

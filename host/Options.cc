@@ -13,7 +13,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include "RootFiles.h"
 #include "TextValues.h"
+#include "TimelineLog.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
 
@@ -57,84 +59,160 @@ struct Arguments {
     bool fold = false;
     bool noFold = false;
     std::string trace;
+    // Given (even empty) or not.
+    std::optional<std::string> metricsListen;
+    std::optional<std::string> metricsAuth;
+    int64_t metricsTop = metrics::RenderOptions{}.top;  // wide, so that any value gets its message
+    std::optional<std::string> openMetrics;
+    std::optional<std::string> startTime;
+    std::optional<std::string> device;
+    std::string summary;
+    bool samples = false;
     std::string seed = "0";
+    std::string kernelFiles;  // empty: as the run's mode, root and HALs choose
 };
 
 // What is wrong with a command line, or nothing.
 using Problem = std::optional<std::string>;
 
-void declareOptions(CLI::App& app, Arguments& a) {
-    auto* simulate = app.add_option("--simulate", a.simulate,
-                                    "Run this much simulated device time as fast as possible "
-                                    "(default 4h), e.g. 90s, 15m, 2h, 1h30m");
-    auto* real = app.add_option("--real", a.real, "Run in real time for this long instead");
+// The end of --help: the duration grammar and the exit statuses.
+std::string helpFooter() {
+    return "Durations are sums of <integer><unit> terms, the units ms, s, m, h and d: 250ms, "
+           "90s, 15m, 1h30m, 2d.\n\n"
+           "Exit status:\n"
+           "  0       the run ended on its own (or --help, --version)\n"
+           "  " +
+           std::to_string(kUsageErrorStatus) +
+           "       a command-line error: nothing ran\n"
+           "  " +
+           std::to_string(kWriteErrorStatus) +
+           "      the timeline or the trace could not be written (a full disk, a closed pipe)\n"
+           "  128+N   stopped by signal N: SIGINT, SIGTERM or SIGHUP end the run in order, a "
+           "second one at once\n";
+}
+
+// Refuses an empty value (of each item, for lists).
+const CLI::Validator kNonEmpty(
+        [](const std::string& value) { return value.empty() ? "the value is empty" : ""; }, "", "");
+
+// An option taking a value, which must not be empty.
+template <typename T>
+CLI::Option* addOption(CLI::App& app, const std::string& name, T& into, const std::string& help) {
+    return app.add_option(name, into, help)->check(kNonEmpty);
+}
+
+void declareRunOptions(CLI::App& app, Arguments& a) {
+    auto* simulate = addOption(app, "--simulate", a.simulate,
+                               "Run this much simulated device time as fast as possible "
+                               "(default 4h), e.g. 90s, 15m, 2h, 1h30m, 1d");
+    auto* real = addOption(app, "--real", a.real, "Run in real time for this long instead");
     simulate->excludes(real);
     app.add_flag("--json", a.json, "Print JSON lines instead of a readable timeline");
-    app.add_option("--snapshot-every", a.snapshotEvery, "Snapshot period of the host (default 1h)");
-    app.add_option("--prop", a.properties,
-                   "Set a system property NAME=VALUE (repeatable); environment variables " +
-                           std::string(kPropertyEnvPrefix) + "NAME do the same");
-    app.add_option("--root", a.root,
-                   "Resolve every path the library opens under this directory (a captured tree) "
-                   "instead of the simulated headset's own /proc and /sys");
-    app.add_option("--providers", a.providers, "Comma-separated provider class names (default all)");
-    app.add_option("--interactive", a.interactive,
-                   "Cyclic interactive-state script of the simulated headset (default \"" +
-                           std::string(kDefaultInteractiveScript) + "\")");
-    app.add_option("--don-bits", a.donBits, "SystemStateStats bits per state, 0 to 32 (default 1)");
-    app.add_option("--don-states", a.donStates, "SystemStateStats states per batch (default 60)");
-    app.add_option("--don-period", a.donPeriod, "SystemStateStats sampling period (default 1m)");
-    app.add_option("--log-level", a.logLevel,
-                   "Lowest library log priority shown: verbose, debug (default, shows the SDK "
-                   "loader), info, warn, error, silent");
-    app.add_option("--data-total", a.dataTotal,
-                   "Size of the simulated headset's /data, e.g. 64G (default 128G)");
-    app.add_option("--data-available", a.dataAvailable,
-                   "Space available on /data, e.g. 3G (default 71G); below 10 % of the size "
-                   "StorageStats raises LowStorage");
-    app.add_option("--thermal", a.thermal,
-                   "Thermal HAL: sim (the simulated sensors, default) or sysfs (the "
-                   "/sys/class/thermal tree under --root, or the workstation's own)")
+    addOption(app, "--snapshot-every", a.snapshotEvery, "Snapshot period of the host (default 1h)");
+    addOption(app, "--prop", a.properties,
+              "Set a system property NAME=VALUE (repeatable); environment variables " +
+                      std::string(kPropertyEnvPrefix) + "NAME do the same");
+    addOption(app, "--root", a.root,
+              "Resolve every path the library opens under this directory, a captured tree "
+              "(default: $VISTREL_FS_ROOT, else none)");
+    addOption(app, "--providers", a.providers, "Comma-separated provider class names (default all)");
+    addOption(app, "--log-level", a.logLevel,
+              "Lowest library log priority shown: verbose, debug (default, shows the SDK loader), "
+              "info, warn, error, silent");
+    addOption(app, "--sdk-dir", a.sdkDir,
+              "Directory of the SDK modules libplatkit.halden.so and libinstsamp.halden.so "
+              "(default: $" +
+                      std::string(kSdkDirEnv) + ", else the build's own modules)");
+    addOption(app, "--trace", a.trace,
+              "Also write the run to FILE in the Trace Event Format (Perfetto UI, "
+              "chrome://tracing)");
+}
+
+void declareHeadsetOptions(CLI::App& app, Arguments& a) {
+    addOption(app, "--interactive", a.interactive,
+              "Cyclic interactive-state script of the simulated headset (default \"" +
+                      std::string(kDefaultInteractiveScript) + "\")");
+    addOption(app, "--don-bits", a.donBits, "SystemStateStats bits per state, 0 to 32 (default 1)");
+    addOption(app, "--don-states", a.donStates, "SystemStateStats states per batch (default 60)");
+    addOption(app, "--don-period", a.donPeriod, "SystemStateStats sampling period (default 1m)");
+    addOption(app, "--data-total", a.dataTotal,
+              "Size of the simulated headset's /data, e.g. 64G (default 128G)");
+    addOption(app, "--data-available", a.dataAvailable,
+              "Space available on /data, e.g. 3G (default 71G); below 10 % of the size "
+              "StorageStats raises LowStorage");
+    addOption(app, "--thermal", a.thermal,
+              "Thermal HAL: sim (the simulated sensors, default) or sysfs (the "
+              "/sys/class/thermal tree under --root, or the workstation's own)")
             ->check(CLI::IsMember({"sim", "sysfs"}));
-    app.add_option("--thermal-scenario", a.thermalScenario,
-                   "Scenario of the simulated thermal HAL: default, hot-room or stuck-fan");
-    app.add_option("--fire-throttling", a.fireThrottling,
-                   "Call ThermalStats' fireThrottlingNotification at this device time, e.g. 30m "
-                   "(repeatable)");
-    app.add_option("--sdk-dir", a.sdkDir,
-                   "Directory of the SDK modules libplatkit.halden.so and libinstsamp.halden.so "
-                   "(default: $" +
-                           std::string(kSdkDirEnv) + ", else the build's own modules)");
-    app.add_option("--focus", a.focus,
-                   "Cyclic focus script of the simulated headset: \"<duration> <app>[,<app>...]\" "
-                   "phases (top first, or none) separated by ';' (default \"" +
-                           std::string(kDefaultFocusScript) + "\")");
-    app.add_option("--sampler", a.sampler,
-                   "What the simulated instruction sampler serves: simulated (the threads of the "
-                   "simulated headset's processes; default with --simulate) or live (every thread "
-                   "of this machine; default with --real)");
-    app.add_option("--battery", a.battery,
-                   "Health HAL: sim (the simulated battery, default) or sysfs (the "
-                   "/sys/class/power_supply tree under --root, or the workstation's own)")
+    addOption(app, "--thermal-scenario", a.thermalScenario,
+              "Scenario of the simulated thermal HAL: default, hot-room or stuck-fan");
+    addOption(app, "--fire-throttling", a.fireThrottling,
+              "Call ThermalStats' fireThrottlingNotification at this device time, e.g. 30m "
+              "(repeatable; within the run)");
+    addOption(app, "--focus", a.focus,
+              "Cyclic focus script of the simulated headset: \"<duration> <app>[,<app>...]\" "
+              "phases (top first, or none) separated by ';' (default \"" +
+                      std::string(kDefaultFocusScript) + "\")");
+    addOption(app, "--sampler", a.sampler,
+              "What the simulated instruction sampler serves: simulated (the threads of the "
+              "simulated headset's processes; default with --simulate) or live (every thread of "
+              "this machine; default with --real)");
+    addOption(app, "--battery", a.battery,
+              "Health HAL: sim (the simulated battery, default) or sysfs (the "
+              "/sys/class/power_supply tree under --root, or the workstation's own)")
             ->check(CLI::IsMember({"sim", "sysfs"}));
-    app.add_option("--hide", a.hide,
-                   "Leave out of the timeline the lines whose source, kind or name is NAME, e.g. "
-                   "HealthInfo, log or ThermalStats (repeatable, or comma-separated)")
-            ->delimiter(',');
-    app.add_option("--only", a.only,
-                   "Show only the timeline lines of these comma-separated providers (and of "
-                   "\"host\" for host events); every provider still runs");
+    addOption(app, "--kernel-files", a.kernelFiles,
+              "The /proc and /sys the providers read: simulated (the simulated headset's own, "
+              "kept in a temporary tree; default with --simulate) or real (those under --root, "
+              "else this machine's; default with --real, --root or a sysfs HAL)")
+            ->check(CLI::IsMember({"simulated", "real"}));
+    addOption(app, "--seed", a.seed,
+              "Seed of the simulated headset, a non-negative integer: each varies the battery's "
+              "start and drain, the thermal scenario, the focus script's phase and the "
+              "processes, the same on every run (default 0: as configured)");
+}
+
+void declareTimelineOptions(CLI::App& app, Arguments& a) {
+    addOption(app, "--hide", a.hide,
+              "Leave out of the timeline the lines whose source, kind or name is NAME, e.g. "
+              "HealthInfo, log or ThermalStats (repeatable, or comma-separated)");
+    addOption(app, "--only", a.only,
+              "Show only the timeline lines of these comma-separated providers (and of "
+              "\"host\" for host events); every provider still runs");
     app.add_flag("--fold", a.fold,
                  "Fold a notification repeating its provider's previous one into a count "
                  "(the default in the readable timeline; with --json only when asked)")
             ->excludes(app.add_flag("--no-fold", a.noFold, "Print every notification"));
-    app.add_option("--seed", a.seed,
-                   "Seed of the simulated headset, a non-negative integer: each varies the "
-                   "battery's start and drain, the thermal scenario, the focus script's phase and "
-                   "the processes, the same on every run (default 0: as configured)");
-    app.add_option("--trace", a.trace,
-                   "Also write the run to FILE in the Trace Event Format (Perfetto UI, "
-                   "chrome://tracing)");
+    addOption(app, "--metrics-listen", a.metricsListen,
+              "Serve the latest records at http://HOST:PORT/metrics for Prometheus: "
+              "HOST:PORT, or PORT alone for 127.0.0.1 (0: a free port)");
+    addOption(app, "--metrics-auth", a.metricsAuth,
+              "Ask scrapes for HTTP basic authentication with the user:password line of FILE");
+    addOption(app, "--metrics-top", a.metricsTop,
+              "Series kept per process, thread, feature or application family (default " +
+                      std::to_string(a.metricsTop) + ")");
+    addOption(app, "--openmetrics", a.openMetrics,
+              "Also write every snapshot's metrics to FILE as OpenMetrics with timestamps, "
+              "for promtool tsdb create-blocks-from openmetrics");
+    addOption(app, "--start-time", a.startTime,
+              "Time of device time 0 in the --openmetrics file, RFC 3339 (default: the run "
+              "ends now)");
+    addOption(app, "--device", a.device, "Label every series of the --openmetrics file device=NAME");
+    addOption(app, "--summary", a.summary,
+              "Also write the run summary and every provider's last record to FILE as one "
+              "JSON document (scripts/compare-runs compares two)");
+    app.add_flag("--samples", a.samples,
+                 "Also print what each sample read: battery current and voltage, every "
+                 "temperature and cooling device, system memory (\"sample\" lines)");
+}
+
+void declareOptions(CLI::App& app, Arguments& a) {
+    declareRunOptions(app, a);
+    declareHeadsetOptions(app, a);
+    declareTimelineOptions(app, a);
+    app.set_version_flag("--version", "vistrel-host " VISTREL_VERSION
+                                      " (libvistrelprovider " VISTREL_VERSION ")");
+    app.footer(helpFooter());
 }
 
 std::optional<int> logPriority(const std::string& level) {
@@ -149,13 +227,28 @@ std::optional<int> logPriority(const std::string& level) {
     return std::nullopt;
 }
 
-std::vector<std::string> splitList(const std::string& text) {
-    std::vector<std::string> items;
-    std::stringstream in(text);
-    for (std::string item; std::getline(in, item, ',');) {
-        if (!item.empty()) items.push_back(item);
+// The items of a comma-separated list; a problem when one is empty.
+Problem splitList(const std::string& option, const std::string& text,
+                  std::vector<std::string>* items) {
+    size_t start = 0;
+    for (size_t comma; (comma = text.find(',', start)) != std::string::npos; start = comma + 1) {
+        items->push_back(text.substr(start, comma - start));
     }
-    return items;
+    items->push_back(text.substr(start));
+    for (const auto& item : *items) {
+        if (item.empty()) return "empty name in " + option + " '" + text + "'";
+    }
+    return std::nullopt;
+}
+
+// What a --hide name may be: a source (provider, log tag, "host"), a kind of line, or the name
+// of a notification, push, hook or host event.
+bool isTimelineName(const std::string& name) {
+    for (const auto* names : {&providerNames(), &providerLineNames(), &lineKinds(),
+                              &sim::hostEventNames(), &logTags()}) {
+        if (std::find(names->begin(), names->end(), name) != names->end()) return true;
+    }
+    return name == "host" || name == "TriggerService";
 }
 
 bool isDirectory(const std::string& path) {
@@ -189,13 +282,15 @@ Problem checkRun(const Arguments& a, RunConfig& c) {
     if (auto problem = parseDurationInto(a.snapshotEvery, &c.snapshotEveryNs)) return problem;
     c.json = a.json;
     c.tracePath = a.trace;
+    c.summaryPath = a.summary;
+    c.printSamples = a.samples;
     const auto priority = logPriority(a.logLevel);
     if (!priority) return "bad log level '" + a.logLevel + "'";
     c.logPriority = *priority;
     return std::nullopt;
 }
 
-Problem checkProviders(const Arguments& a, RunConfig& c) {
+Problem checkDonOptions(const Arguments& a, RunConfig& c) {
     const auto donPeriod = parseDuration(a.donPeriod);
     if (!donPeriod || *donPeriod < 1000000) return "bad duration '" + a.donPeriod + "'";
     if (a.donBits < 0 || a.donBits > 32) {
@@ -209,33 +304,61 @@ Problem checkProviders(const Arguments& a, RunConfig& c) {
     c.providerOptions.donBitsPerState = static_cast<uint32_t>(a.donBits);
     c.providerOptions.donStatesPerAggregate = static_cast<int32_t>(a.donStates);
     c.providerOptions.donSamplePeriodMs = *donPeriod / 1000000;
+    return std::nullopt;
+}
 
-    c.providers = splitList(a.providers);
+// Whether the configuration runs the named provider.
+bool runs(const RunConfig& c, const std::string& name) {
+    return c.providers.empty() ||
+           std::find(c.providers.begin(), c.providers.end(), name) != c.providers.end();
+}
+
+Problem checkProviders(const Arguments& a, RunConfig& c) {
+    if (!a.providers.empty()) {
+        if (auto problem = splitList("--providers", a.providers, &c.providers)) return problem;
+    }
     for (const auto& name : c.providers) {
         if (!isKnownProvider(name)) return "unknown provider '" + name + "'";
     }
-    const auto runs = [&c](const std::string& name) {
-        return c.providers.empty() ||
-               std::find(c.providers.begin(), c.providers.end(), name) != c.providers.end();
-    };
     for (const auto& text : a.fireThrottling) {
         if (auto problem = parseDurationInto(text, &c.fireThrottlingAtNs.emplace_back())) {
             return problem;
         }
+        if (c.fireThrottlingAtNs.back() > c.durationNs) {
+            return "--fire-throttling " + text + " is past the end of the run (" +
+                   formatDeviceTime(c.durationNs) + ")";
+        }
     }
-    if (!c.fireThrottlingAtNs.empty() && !runs("ThermalStats")) {
+    if (!c.fireThrottlingAtNs.empty() && !runs(c, "ThermalStats")) {
         return "--fire-throttling needs ThermalStats among the providers";
     }
-    for (const auto& name : splitList(a.only)) {
+    return std::nullopt;
+}
+
+Problem checkTimeline(const Arguments& a, RunConfig& c) {
+    std::vector<std::string> only, hide;
+    if (!a.only.empty()) {
+        if (auto problem = splitList("--only", a.only, &only)) return problem;
+    }
+    for (const auto& name : only) {
         if (name != "host" && !isKnownProvider(name)) {
             return "unknown provider '" + name + "' in --only";
         }
-        if (name != "host" && !runs(name)) {
+        if (name != "host" && !runs(c, name)) {
             return "'" + name + "' in --only does not run: it is not in --providers";
         }
-        c.filter.only.insert(name);
     }
-    c.filter.hide.insert(a.hide.begin(), a.hide.end());
+    for (const auto& list : a.hide) {
+        if (auto problem = splitList("--hide", list, &hide)) return problem;
+    }
+    for (const auto& name : hide) {
+        if (!isTimelineName(name)) {
+            return "unknown name '" + name +
+                   "' in --hide: not a provider, log tag, kind of line, notification or event";
+        }
+    }
+    c.filter.only.insert(only.begin(), only.end());
+    c.filter.hide.insert(hide.begin(), hide.end());
     c.filter.fold = a.fold || (!a.json && !a.noFold);
     return std::nullopt;
 }
@@ -249,40 +372,55 @@ Problem addProperty(const std::string& assignment, RunConfig& c) {
     return std::nullopt;
 }
 
-// The value of `entry` ("NAME=value") when it sets the variable `name`, else null.
-const char* variable(const char* entry, const char* name) {
+// The value of the environment variable `name`, or empty when it is not set.
+std::string environmentValue(const char* const* envp, const char* name) {
     const size_t length = strlen(name);
-    return strncmp(entry, name, length) == 0 && entry[length] == '=' ? entry + length + 1 : nullptr;
+    for (const char* const* env = envp; env != nullptr && *env != nullptr; ++env) {
+        if (strncmp(*env, name, length) == 0 && (*env)[length] == '=') return *env + length + 1;
+    }
+    return "";
 }
 
-Problem checkEnvironment(const Arguments& a, const char* const* envp, RunConfig& c) {
+Problem checkProperties(const Arguments& a, const char* const* envp, RunConfig& c) {
     // The simulated configuration reports foreground applications unless told otherwise.
     c.properties.emplace_back("enable_fg_apps_cpu_events", "true");
-    std::string sdkDir = a.sdkDir;
     for (const char* const* env = envp; env != nullptr && *env != nullptr; ++env) {
         if (strncmp(*env, kPropertyEnvPrefix, strlen(kPropertyEnvPrefix)) == 0) {
             if (auto problem = addProperty(*env + strlen(kPropertyEnvPrefix), c)) return problem;
-        } else if (const char* dir = variable(*env, kSdkDirEnv); dir && sdkDir.empty()) {
-            sdkDir = dir;
-        } else if (const char* root = variable(*env, hostplatform::kFsRootEnv)) {
-            c.fsRoot = root;  // the platform layer took it already; --root below wins
         }
     }
     for (const auto& assignment : a.properties) {
         if (auto problem = addProperty(assignment, c)) return problem;
     }
+    return std::nullopt;
+}
 
+// The file-system root: --root, else VISTREL_FS_ROOT (which the platform library has already
+// taken when it loaded).
+Problem checkRoot(const Arguments& a, const char* const* envp, RunConfig& c) {
+    const std::string fromEnvironment = environmentValue(envp, hostplatform::kFsRootEnv);
+    const std::string origin =
+            a.root.empty() ? std::string(hostplatform::kFsRootEnv) : std::string("--root");
+    c.fsRoot = a.root.empty() ? fromEnvironment : a.root;
+    if (c.fsRoot.empty()) return std::nullopt;
+    if (!isDirectory(c.fsRoot)) return origin + " '" + c.fsRoot + "' is not a directory";
+    if (const auto special = findSpecialFile(c.fsRoot)) {
+        return origin + " '" + c.fsRoot + "': " + *special +
+               ", where the providers read a kernel file";
+    }
+    return std::nullopt;
+}
+
+Problem checkEnvironment(const Arguments& a, const char* const* envp, RunConfig& c) {
+    if (auto problem = checkProperties(a, envp, c)) return problem;
+    std::string sdkDir = a.sdkDir.empty() ? environmentValue(envp, kSdkDirEnv) : a.sdkDir;
     if (sdkDir.empty()) sdkDir = VISTREL_DEFAULT_SDK_DIR;
     const auto absolute = absoluteDirectory(sdkDir);
     if (!absolute || absolute->find(':') != std::string::npos) {
         return "SDK module directory '" + sdkDir + "' is not a usable directory";
     }
     c.sdkDir = *absolute;
-    if (!a.root.empty()) {
-        if (!isDirectory(a.root)) return "--root '" + a.root + "' is not a directory";
-        c.fsRoot = a.root;
-    }
-    return std::nullopt;
+    return checkRoot(a, envp, c);
 }
 
 // Decimal digits that fit 64 bits.
@@ -295,6 +433,25 @@ std::optional<uint64_t> parseSeed(const std::string& text) {
     const unsigned long long value = strtoull(text.c_str(), nullptr, 10);
     if (errno == ERANGE) return std::nullopt;
     return static_cast<uint64_t>(value);
+}
+
+// The simulated headset's own kernel files by default in a simulated run; the real ones under
+// a root, with the sysfs HALs (which read real sysfs files) and in real time.
+Problem checkKernelFiles(const Arguments& a, const RunConfig& c, sim::HeadsetConfig& h) {
+    const bool sysfsHal = a.battery == "sysfs" || a.thermal == "sysfs";
+    const bool simulatedByDefault =
+            c.timing == RunConfig::Timing::Simulated && c.fsRoot.empty() && !sysfsHal;
+    if (a.kernelFiles == "real" || (a.kernelFiles.empty() && !simulatedByDefault)) {
+        return std::nullopt;
+    }
+    if (!c.fsRoot.empty()) {
+        return "--kernel-files simulated replaces the file-system root: not with --root or " +
+               std::string(hostplatform::kFsRootEnv);
+    }
+    if (sysfsHal)
+        return "--battery sysfs and --thermal sysfs read real sysfs files, not simulated ones";
+    h.kernelFiles = sim::HeadsetConfig::KernelFiles::Simulated;
+    return std::nullopt;
 }
 
 Problem checkHeadset(const Arguments& a, RunConfig& c) {
@@ -327,17 +484,6 @@ Problem checkHeadset(const Arguments& a, RunConfig& c) {
         return "--data-available must not exceed --data-total";
     }
 
-    const auto seed = parseSeed(a.seed);
-    if (!seed) return "--seed must be a non-negative integer, not '" + a.seed + "'";
-    h.seed = *seed;
-    // A simulated run reads the simulated headset's kernel files; a root (--root or
-    // VISTREL_FS_ROOT) replays a tree, and the sysfs HALs and a real-time run read real ones
-    // (this machine's, or the tree's).
-    if (c.timing == RunConfig::Timing::Simulated && c.fsRoot.empty() && a.battery != "sysfs" &&
-        a.thermal != "sysfs") {
-        h.kernelFiles = sim::HeadsetConfig::KernelFiles::Simulated;
-    }
-
     if (a.battery == "sysfs") h.batteryBackend = sim::HeadsetConfig::BatteryBackend::Sysfs;
     if (a.thermal == "sysfs") {
         if (!a.thermalScenario.empty()) return "--thermal-scenario needs --thermal sim";
@@ -347,11 +493,75 @@ Problem checkHeadset(const Arguments& a, RunConfig& c) {
         if (!scenario) return "unknown thermal scenario '" + a.thermalScenario + "'";
         h.thermal = *scenario;
     }
+    const auto seed = parseSeed(a.seed);
+    if (!seed) return "--seed must be a non-negative integer, not '" + a.seed + "'";
+    h.seed = *seed;
+    return checkKernelFiles(a, c, h);
+}
+
+Problem checkExport(const Arguments& a, RunConfig& c) {
+    metrics::ExportConfig& e = c.exporting;
+    if (a.metricsTop < 1 || a.metricsTop > INT32_MAX) {
+        return "--metrics-top must be 1 to 2147483647 (series per family), not " +
+               std::to_string(a.metricsTop);
+    }
+    c.providerOptions.metrics.top = static_cast<int>(a.metricsTop);
+    if ((a.metricsListen || a.openMetrics) && !VISTREL_WITH_EXPORT) {
+        return "this vistrel-host was built without the metrics exporter (VISTREL_BUILD_EXPORT)";
+    }
+    std::string error;
+    if (a.metricsListen && !(e.listen = metrics::parseListenAddress(*a.metricsListen, &error))) {
+        return "--metrics-listen: " + error;
+    }
+    if (a.metricsAuth) {
+        if (!e.listen) return "--metrics-auth needs --metrics-listen";
+        if (!(e.credentials = metrics::readCredentials(*a.metricsAuth, &error))) {
+            return "--metrics-auth: " + error;
+        }
+    }
+    if ((a.startTime || a.device) && !a.openMetrics) {
+        return "--start-time and --device describe the --openmetrics file: give one";
+    }
+    e.openMetricsPath = a.openMetrics.value_or("");
+    if (a.openMetrics && a.openMetrics->empty()) return "--openmetrics needs a file name";
+    if (a.startTime && !(e.startUnixMs = metrics::parseRfc3339(*a.startTime))) {
+        return "--start-time must be an RFC 3339 date-time from 1970 on, e.g. "
+               "2024-05-01T08:00:00Z, not '" +
+               *a.startTime + "'";
+    }
+    e.device = a.device.value_or("");
+    if (a.device && e.device.empty()) return "--device needs a name";
     return std::nullopt;
 }
 
+// Options that only say where output goes, left out of the run's description.
+bool isOutputPath(const std::string& option) {
+    return option == "--summary" || option == "--trace";
+}
+
+nlohmann::ordered_json describeRun(const CLI::App& app, const RunConfig& c) {
+    using json = nlohmann::ordered_json;
+    json given = json::object();
+    for (const CLI::Option* option : app.get_options()) {
+        const std::string name = option->get_name();
+        if (option->count() == 0 || isOutputPath(name)) continue;
+        const auto& values = option->results();
+        given[name] = values.size() == 1 ? json(values.front()) : json(values);
+    }
+    json properties = json::object();
+    for (const auto& [name, value] : c.properties) properties[name] = value;
+    const bool live = c.headset.sampler == sim::sdk::SamplerMode::Live;
+    return json{{"mode", c.timing == RunConfig::Timing::Real ? "real" : "simulated"},
+                {"durationNs", c.durationNs},
+                {"snapshotEveryNs", c.snapshotEveryNs},
+                {"sampler", live ? "live" : "simulated"},
+                {"properties", properties},
+                {"options", given}};
+}
+
 ParseExit usageExit(const std::string& message) {
-    return {2, "vistrel-host: " + message + "\nRun with --help for more information.\n"};
+    return {kUsageErrorStatus,
+            "vistrel-host: " + message + "\nRun with --help for more information.\n"};
 }
 
 }  // namespace
@@ -373,10 +583,14 @@ std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* arg
     }
     RunConfig c;
     Problem problem = checkRun(a, c);
+    if (!problem) problem = checkDonOptions(a, c);
     if (!problem) problem = checkProviders(a, c);
+    if (!problem) problem = checkTimeline(a, c);
     if (!problem) problem = checkEnvironment(a, envp, c);
     if (!problem) problem = checkHeadset(a, c);
+    if (!problem) problem = checkExport(a, c);
     if (problem) return usageExit(*problem);
+    c.description = describeRun(app, c);
     return c;
 }
 

@@ -1,8 +1,9 @@
 // The reference host's command line, parsed into a typed run configuration.
 //
 // parseOptions() is the one place a command line is judged: every usage error (a bad duration,
-// an unknown provider, a property the store rejects, a --root that is not a directory, values a
-// provider does not accept...) is raised there, so the wiring in main.cc only builds and runs.
+// an empty value, an unknown provider or name, a property the store rejects, a root that is not a
+// directory or holds a special file where the providers read, values a provider does not
+// accept...) is raised there, so the wiring in main.cc only builds and runs.
 #pragma once
 
 #include <cstdint>
@@ -11,11 +12,18 @@
 #include <variant>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+#include "ExportOptions.h"
+
 #include "Headset.h"
 #include "Output.h"
 #include "Providers.h"
 
 namespace host {
+
+// Exit statuses of vistrel-host, besides 0 and 128 + the signal that stopped a run.
+inline constexpr int kUsageErrorStatus = 2;
+inline constexpr int kWriteErrorStatus = 74;  // EX_IOERR: the timeline or the trace failed
 
 struct RunConfig {
     enum class Timing { Simulated, Real };
@@ -24,8 +32,14 @@ struct RunConfig {
     int64_t snapshotEveryNs = 0;
     bool json = false;
     TimelineFilter filter;
-    int logPriority = 0;    // lowest liblog priority shown
-    std::string tracePath;  // empty: no trace
+    int logPriority = 0;        // lowest liblog priority shown
+    std::string tracePath;      // empty: no trace
+    std::string summaryPath;    // empty: no summary file
+    bool printSamples = false;  // a "sample" line with what each sample read (HostedProvider)
+    // The run as given, for the summary file and the first JSON line: "mode", "durationNs",
+    // "snapshotEveryNs", "sampler", "properties" (every property set) and "options" (each option
+    // on the command line with its values, output paths left out).
+    nlohmann::ordered_json description;
 
     // Provider class names to run, in the host's order; empty runs every provider.
     std::vector<std::string> providers;
@@ -36,9 +50,12 @@ struct RunConfig {
     // System properties to set, in order: the environment's VISTREL_PROP_* first, then --prop.
     // Each was checked against the property store.
     std::vector<std::pair<std::string, std::string>> properties;
-    std::string fsRoot;  // --root (an existing directory), else VISTREL_FS_ROOT; empty for none
+    std::string fsRoot;  // --root, else VISTREL_FS_ROOT: an existing directory, or empty for none
     std::string sdkDir;  // absolute path of an existing directory without ':'
     sim::HeadsetConfig headset;
+    // The live metrics endpoint and the OpenMetrics file (export/); the families' top N is in
+    // providerOptions.metrics.
+    metrics::ExportConfig exporting;
 };
 
 // How parsing ended when it yields no configuration: the text to print (on stdout when the
@@ -48,7 +65,7 @@ struct ParseExit {
     std::string text;
 };
 
-// Parses `argv` with the environment `envp` (VISTREL_PROP_*, VISTREL_SDK_DIR).
+// Parses `argv` with the environment `envp` (VISTREL_PROP_*, VISTREL_SDK_DIR, VISTREL_FS_ROOT).
 std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* argv,
                                                 const char* const* envp);
 

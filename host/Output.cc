@@ -1,5 +1,8 @@
 #include "Output.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "HostSideWork.h"
 #include "ProviderCall.h"
 #include "TextValues.h"
@@ -39,8 +42,16 @@ std::string summarize(const json& value) {
     return value.dump();
 }
 
-Output::Output(FILE* out, bool json, TimelineFilter filter)
-    : out_(out), json_(json), filter_(std::move(filter)) {}
+const std::vector<std::string>& lineKinds() {
+    static const std::vector<std::string> kinds = {
+            "acquire",        "release",      "notification", "fetch", "record",
+            "push",           "push (force)", "host-event",   "hook",  "log",
+            "trigger-report", "repeated",     "summary"};
+    return kinds;
+}
+
+Output::Output(FILE* out, bool json, std::function<int64_t()> deviceNow, TimelineFilter filter)
+    : out_(out), json_(json), deviceNow_(std::move(deviceNow)), filter_(std::move(filter)) {}
 
 void Output::setProviderNames(std::vector<std::string> names) {
     threadsafety::MutexLock lock(mutex_);
@@ -52,35 +63,38 @@ void Output::observe(std::function<void(const Line&)> observer) {
     observers_.push_back(std::move(observer));
 }
 
-void Output::write(int64_t deviceNs, const std::string& source, const std::string& event,
-                   const json& fields) {
-    write(deviceNs, source, event, fields, std::string());
+void Output::onWriteError(std::function<void(const std::string&)> listener) {
+    threadsafety::MutexLock lock(mutex_);
+    onWriteError_ = std::move(listener);
 }
 
-void Output::write(int64_t deviceNs, const std::string& source, const std::string& event,
-                   const json& fields, const std::string& owner) {
+void Output::write(const std::string& source, const std::string& event, const json& fields) {
+    write(source, event, fields, std::string());
+}
+
+void Output::write(const std::string& source, const std::string& event, const json& fields,
+                   const std::string& owner) {
     const sim::HostSideWork printing;  // the host's work, even when a provider's call caused it
     const size_t caller = ProviderCall::current();
     threadsafety::MutexLock lock(mutex_);
     const std::string& resolved = !owner.empty()                   ? owner
                                   : caller < providerNames_.size() ? providerNames_[caller]
                                                                    : source;
-    const Line line{deviceNs, source, event, fields, resolved};
+    const Line line{deviceNow_(), source, event, fields, resolved};
     for (const auto& observer : observers_) observer(line);
     if (!shown(line) || foldedLocked(line)) return;
-    printLocked(deviceNs, source, event, fields);
+    printLocked(line.deviceNs, source, event, fields);
 }
 
-void Output::writeUnfiltered(int64_t deviceNs, const std::string& source, const std::string& event,
+void Output::writeUnfiltered(const std::string& source, const std::string& event,
                              const json& fields) {
     threadsafety::MutexLock lock(mutex_);
-    printLocked(deviceNs, source, event, fields);
+    printLocked(deviceNow_(), source, event, fields);
 }
 
 void Output::writeRaw(const std::string& text) {
     threadsafety::MutexLock lock(mutex_);
-    fputs(text.c_str(), out_);
-    fflush(out_);
+    putLocked(text);
 }
 
 bool Output::shown(const Line& line) const {
@@ -93,7 +107,8 @@ bool Output::shown(const Line& line) const {
 }
 
 bool Output::foldedLocked(const Line& line) {
-    if (!filter_.fold) return false;
+    // What a sample read comes between its owner's notifications without breaking a fold.
+    if (!filter_.fold || line.event == "sample") return false;
     const bool notification = line.event == "notification";
     if (notification) {
         const auto found = folds_.find(line.owner);
@@ -127,8 +142,9 @@ void Output::closeFoldLocked(const std::string& owner, int64_t deviceNs) {
     fold.repeats = 0;
 }
 
-void Output::endTimeline(int64_t deviceNs) {
+void Output::endTimeline() {
     threadsafety::MutexLock lock(mutex_);
+    const int64_t deviceNs = deviceNow_();
     for (auto& entry : folds_) closeFoldLocked(entry.first, deviceNs);
     folds_.clear();
 }
@@ -149,8 +165,14 @@ void Output::printLocked(int64_t deviceNs, const std::string& source, const std:
                  source.c_str(), event.c_str());
         line = std::string(head) + " " + summarize(fields);
     }
-    fprintf(out_, "%s\n", line.c_str());
-    fflush(out_);
+    putLocked(line + "\n");
+}
+
+void Output::putLocked(const std::string& text) {
+    if (failed_) return;
+    if (fputs(text.c_str(), out_) >= 0 && fflush(out_) == 0) return;
+    failed_ = true;
+    if (onWriteError_) onWriteError_(std::string("cannot write the timeline: ") + strerror(errno));
 }
 
 }  // namespace host

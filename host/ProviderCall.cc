@@ -28,9 +28,10 @@ size_t ProviderCall::current() {
     return t_current;
 }
 
-ProviderCall::ProviderCall(RunSummary& summary, size_t provider)
+ProviderCall::ProviderCall(RunSummary& summary, size_t provider, Cost cost)
     : summary_(summary),
       provider_(provider),
+      cost_(cost),
       outer_(t_current),
       startNs_(sim::threadCpuNs()),
       hostSideAtStart_(sim::hostSideTotals()) {
@@ -45,7 +46,7 @@ ProviderCall::~ProviderCall() {
     const int64_t reads = 1 + (hostSide.scopes - hostSideAtStart_.scopes);
     const int64_t ownNs =
             spentNs - (hostSide.cpuNs - hostSideAtStart_.cpuNs) - reads * clockReadCostNs();
-    summary_.addCall(provider_, std::max<int64_t>(0, ownNs));
+    summary_.addCall(provider_, std::max<int64_t>(0, ownNs), cost_ == Cost::OneOff);
 }
 
 }  // namespace host

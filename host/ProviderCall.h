@@ -24,7 +24,10 @@ class RunSummary;
 
 class ProviderCall {
 public:
-    ProviderCall(RunSummary& summary, size_t provider);
+    // Acquiring, releasing and destroying a provider cost once per run; the rest is steady.
+    enum class Cost { Steady, OneOff };
+
+    ProviderCall(RunSummary& summary, size_t provider, Cost cost = Cost::Steady);
     ~ProviderCall();
     ProviderCall(const ProviderCall&) = delete;
     ProviderCall& operator=(const ProviderCall&) = delete;
@@ -40,6 +43,7 @@ public:
 private:
     RunSummary& summary_;
     size_t provider_;
+    Cost cost_;
     size_t outer_;
     int64_t startNs_;
     sim::HostSideTotals hostSideAtStart_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <memory>
+#include <type_traits>
 
 #include "BatteryStats.h"
 #include "BatteryStatsStates.h"
@@ -21,12 +23,20 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-// Owns a provider and renders its record fields as the host reads them after a snapshot.
+// Owns a provider and renders its record fields as the host reads them after a snapshot: as
+// JSON, and as metric families by the provider's table in export/ProviderMetrics.cc.
 template <typename P>
-HostedProvider hostedWith(std::unique_ptr<P> provider, std::function<json(P&)> render) {
+HostedProvider hostedWith(std::unique_ptr<P> provider, std::function<json(P&)> render,
+                          const metrics::RenderOptions& options) {
     P* p = provider.get();
     HostedProvider hosted;
     hosted.record = [p, render] { return render(*p); };
+    // SystemStateStats' families come from the batch its `follow` fetches.
+    if constexpr (!std::is_same_v<P, Vistrel::SystemStateStats>) {
+        hosted.metrics = [p, options]() -> std::optional<metrics::Families> {
+            return metrics::render(*p, options);
+        };
+    }
     hosted.provider = std::move(provider);
     return hosted;
 }
@@ -44,16 +54,43 @@ HostedProvider systemState(const ProviderOptions& o) {
             // The words themselves are printed by `follow`; fetching them here would log them twice.
             [](Vistrel::SystemStateStats& s) {
                 return json{{"eventStartMs", s.getEventStartTime()}};
-            });
+            },
+            o.metrics);
     auto* p = static_cast<Vistrel::SystemStateStats*>(hosted.provider.get());
-    hosted.follow = [p](const Vistrel::Notification& n) -> std::optional<json> {
+    auto batch = std::make_shared<metrics::DonBatch>();
+    batch->bitsPerState = o.donBitsPerState;
+    batch->statesPerBatch = o.donStatesPerAggregate;
+    hosted.follow = [p, batch](const Vistrel::Notification& n) -> std::optional<json> {
         if (n.detail != "AggregatedDonStates") return std::nullopt;
+        batch->words = p->getDonStates();
         json words = json::array();
-        for (int64_t w : p->getDonStates()) words.push_back(hexWord(w));
+        for (int64_t w : batch->words) words.push_back(hexWord(w));
         return json{{"eventStartMs", p->getEventStartTime()}, {"donStates", words}};
+    };
+    hosted.metrics = [batch, options = o.metrics]() -> std::optional<metrics::Families> {
+        return metrics::render(*batch, options);
     };
     hosted.tracks = {};  // packed bit words: the fetch lines show them
     return hosted;
+}
+
+// Says once for each new write position of a ring whether it holds a reading not yet printed:
+// the position moves with every successful sample (forced ones included).
+class NewSlot {
+public:
+    bool operator()(int32_t filled, int32_t next) {
+        if (filled == 0 || next == seen_) return false;
+        seen_ = next;
+        return true;
+    }
+
+private:
+    int32_t seen_ = -1;
+};
+
+// The slot before `next` in a ring of `size`.
+int32_t newestSlot(int32_t next, int32_t size) {
+    return (next + size - 1) % size;
 }
 
 // Last, maximum, minimum and average of a ring.
@@ -61,9 +98,10 @@ json statistics(float last, float max, float min, float average) {
     return json{{"last", last}, {"max", max}, {"min", min}, {"average", average}};
 }
 
-HostedProvider battery(const ProviderOptions&) {
+HostedProvider battery(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::BatteryStats>(
-            std::make_unique<Vistrel::BatteryStats>(), [](Vistrel::BatteryStats& b) {
+            std::make_unique<Vistrel::BatteryStats>(),
+            [](Vistrel::BatteryStats& b) {
                 return json{{"isCharging", b.isCharging},
                             {"powerSource", b.powerSource},
                             {"status", b.statusText},
@@ -80,8 +118,15 @@ HostedProvider battery(const ProviderOptions&) {
                                                      b.currentMinMa, b.currentAvgMa)},
                             {"voltageMv", statistics(b.voltageLastMv, b.voltageMaxMv,
                                                      b.voltageMinMv, b.voltageAvgMv)}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"level", "isCharging", "currentMa/last", "voltageMv/last", "chargeCounterMah"};
+    auto* p = static_cast<Vistrel::BatteryStats*>(hosted.provider.get());
+    hosted.reading = [p, isNew = NewSlot()]() mutable -> std::optional<json> {
+        if (!isNew(p->ringCount, p->ringIndex)) return std::nullopt;
+        const int32_t slot = newestSlot(p->ringIndex, Vistrel::BatteryStats::kRingSize);
+        return json{{"currentMa", p->currentRingMa[slot]}, {"voltageMv", p->voltageRingMv[slot]}};
+    };
     return hosted;
 }
 
@@ -99,9 +144,10 @@ const char* batteryStateName(Vistrel::BatteryState state) {
     return "?";
 }
 
-HostedProvider batteryStates(const ProviderOptions&) {
+HostedProvider batteryStates(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::BatteryStatsStates>(
-            std::make_unique<Vistrel::BatteryStatsStates>(), [](Vistrel::BatteryStatsStates& s) {
+            std::make_unique<Vistrel::BatteryStatsStates>(),
+            [](Vistrel::BatteryStatsStates& s) {
                 return json{{"state", batteryStateName(s.currentState)},
                             {"previousState", batteryStateName(s.previousState)},
                             {"stateStartStamp", s.stateStartStamp},
@@ -117,15 +163,17 @@ HostedProvider batteryStates(const ProviderOptions&) {
                             {"previousFullChargeMah", s.previousFullChargeMah},
                             {"chargeCounterMah", s.chargeCounterMah},
                             {"previousChargeCounterMah", s.previousChargeCounterMah}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {};  // states and stamps: its notifications mark the changes
     return hosted;
 }
 
 // The process count and the heaviest few processes by resident memory.
-HostedProvider processMemory(const ProviderOptions&) {
+HostedProvider processMemory(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::ProcessMemoryStats>(
-            std::make_unique<Vistrel::ProcessMemoryStats>(), [](Vistrel::ProcessMemoryStats& p) {
+            std::make_unique<Vistrel::ProcessMemoryStats>(),
+            [](Vistrel::ProcessMemoryStats& p) {
                 constexpr size_t kShown = 3;
                 std::vector<const std::pair<const std::string, Vistrel::ProcessMemorySnapshot>*> byRss;
                 for (const auto& entry : p.snapshots) byRss.push_back(&entry);
@@ -151,61 +199,74 @@ HostedProvider processMemory(const ProviderOptions&) {
                             {"sampleDurationMs", p.sampleDurationMs},
                             {"processNames", p.snapshots.size()},
                             {"topByRss", top}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"processNames", "topByRss/*/vmRssKb"};
     return hosted;
 }
 
-HostedProvider zram(const ProviderOptions&) {
+HostedProvider zram(const ProviderOptions& o) {
     return hostedWith<Vistrel::ZramStats>(
-            std::make_unique<Vistrel::ZramStats>(), [](Vistrel::ZramStats& z) {
+            std::make_unique<Vistrel::ZramStats>(),
+            [](Vistrel::ZramStats& z) {
                 return json{
                         {"origDataSize", z.origDataSize},     {"comprDataSize", z.comprDataSize},
                         {"memUsedTotal", z.memUsedTotal},     {"memLimit", z.memLimit},
                         {"memUsedMax", z.memUsedMax},         {"samePages", z.samePages},
                         {"pagesCompacted", z.pagesCompacted}, {"hugePages", z.hugePages},
                         {"hugePagesSince", z.hugePagesSince}, {"column10", z.column10}};
-            });
+            },
+            o.metrics);
 }
 
-HostedProvider swapWrite(const ProviderOptions&) {
+HostedProvider swapWrite(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::SwapWriteStats>(
-            std::make_unique<Vistrel::SwapWriteStats>(), [](Vistrel::SwapWriteStats& s) {
+            std::make_unique<Vistrel::SwapWriteStats>(),
+            [](Vistrel::SwapWriteStats& s) {
                 return json{{"timestamp", s.timestamp}, {"swapWriteBytes", s.swapWriteBytes}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"swapWriteBytes"};
     return hosted;
 }
 
-HostedProvider storage(const ProviderOptions&) {
+HostedProvider storage(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::StorageStats>(
-            std::make_unique<Vistrel::StorageStats>(), [](Vistrel::StorageStats& s) {
+            std::make_unique<Vistrel::StorageStats>(),
+            [](Vistrel::StorageStats& s) {
                 return json{{"totalBytes", s.totalBytes},
                             {"availableBytes", s.availableBytes},
                             {"freeBytes", s.freeBytes},
                             {"lowStorage", s.lowStorage},
                             {"lastSnapshotNs", s.lastSnapshotNs}};
-            });
+            },
+            o.metrics);
     hosted.tracks = {"availableBytes", "lowStorage"};
     return hosted;
 }
 
+// The figures every sample reads (meminfo, PSI), as the record holds them.
+json memoryReading(const Vistrel::SystemMemoryStats& m) {
+    return json{{"timestampMs", m.timestampMs},
+                {"readDurationMs", m.readDurationMs},
+                {"memAvailableKb", m.memAvailableKb},
+                {"memUsedKb", m.memUsedKb},
+                {"psiSomeAvg10", m.psiSomeAvg10},
+                {"psiSomeAvg60", m.psiSomeAvg60},
+                {"psiSomeAvg300", m.psiSomeAvg300},
+                {"psiFullAvg10", m.psiFullAvg10},
+                {"psiFullAvg60", m.psiFullAvg60},
+                {"psiFullAvg300", m.psiFullAvg300},
+                {"uptimeMs", m.uptimeMs}};
+}
+
 // The zram idle statistics have no caller inside the library; the host gathers them with each
 // record when mobile_vistrel_zram_idle_collector is set (this writes zram0's control file).
-HostedProvider systemMemory(const ProviderOptions&) {
+HostedProvider systemMemory(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::SystemMemoryStats>(
-            std::make_unique<Vistrel::SystemMemoryStats>(), [](Vistrel::SystemMemoryStats& m) {
-                json record = {{"timestampMs", m.timestampMs},
-                               {"readDurationMs", m.readDurationMs},
-                               {"memAvailableKb", m.memAvailableKb},
-                               {"memUsedKb", m.memUsedKb},
-                               {"psiSomeAvg10", m.psiSomeAvg10},
-                               {"psiSomeAvg60", m.psiSomeAvg60},
-                               {"psiSomeAvg300", m.psiSomeAvg300},
-                               {"psiFullAvg10", m.psiFullAvg10},
-                               {"psiFullAvg60", m.psiFullAvg60},
-                               {"psiFullAvg300", m.psiFullAvg300},
-                               {"uptimeMs", m.uptimeMs}};
+            std::make_unique<Vistrel::SystemMemoryStats>(),
+            [](Vistrel::SystemMemoryStats& m) {
+                json record = memoryReading(m);
                 if (m.getZramIdleMemStatsEnabled()) {
                     const Vistrel::ZramIdleStats* idle = m.getZramIdleMemStats();
                     record["zramIdle"] = {{"idleHistogram", idle->idleHistogram},
@@ -213,15 +274,25 @@ HostedProvider systemMemory(const ProviderOptions&) {
                                           {"simulatedBdStat", idle->simulatedBdStat}};
                 }
                 return record;
-            });
+            },
+            o.metrics);
     hosted.tracks = {"memAvailableKb", "memUsedKb",    "psiSomeAvg10", "psiSomeAvg60",
                      "psiSomeAvg300",  "psiFullAvg10", "psiFullAvg60", "psiFullAvg300"};
+    // sample() itself reads meminfo and PSI into these fields; a snapshot only publishes them.
+    auto* p = static_cast<Vistrel::SystemMemoryStats*>(hosted.provider.get());
+    hosted.reading = [p]() -> std::optional<json> {
+        if (!p->sampleValid) return std::nullopt;
+        return memoryReading(*p);
+    };
     return hosted;
 }
 
-// Thermal statistics rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
+// Thermal figures are rounded to hundredths (41.27, not 41.27000045776367); NAN prints as null.
+double rounded(float value) {
+    return std::round(value * 100.0) / 100.0;
+}
+
 json thermalStatistics(const std::map<std::string, Vistrel::SampledData>& all) {
-    const auto rounded = [](float value) { return std::round(value * 100.0) / 100.0; };
     json byName = json::object();
     for (const auto& [name, d] : all) {
         byName[name] = {{"current", rounded(d.current)},
@@ -232,28 +303,47 @@ json thermalStatistics(const std::map<std::string, Vistrel::SampledData>& all) {
     return byName;
 }
 
-HostedProvider thermal(const ProviderOptions&) {
+// Slot `slot` of every ring, by sensor or device name.
+json ringSlot(const std::map<std::string, Vistrel::ThermalStats::Ring>& rings, int32_t slot) {
+    json byName = json::object();
+    for (const auto& [name, ring] : rings) byName[name] = rounded(ring[slot]);
+    return byName;
+}
+
+HostedProvider thermal(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::ThermalStats>(
-            std::make_unique<Vistrel::ThermalStats>(), [](Vistrel::ThermalStats& t) {
+            std::make_unique<Vistrel::ThermalStats>(),
+            [](Vistrel::ThermalStats& t) {
                 return json{{"sensorsByType", t.sensorsByType},
                             {"temperatures", thermalStatistics(t.temperatureStats)},
                             {"coolingDevices", thermalStatistics(t.coolingDeviceStats)},
                             {"throttlingStatus", t.throttlingStatus}};
-            });
+            },
+            o.metrics);
     auto* p = static_cast<Vistrel::ThermalStats*>(hosted.provider.get());
     hosted.hooks["fireThrottlingNotification"] = [p] { p->fireThrottlingNotification(); };
     hosted.tracks = {"temperatures/*/current", "coolingDevices/*/current", "throttlingStatus/*"};
+    // The newest slot of each ring: what the last sample read, or what the slot kept from twelve
+    // samples before for a sensor that sample did not report.
+    hosted.reading = [p, isNew = NewSlot()]() mutable -> std::optional<json> {
+        if (!isNew(p->sampleCount, p->sampleIndex)) return std::nullopt;
+        const int32_t slot = newestSlot(p->sampleIndex, Vistrel::ThermalStats::kRingSize);
+        return json{{"temperatures", ringSlot(p->temperatureHistory, slot)},
+                    {"coolingDevices", ringSlot(p->coolingDeviceHistory, slot)}};
+    };
     return hosted;
 }
 
 // The foreground applications as of the snapshot the host takes on each "ForegroundAppsStats".
-HostedProvider vrFocus(const ProviderOptions&) {
+HostedProvider vrFocus(const ProviderOptions& o) {
     using Vistrel::VrFocusProviderStats;
-    auto hosted = hostedWith<
-            VrFocusProviderStats>(std::make_unique<VrFocusProviderStats>(), [](VrFocusProviderStats&
-                                                                                       f) {
-        return json{{"foregroundApps", f.foregroundApps}, {"snapshotTimeNs", f.snapshotTimeNs}};
-    });
+    auto hosted = hostedWith<VrFocusProviderStats>(
+            std::make_unique<VrFocusProviderStats>(),
+            [](VrFocusProviderStats& f) {
+                return json{{"foregroundApps", f.foregroundApps},
+                            {"snapshotTimeNs", f.snapshotTimeNs}};
+            },
+            o.metrics);
     hosted.tracks = {};  // application names: its pushes mark the changes
     return hosted;
 }
@@ -276,9 +366,10 @@ json featureTable(const std::optional<Vistrel::FeatureStatsMap>& stats) {
 
 // The names with the highest mean rates, and both feature tables; the host snapshots CpuStats
 // right after each "ProcessCpuHeartbeat" (and with every other provider).
-HostedProvider cpu(const ProviderOptions&) {
+HostedProvider cpu(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::CpuStats>(
-            std::make_unique<Vistrel::CpuStats>(), [](Vistrel::CpuStats& c) {
+            std::make_unique<Vistrel::CpuStats>(),
+            [](Vistrel::CpuStats& c) {
                 constexpr size_t kShown = 5;
                 json top = nullptr;
                 if (c.processStats) {
@@ -306,7 +397,8 @@ HostedProvider cpu(const ProviderOptions&) {
                             {"topByMeanRate", top},
                             {"features", featureTable(c.featureStats)},
                             {"featureIds", featureTable(c.featureIdStats)}};
-            });
+            },
+            o.metrics);
     hosted.snapshotAfter = [](const Vistrel::Notification& n) {
         return n.name == "ProcessCpuHeartbeat";
     };
@@ -317,21 +409,24 @@ HostedProvider cpu(const ProviderOptions&) {
 struct Entry {
     const char* name;
     HostedProvider (*make)(const ProviderOptions&);
+    std::vector<std::string> lineNames;  // its notifications, pushes and hooks
 };
 
 const Entry kProviders[] = {
-        {"SystemStateStats", systemState},
-        {"BatteryStats", battery},
-        {"BatteryStatsStates", batteryStates},
-        {"ProcessMemoryStats", processMemory},
-        {"SystemMemoryStats", systemMemory},
-        {"ZramStats", zram},
-        {"SwapWriteStats", swapWrite},
-        {"StorageStats", storage},
-        {"ThermalStats", thermal},
+        {"SystemStateStats", systemState, {"SystemStateStats"}},
+        {"BatteryStats", battery, {"HealthInfo"}},
+        {"BatteryStatsStates", batteryStates, {"BatteryFull", "BatteryLow"}},
+        {"ProcessMemoryStats", processMemory, {"ProcessMemoryInfo"}},
+        {"SystemMemoryStats", systemMemory, {"SystemMemoryInfo"}},
+        {"ZramStats", zram, {"ZramHeartbeat"}},
+        {"SwapWriteStats", swapWrite, {"SwapHeartbeat"}},
+        {"StorageStats", storage, {"StorageHeartbeat", "LowStorage"}},
+        {"ThermalStats",
+         thermal,
+         {"ThermalHeartbeat", "ThermalThrottle", "fireThrottlingNotification"}},
         // Collectors of the SDK modules (sim/sdk)
-        {"VrFocusProviderStats", vrFocus},
-        {"CpuStats", cpu},
+        {"VrFocusProviderStats", vrFocus, {"ForegroundAppsStats"}},
+        {"CpuStats", cpu, {"ProcessCpuHeartbeat"}},
 };
 
 }  // namespace
@@ -340,6 +435,16 @@ const std::vector<std::string>& providerNames() {
     static const std::vector<std::string> names = [] {
         std::vector<std::string> all;
         for (const auto& e : kProviders) all.push_back(e.name);
+        return all;
+    }();
+    return names;
+}
+
+const std::vector<std::string>& providerLineNames() {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (const auto& e : kProviders)
+            all.insert(all.end(), e.lineNames.begin(), e.lineNames.end());
         return all;
     }();
     return names;

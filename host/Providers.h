@@ -12,7 +12,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "MetricFamilies.h"
 #include "Provider.h"
+#include "ProviderMetrics.h"
 
 namespace host {
 
@@ -21,15 +23,24 @@ struct ProviderOptions {
     uint32_t donBitsPerState = 1;
     int32_t donStatesPerAggregate = 60;
     int64_t donSamplePeriodMs = 60000;
+    // How records are rendered as metric families (HostedProvider::metrics).
+    metrics::RenderOptions metrics;
 };
 
 struct HostedProvider {
     std::unique_ptr<Vistrel::Provider> provider;
     // The provider's record as the host reads it after a successful snapshot.
     std::function<nlohmann::ordered_json()> record;
+    // The same record as metric families (export/ProviderMetrics.h); empty when this snapshot
+    // brought no new readings and the previous families stay current.
+    std::function<std::optional<metrics::Families>()> metrics;
     // What the host fetches after routing one of the provider's own notifications (for
     // example the packed don states after "AggregatedDonStates"); empty when nothing.
     std::function<std::optional<nlohmann::ordered_json>(const Vistrel::Notification&)> follow;
+    // What the provider's last sample read, from the state it keeps between snapshots (the
+    // newest slot of its rings, or the reading a snapshot only publishes); empty when that
+    // sample read nothing. Printed as a "sample" line with --samples; empty: never.
+    std::function<std::optional<nlohmann::ordered_json>()> reading;
     // The record fields that become counter tracks of a trace (Trace.h: recordCounters). The
     // default, "**", takes every number in the record; empty: none.
     std::vector<std::string> tracks = {"**"};
@@ -43,6 +54,8 @@ struct HostedProvider {
 
 // Every provider the host knows, by class name, in the order the host drives them.
 const std::vector<std::string>& providerNames();
+// The names of every notification and push those providers make and of their hooks.
+const std::vector<std::string>& providerLineNames();
 
 // Constructs the named providers (all when `names` is empty). Unknown names are the caller's
 // to reject beforehand (see providerNames()).

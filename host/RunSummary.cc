@@ -29,7 +29,12 @@ std::string notificationText(const std::map<std::string, int64_t>& notifications
     return text.empty() ? "-" : text;
 }
 
-json rowJson(const RunSummary::Counts& c, int64_t deviceNs) {
+// CPU milliseconds per device hour, or null when the run is too short to say.
+json perHour(int64_t cpuNs, int64_t deviceNs, bool shortRun) {
+    return shortRun ? json(nullptr) : json(msPerDeviceHour(cpuNs, deviceNs));
+}
+
+json rowJson(const RunSummary::Counts& c, int64_t deviceNs, bool shortRun) {
     json logs = json::object();
     for (const auto& [priority, count] : c.logs) logs[std::string(1, priority)] = count;
     return json{{"samples", c.samples},
@@ -40,7 +45,47 @@ json rowJson(const RunSummary::Counts& c, int64_t deviceNs) {
                 {"logs", logs},
                 {"calls", c.calls},
                 {"cpuMs", c.cpuNs / kNsPerMs},
-                {"cpuMsPerDeviceHour", msPerDeviceHour(c.cpuNs, deviceNs)}};
+                {"oneOffCpuMs", c.oneOffCpuNs / kNsPerMs},
+                {"steadyCpuMs", (c.cpuNs - c.oneOffCpuNs) / kNsPerMs},
+                {"cpuMsPerDeviceHour", perHour(c.cpuNs - c.oneOffCpuNs, deviceNs, shortRun)}};
+}
+
+// The CPU of all providers together: total, one-off, steady, steady per device hour and its share
+// of the budget (null for a short run).
+json totalJson(int64_t cpuNs, int64_t oneOffNs, int64_t deviceNs, int64_t longestPeriodNs) {
+    const bool shortRun = deviceNs < longestPeriodNs;
+    const int64_t steadyNs = cpuNs - oneOffNs;
+    const double ofBudget = msPerDeviceHour(steadyNs, deviceNs) / kBudgetMsPerDeviceHour * 100.0;
+    return json{{"cpuMs", cpuNs / kNsPerMs},
+                {"oneOffCpuMs", oneOffNs / kNsPerMs},
+                {"steadyCpuMs", steadyNs / kNsPerMs},
+                {"cpuMsPerDeviceHour", perHour(steadyNs, deviceNs, shortRun)},
+                {"longestPeriodNs", longestPeriodNs},
+                {"budgetMsPerDeviceHour", kBudgetMsPerDeviceHour},
+                {"percentOfBudget", shortRun ? json(nullptr) : json(ofBudget)}};
+}
+
+// "12.34" with two decimals, or "-" when the run is too short to say.
+std::string perHourText(int64_t cpuNs, int64_t deviceNs, bool shortRun) {
+    if (shortRun) return "-";
+    char text[32];
+    snprintf(text, sizeof(text), "%.2f", msPerDeviceHour(cpuNs, deviceNs));
+    return text;
+}
+
+// What the last line of the table says about the budget.
+std::string budgetText(double percent, bool shortRun, int64_t longestPeriodNs) {
+    char text[192];
+    if (shortRun) {
+        snprintf(text, sizeof(text),
+                 "no share of the budget: the run is shorter than its longest period (%s)",
+                 formatDeviceTime(longestPeriodNs).c_str());
+    } else {
+        snprintf(text, sizeof(text),
+                 "%.2f %% of the budget of %.0f ms per device hour (0.01 %% of one core)", percent,
+                 kBudgetMsPerDeviceHour);
+    }
+    return text;
 }
 
 }  // namespace
@@ -81,10 +126,11 @@ void RunSummary::countLog(size_t provider, char priority) {
     ++(provider < counts_.size() ? counts_[provider] : elsewhere_).logs[priority];
 }
 
-void RunSummary::addCall(size_t provider, int64_t cpuNs) {
+void RunSummary::addCall(size_t provider, int64_t cpuNs, bool oneOff) {
     threadsafety::MutexLock lock(mutex_);
     ++counts_[provider].calls;
     counts_[provider].cpuNs += cpuNs;
+    if (oneOff) counts_[provider].oneOffCpuNs += cpuNs;
 }
 
 std::vector<RunSummary::Counts> RunSummary::rows() const {
@@ -94,44 +140,61 @@ std::vector<RunSummary::Counts> RunSummary::rows() const {
     return all;
 }
 
-void RunSummary::print(Output& output, int64_t deviceNs) const {
+json RunSummary::toJson(int64_t deviceNs, int64_t longestPeriodNs) const {
     const std::vector<Counts> all = rows();
-    int64_t totalNs = 0;
-    for (const auto& c : all) totalNs += c.cpuNs;
-    const double perHour = msPerDeviceHour(totalNs, deviceNs);
-    const double ofBudget = perHour / kBudgetMsPerDeviceHour * 100.0;
+    const bool shortRun = deviceNs < longestPeriodNs;
+    json byProvider = json::object();
+    int64_t cpuNs = 0, oneOffNs = 0;
+    for (const auto& c : all) {
+        byProvider[c.provider] = rowJson(c, deviceNs, shortRun);
+        cpuNs += c.cpuNs;
+        oneOffNs += c.oneOffCpuNs;
+    }
+    return json{{"deviceNs", deviceNs},
+                {"providers", byProvider},
+                {"allProviders", totalJson(cpuNs, oneOffNs, deviceNs, longestPeriodNs)}};
+}
+
+void RunSummary::print(Output& output, int64_t deviceNs, int64_t longestPeriodNs) const {
+    const std::vector<Counts> all = rows();
+    Counts total;
+    for (const auto& c : all) {
+        total.cpuNs += c.cpuNs;
+        total.oneOffCpuNs += c.oneOffCpuNs;
+    }
+    const bool shortRun = deviceNs < longestPeriodNs;
+    const int64_t steadyNs = total.cpuNs - total.oneOffCpuNs;
+    const double ofBudget = msPerDeviceHour(steadyNs, deviceNs) / kBudgetMsPerDeviceHour * 100.0;
 
     if (output.isJson()) {
         for (const auto& c : all)
-            output.writeUnfiltered(deviceNs, c.provider, "summary", rowJson(c, deviceNs));
-        output.writeUnfiltered(deviceNs, "all providers", "summary",
-                               json{{"cpuMs", totalNs / kNsPerMs},
-                                    {"cpuMsPerDeviceHour", perHour},
-                                    {"budgetMsPerDeviceHour", kBudgetMsPerDeviceHour},
-                                    {"percentOfBudget", ofBudget}});
+            output.writeUnfiltered(c.provider, "summary", rowJson(c, deviceNs, shortRun));
+        output.writeUnfiltered("all providers", "summary",
+                               totalJson(total.cpuNs, total.oneOffCpuNs, deviceNs, longestPeriodNs));
         return;
     }
     std::string table = "\nRun summary after " + formatDeviceTime(deviceNs) +
-                        " of device time (CPU: the providers' own, on their calling thread)\n";
+                        " of device time (CPU: the providers' own, on their calling thread; once: "
+                        "acquire, release, destruction; steady: the rest)\n";
     char line[512];
-    snprintf(line, sizeof(line), "%-21s %8s %6s %10s %-14s %9s %9s  %s\n", "provider", "samples",
-             "pushes", "snapshots", "logs", "CPU ms", "ms/dev h", "notifications");
+    snprintf(line, sizeof(line), "%-21s %8s %6s %10s %-14s %9s %9s %9s  %s\n", "provider", "samples",
+             "pushes", "snapshots", "logs", "once ms", "steady ms", "ms/dev h", "notifications");
     table += line;
     for (const auto& c : all) {
         const std::string snapshots =
                 std::to_string(c.snapshotsOk) + " / " + std::to_string(c.snapshotsFailed);
-        snprintf(line, sizeof(line), "%-21s %8lld %6lld %10s %-14s %9.2f %9.2f  %s\n",
+        snprintf(line, sizeof(line), "%-21s %8lld %6lld %10s %-14s %9.2f %9.2f %9s  %s\n",
                  c.provider.c_str(), static_cast<long long>(c.samples),
                  static_cast<long long>(c.pushes), snapshots.c_str(), logText(c.logs).c_str(),
-                 c.cpuNs / kNsPerMs, msPerDeviceHour(c.cpuNs, deviceNs),
+                 c.oneOffCpuNs / kNsPerMs, (c.cpuNs - c.oneOffCpuNs) / kNsPerMs,
+                 perHourText(c.cpuNs - c.oneOffCpuNs, deviceNs, shortRun).c_str(),
                  notificationText(c.notifications).c_str());
         table += line;
     }
-    snprintf(line, sizeof(line),
-             "%-21s %8s %6s %10s %-14s %9.2f %9.2f  %.2f %% of the budget of %.0f ms per device "
-             "hour (0.01 %% of one core)\n",
-             "all providers", "", "", "", "", totalNs / kNsPerMs, perHour, ofBudget,
-             kBudgetMsPerDeviceHour);
+    snprintf(line, sizeof(line), "%-21s %8s %6s %10s %-14s %9.2f %9.2f %9s  %s\n", "all providers",
+             "", "", "", "", total.oneOffCpuNs / kNsPerMs, steadyNs / kNsPerMs,
+             perHourText(steadyNs, deviceNs, shortRun).c_str(),
+             budgetText(ofBudget, shortRun, longestPeriodNs).c_str());
     table += line;
     output.writeRaw(table);
 }

@@ -6,6 +6,7 @@ StopSignals::StopSignals() {
     sigemptyset(&signals_);
     sigaddset(&signals_, SIGINT);
     sigaddset(&signals_, SIGTERM);
+    sigaddset(&signals_, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
 }
 
@@ -20,10 +21,13 @@ void StopSignals::finish() {
     waiter_.join();
 }
 
-void StopSignals::deliverTo(std::function<void(int)> onSignal) {
-    waiter_ = std::thread([this, onSignal = std::move(onSignal)] {
-        int signal = 0;
-        if (sigwait(&signals_, &signal) == 0 && !finishing_) onSignal(signal);
+void StopSignals::deliverTo(std::function<void(int)> onFirst, std::function<void(int)> onAgain) {
+    waiter_ = std::thread([this, onFirst = std::move(onFirst), onAgain = std::move(onAgain)] {
+        for (bool first = true;; first = false) {
+            int signal = 0;
+            if (sigwait(&signals_, &signal) != 0 || finishing_) return;
+            (first ? onFirst : onAgain)(signal);
+        }
     });
 }
 

@@ -1,8 +1,10 @@
-// Ending a run on SIGINT or SIGTERM.
+// Ending a run on SIGINT, SIGTERM or SIGHUP.
 //
 // A signal handler could not ask the host to stop (it may only call async-signal-safe
 // functions), so the stop signals are blocked in every thread and taken by one thread of their
-// own with sigwait(), which then calls the given function on that thread.
+// own with sigwait(), which then calls the given functions on that thread: one for the first
+// stop signal (end the run in order), another for each later one (end the process at once, for
+// a run that does not end: a read that never returns, an output that blocks).
 #pragma once
 
 #include <pthread.h>
@@ -24,9 +26,11 @@ public:
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
 
-    // Starts the thread that calls `onSignal(signal)` for the first stop signal that arrives.
-    void deliverTo(std::function<void(int)> onSignal);
-    // Ends the waiting thread without calling the function: call before what it stops is gone.
+    // Starts the thread that calls `onFirst(signal)` for the first stop signal that arrives and
+    // `onAgain(signal)` for every later one.
+    void deliverTo(std::function<void(int)> onFirst, std::function<void(int)> onAgain);
+    // Ends the waiting thread without calling either function: call before what they stop is
+    // gone.
     void finish();
 
 private:

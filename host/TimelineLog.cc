@@ -4,13 +4,13 @@
 
 #include "HostSideWork.h"
 #include "ProviderCall.h"
+#include "SysfsText.h"
 
 namespace host {
 namespace {
 
 struct Sinks {
     Output& output;
-    HostClock& clock;
     RunSummary& summary;
 };
 
@@ -26,15 +26,21 @@ void timelineLogger(const struct __android_logger_data* data, const char* messag
     const char letter = priorityLetter(data->priority);
     g_sinks->summary.countLog(ProviderCall::current(), letter);
     g_sinks->output.write(
-            g_sinks->clock.deviceNs(), data->tag ? data->tag : "", "log",
+            data->tag ? data->tag : "", "log",
             nlohmann::ordered_json{{"priority", std::string(1, letter)}, {"text", message}});
 }
 
 }  // namespace
 
-TimelineLog::TimelineLog(Output& output, HostClock& clock, RunSummary& summary,
-                         int minimumPriority) {
-    g_sinks = new Sinks{output, clock, summary};
+const std::vector<std::string>& logTags() {
+    // The library's (xrlogger's and its SDK module loader's) and the sysfs HALs'.
+    static const std::vector<std::string> tags = {
+            "Vistrel", "PlatkitLoader", sim::sysfs::kHealthLogTag, sim::sysfs::kThermalLogTag};
+    return tags;
+}
+
+TimelineLog::TimelineLog(Output& output, RunSummary& summary, int minimumPriority) {
+    g_sinks = new Sinks{output, summary};
     __android_log_set_minimum_priority(minimumPriority);
     __android_log_set_logger(timelineLogger);
 }

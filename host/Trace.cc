@@ -89,33 +89,68 @@ Counters recordCounters(const json& record, const std::vector<std::string>& patt
 }
 
 TraceWriter::TraceWriter(
-        FILE* out, const std::vector<std::pair<std::string, std::vector<std::string>>>& providers)
-    : out_(out) {
-    fputs("{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n", out_);
-    emit(json{
-            {"ph", "M"}, {"name", "process_name"}, {"pid", kHostPid}, {"args", {{"name", "host"}}}});
+        FILE* out, std::string path,
+        const std::vector<std::pair<std::string, std::vector<std::string>>>& providers,
+        ErrorListener onWriteError)
+    : out_(out), path_(std::move(path)), onWriteError_(std::move(onWriteError)) {
     int pid = kHostPid;
-    for (const auto& [name, patterns] : providers) {
-        providers_[name] = {++pid, patterns};
-        emit(json{{"ph", "M"}, {"name", "process_name"}, {"pid", pid}, {"args", {{"name", name}}}});
+    for (const auto& [name, patterns] : providers) providers_[name] = {++pid, patterns};
+    threadsafety::MutexLock lock(mutex_);
+    fputs("{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n", out_);
+    emitLocked(json{
+            {"ph", "M"}, {"name", "process_name"}, {"pid", kHostPid}, {"args", {{"name", "host"}}}});
+    for (const auto& entry : providers) {
+        emitLocked(json{{"ph", "M"},
+                        {"name", "process_name"},
+                        {"pid", pidOf(entry.first)},
+                        {"args", {{"name", entry.first}}}});
     }
+    flushLocked();
 }
 
 TraceWriter::~TraceWriter() {
-    fputs("\n]}\n", out_);
-    fclose(out_);
+    close();
 }
 
 std::unique_ptr<TraceWriter> TraceWriter::open(
         const std::string& path,
         const std::vector<std::pair<std::string, std::vector<std::string>>>& providers,
-        std::string* error) {
+        ErrorListener onWriteError, std::string* error) {
     FILE* out = fopen(path.c_str(), "we");
     if (out == nullptr) {
         *error = "cannot write trace file '" + path + "': " + strerror(errno);
         return nullptr;
     }
-    return std::make_unique<TraceWriter>(out, providers);
+    return std::make_unique<TraceWriter>(out, path, providers, std::move(onWriteError));
+}
+
+void TraceWriter::close() {
+    threadsafety::MutexLock lock(mutex_);
+    closeLocked();
+}
+
+void TraceWriter::closeIfIdle() {
+    if (!mutex_.try_lock()) return;
+    closeLocked();
+    mutex_.unlock();
+}
+
+void TraceWriter::closeLocked() {
+    if (out_ == nullptr) return;
+    if (!failed_) fputs("\n]}\n", out_);
+    const bool closed = fclose(out_) == 0;
+    out_ = nullptr;
+    if (!closed) failLocked();
+}
+
+void TraceWriter::flushLocked() {
+    if (!failed_ && fflush(out_) != 0) failLocked();
+}
+
+void TraceWriter::failLocked() {
+    if (failed_) return;
+    failed_ = true;
+    if (onWriteError_) onWriteError_("cannot write trace file '" + path_ + "': " + strerror(errno));
 }
 
 int TraceWriter::pidOf(const std::string& owner) const {
@@ -123,25 +158,32 @@ int TraceWriter::pidOf(const std::string& owner) const {
     return found == providers_.end() ? kHostPid : found->second.first;
 }
 
-void TraceWriter::emit(const json& event) {
+void TraceWriter::emitLocked(const json& event) {
     fputs(first_ ? "" : ",\n", out_);
     first_ = false;
     fputs(event.dump().c_str(), out_);
 }
 
 void TraceWriter::add(const Line& line) {
+    threadsafety::MutexLock lock(mutex_);
+    if (out_ == nullptr || failed_) return;
+    addLocked(line);
+    flushLocked();
+}
+
+void TraceWriter::addLocked(const Line& line) {
     const int64_t us = line.deviceNs / 1000;
     const int pid = pidOf(line.owner);
     if (line.event == "record") {
         const auto found = providers_.find(line.owner);
         if (found == providers_.end()) return;
         for (const auto& [track, value] : recordCounters(line.fields, found->second.second)) {
-            emit(json{{"ph", "C"},
-                      {"name", track},
-                      {"pid", pid},
-                      {"tid", pid},
-                      {"ts", us},
-                      {"args", {{"value", value}}}});
+            emitLocked(json{{"ph", "C"},
+                            {"name", track},
+                            {"pid", pid},
+                            {"tid", pid},
+                            {"ts", us},
+                            {"args", {{"value", value}}}});
         }
         return;
     }
@@ -149,14 +191,14 @@ void TraceWriter::add(const Line& line) {
     if (line.event != "notification" && line.event != "host-event" && !push) return;
     json args = {{"detail", line.fields.value("detail", std::string())}};
     if (push) args["force"] = line.event == "push (force)";
-    emit(json{{"ph", "i"},
-              {"name", line.fields.value("name", std::string())},
-              {"cat", push ? "push" : line.event},
-              {"s", pid == kHostPid ? "g" : "p"},
-              {"pid", pid},
-              {"tid", pid},
-              {"ts", us},
-              {"args", args}});
+    emitLocked(json{{"ph", "i"},
+                    {"name", line.fields.value("name", std::string())},
+                    {"cat", push ? "push" : line.event},
+                    {"s", pid == kHostPid ? "g" : "p"},
+                    {"pid", pid},
+                    {"tid", pid},
+                    {"ts", us},
+                    {"args", args}});
 }
 
 }  // namespace host

@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -24,6 +25,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Output.h"
+#include "ThreadSafety.h"
 
 namespace host {
 
@@ -37,31 +39,50 @@ namespace host {
 std::vector<std::pair<std::string, double>> recordCounters(const nlohmann::ordered_json& record,
                                                            const std::vector<std::string>& patterns);
 
+// Writes a trace file line by line, flushed after each, so that a failing write (a full disk) is
+// told at once and a process that ends abruptly can still close the file. Thread-safe.
 class TraceWriter {
 public:
-    // `providers` in the host's order, each with its track patterns.
-    TraceWriter(FILE* out,
-                const std::vector<std::pair<std::string, std::vector<std::string>>>& providers);
-    // Writes the end of the file and closes it.
+    using ErrorListener = std::function<void(const std::string&)>;
+
+    // `providers` in the host's order, each with its track patterns. `onWriteError` is told
+    // once, with what failed, when a write to the file fails; nothing more is written then.
+    TraceWriter(FILE* out, std::string path,
+                const std::vector<std::pair<std::string, std::vector<std::string>>>& providers,
+                ErrorListener onWriteError);
+    // close()
     ~TraceWriter();
     TraceWriter(const TraceWriter&) = delete;
     TraceWriter& operator=(const TraceWriter&) = delete;
 
-    // Opens `path` for a trace; null with the reason in `error` when it cannot be written.
+    // Opens `path` for a trace; null with the reason in `error` when it cannot be opened.
     static std::unique_ptr<TraceWriter> open(
             const std::string& path,
             const std::vector<std::pair<std::string, std::vector<std::string>>>& providers,
-            std::string* error);
+            ErrorListener onWriteError, std::string* error);
 
     // One timeline line (an Output observer).
-    void add(const Line& line);
+    void add(const Line& line) EXCLUDES(mutex_);
+    // Writes the end of the file and closes it; later lines are dropped.
+    void close() EXCLUDES(mutex_);
+    // close(), unless another thread is writing to the file right now: for a process about to
+    // end at once, which must not wait.
+    void closeIfIdle() EXCLUDES(mutex_);
 
 private:
-    void emit(const nlohmann::ordered_json& event);
+    void addLocked(const Line& line) REQUIRES(mutex_);
+    void emitLocked(const nlohmann::ordered_json& event) REQUIRES(mutex_);
+    void flushLocked() REQUIRES(mutex_);
+    void closeLocked() REQUIRES(mutex_);
+    void failLocked() REQUIRES(mutex_);
     int pidOf(const std::string& owner) const;
 
-    FILE* out_;
-    bool first_ = true;
+    threadsafety::Mutex mutex_;
+    FILE* out_ GUARDED_BY(mutex_);  // null once closed
+    bool first_ GUARDED_BY(mutex_) = true;
+    bool failed_ GUARDED_BY(mutex_) = false;
+    const std::string path_;
+    const ErrorListener onWriteError_;
     std::map<std::string, std::pair<int, std::vector<std::string>>> providers_;  // pid, patterns
 };
 

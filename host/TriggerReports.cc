@@ -30,10 +30,9 @@ json renderTriggerReport(const sim::TriggerContext& context) {
                 {"annotations", annotations}};
 }
 
-TriggerReportPrinter::TriggerReportPrinter(Output& output, HostClock& clock) {
-    sim::setTriggerReportListener([&output, &clock](const sim::TriggerContext& context) {
-        output.write(clock.deviceNs(), "TriggerService", "trigger-report",
-                     renderTriggerReport(context));
+TriggerReportPrinter::TriggerReportPrinter(Output& output) {
+    sim::setTriggerReportListener([&output](const sim::TriggerContext& context) {
+        output.write("TriggerService", "trigger-report", renderTriggerReport(context));
     });
 }
 

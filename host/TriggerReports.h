@@ -4,7 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "HostClock.h"
 #include "Output.h"
 #include "TriggerService.h"
 
@@ -12,7 +11,7 @@ namespace host {
 
 class TriggerReportPrinter {
 public:
-    TriggerReportPrinter(Output& output, HostClock& clock);
+    explicit TriggerReportPrinter(Output& output);
     ~TriggerReportPrinter();
     TriggerReportPrinter(const TriggerReportPrinter&) = delete;
     TriggerReportPrinter& operator=(const TriggerReportPrinter&) = delete;

@@ -5,8 +5,11 @@
 //   vistrel-host --simulate 2h --json JSON lines
 //   vistrel-host --real 30s           real time
 //
-// Every run ends with a summary table per provider. Command-line errors (including values the
-// providers do not accept) print a message and exit with status 2 (Options.h).
+// Every run ends with a summary table per provider. Exit status (Options.h lists them for
+// --help): 0; 2 for command-line errors (including values the providers do not accept); 128 + the
+// signal after SIGINT, SIGTERM or SIGHUP; kWriteErrorStatus when the timeline or the trace
+// cannot be written.
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,17 +24,22 @@
 #include "Output.h"
 #include "Providers.h"
 #include "StopSignals.h"
+#include "SummaryFile.h"
+#include "ThreadSafety.h"
 #include "TimelineLog.h"
 #include "Trace.h"
 #include "TriggerReports.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Properties.h"
+#if VISTREL_WITH_EXPORT
+#include "HostExport.h"
+#endif
 
 namespace {
 
 int usageError(const std::string& message) {
     std::cerr << "vistrel-host: " << message << "\nRun with --help for more information.\n";
-    return 2;
+    return host::kUsageErrorStatus;
 }
 
 // The SDK modules are found by bare name through the loader's library search path, which glibc
@@ -47,15 +55,44 @@ void searchSdkModulesIn(const std::string& dir, char** argv) {
               << strerror(errno) << "\n";
 }
 
+// The first write error of a run (the timeline on stdout, the trace file): one line on stderr,
+// and the run ends with the status kWriteErrorStatus. Thread-safe.
+class WriteErrors {
+public:
+    void report(const std::string& what) EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
+        if (failed_) return;
+        failed_ = true;
+        fprintf(stderr, "vistrel-host: %s\n", what.c_str());
+        if (host_ != nullptr) host_->requestStop(host::kWriteErrorStatus);
+    }
+    // Ends `host`'s run on the first error, one already reported included.
+    void stop(host::Host& host) EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
+        host_ = &host;
+        if (failed_) host.requestStop(host::kWriteErrorStatus);
+    }
+    bool failed() EXCLUDES(mutex_) {
+        threadsafety::MutexLock lock(mutex_);
+        return failed_;
+    }
+
+private:
+    threadsafety::Mutex mutex_;
+    bool failed_ GUARDED_BY(mutex_) = false;
+    host::Host* host_ GUARDED_BY(mutex_) = nullptr;
+};
+
 // Opens the trace file and makes it observe every timeline line; null after a usage error.
 std::unique_ptr<host::TraceWriter> openTrace(const std::string& path,
                                              const std::vector<host::HostedProvider>& providers,
-                                             host::Output& output) {
+                                             host::Output& output, WriteErrors& errors) {
     std::vector<std::pair<std::string, std::vector<std::string>>> tracks;
     for (const auto& hosted : providers)
         tracks.emplace_back(hosted.provider->name(), hosted.tracks);
     std::string error;
-    auto trace = host::TraceWriter::open(path, tracks, &error);
+    auto trace = host::TraceWriter::open(
+            path, tracks, [&errors](const std::string& what) { errors.report(what); }, &error);
     if (!trace) {
         usageError(error);
         return nullptr;
@@ -71,24 +108,66 @@ int run(const host::RunConfig& config) {
 
     const bool real = config.timing == host::RunConfig::Timing::Real;
     host::HostClock clock(real ? host::HostClock::Mode::Real : host::HostClock::Mode::Simulated);
-    host::Output output(stdout, config.json, config.filter);
-    host::TriggerReportPrinter triggerReports(output, clock);
+    WriteErrors writeErrors;
+    host::Output output(
+            stdout, config.json, [&clock] { return clock.deviceNs(); }, config.filter);
+    output.onWriteError([&writeErrors](const std::string& what) { writeErrors.report(what); });
+    host::TriggerReportPrinter triggerReports(output);
     host::StopSignals stopSignals;  // before the headset starts its threads
     sim::Headset headset(config.headset, [&clock] { return clock.deviceNs(); });
 
     auto providers = host::makeProviders(config.providerOptions, config.providers);
-    std::unique_ptr<host::TraceWriter> trace;
-    if (!config.tracePath.empty() && !(trace = openTrace(config.tracePath, providers, output))) {
-        return 2;
+    if (!config.printSamples) {
+        for (auto& hosted : providers) hosted.reading = nullptr;
     }
+    std::unique_ptr<host::TraceWriter> trace;
+    if (!config.tracePath.empty() &&
+        !(trace = openTrace(config.tracePath, providers, output, writeErrors))) {
+        return host::kUsageErrorStatus;
+    }
+    std::unique_ptr<host::SummaryFile> summaryFile;
+    if (!config.summaryPath.empty()) {
+        std::string error;
+        if (!(summaryFile = host::SummaryFile::open(config.summaryPath, &error))) {
+            return usageError(error);
+        }
+        summaryFile->follow(output);
+    }
+    if (config.json) output.writeUnfiltered("host", "run", config.description);
     host::Host host(clock, output, headset, std::move(providers), config.snapshotEveryNs);
-    host::TimelineLog log(output, clock, host.summary(), config.logPriority);
+    host::TimelineLog log(output, host.summary(), config.logPriority);
     for (const int64_t at : config.fireThrottlingAtNs) {
         host.callHookAt(at, "ThermalStats", "fireThrottlingNotification");
     }
-    stopSignals.deliverTo([&host](int signal) { host.requestStop(signal); });
-    const int status = host.run(config.durationNs);
+#if VISTREL_WITH_EXPORT
+    std::string error;
+    const auto exporting =
+            metrics::HostExport::start(config.exporting, host, config.durationNs, real, &error);
+    if (!exporting) {
+        std::cerr << "vistrel-host: " << error << "\n";
+        return host::kUsageErrorStatus;
+    }
+#endif
+    writeErrors.stop(host);
+    stopSignals.deliverTo([&host](int signal) { host.requestStop(128 + signal); },
+                          [&trace](int signal) {
+                              // Every timeline line is flushed as it is written: what is left
+                              // is the end of the trace, unless a write to it is under way.
+                              if (trace) trace->closeIfIdle();
+                              _exit(128 + signal);
+                          });
+    const int64_t startNs = clock.deviceNs();
+    int status = host.run(config.durationNs);
     stopSignals.finish();
+    if (trace) trace->close();
+#if VISTREL_WITH_EXPORT
+    if (!exporting->finish(&error)) writeErrors.report(error);
+#endif
+    if (summaryFile && !summaryFile->write(config.description, host.summary(),
+                                           clock.deviceNs() - startNs, host.longestPeriodNs())) {
+        writeErrors.report("cannot write summary file '" + config.summaryPath + "'");
+    }
+    if (status == 0 && writeErrors.failed()) status = host::kWriteErrorStatus;
     return status;
 }
 
@@ -102,5 +181,7 @@ int main(int argc, char** argv) {
     }
     const auto& config = std::get<host::RunConfig>(parsed);
     searchSdkModulesIn(config.sdkDir, argv);
+    // A closed pipe is a write error like any other (EPIPE), not a silent end.
+    signal(SIGPIPE, SIG_IGN);
     return run(config);
 }

@@ -8,17 +8,13 @@
 //   /sys/block/zram0/mm_stat   "  4096  74  12288  0  12288  0  0  0  0 [0]" bytes, then pages
 //
 // Each file is read with one read() into the parser's 32 KiB buffer and closed at once; paths are
-// formatted on the stack and resolved through the file-system root seam, so no call allocates.
+// formatted on the stack and resolved by KernelFiles.h, so no call allocates.
 #include "procfsutils/ProcFsParser.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "procfsutils/ProcFsParserInternal.h"
-#include "seams/FsRoot.h"
 
 namespace procfsutils {
 
@@ -28,59 +24,50 @@ constexpr int kBufferSize = 32768;
 constexpr char kProcDir[] = "/proc";
 constexpr char kZramMmStatPath[] = "/sys/block/zram0/mm_stat";
 
-DIR* openProc() {
-    seam::PathBuffer resolved;
-    return opendir(seam::path(kProcDir, resolved));
+// Reads a device path into `buffer` with one read; the byte count, or -1. (Free functions of this
+// file rather than members, so that they are inlined even where members can be interposed.)
+ssize_t readInto(std::vector<char>& buffer, const char* devicePath) {
+    return readFile(devicePath, buffer.data(), kBufferSize).count;
+}
+
+// readInto() with a NUL after the bytes read; false when the read failed or filled the whole
+// buffer (no room left for the NUL).
+bool readTextInto(std::vector<char>& buffer, const char* devicePath) {
+    const ssize_t count = readInto(buffer, devicePath);
+    if (count < 0 || count >= kBufferSize) return false;
+    buffer[count] = '\0';
+    return true;
 }
 
 }  // namespace
 
 ProcFsParser::ProcFsParser() : buffer(kBufferSize, 0) {}
 
-ProcFsParser::~ProcFsParser() {
-    if (procDir != nullptr) {
-        closedir(procDir);
-        procDir = nullptr;
-    }
-}
-
 void ProcFsParser::reset() {
-    if (procDir == nullptr) procDir = openProc();
-    if (procDir != nullptr) rewinddir(procDir);
+    if (openProcDir()) rewinddir(procDir.get());
 }
 
 bool ProcFsParser::openProcDir() {
-    if (procDir == nullptr) procDir = openProc();
+    if (procDir == nullptr) procDir = openDirectory(kProcDir);
     return procDir != nullptr;
 }
 
 bool ProcFsParser::getNextPid(int* pid) {
     *pid = 0;
     if (!openProcDir()) return false;
-    // At the end of the directory readdir keeps answering null: the enumeration stays over
-    // until reset() rewinds the stream.
-    while (const dirent* entry = readdir(procDir)) {
-        if (!internal::isNumber(entry->d_name)) continue;
-        char path[256];
-        const int length = snprintf(path, sizeof path, "%s/%s", kProcDir, entry->d_name);
-        if (length < 0 || length >= static_cast<int>(sizeof path)) continue;
-        seam::PathBuffer resolved;
-        struct stat st;
-        if (stat(seam::path(path, resolved), &st) != 0 || !S_ISDIR(st.st_mode)) continue;
-        *pid = atoi(entry->d_name);
-        return true;
-    }
-    return false;
+    ProcessEntry entry;
+    if (!nextProcessEntry(procDir.get(), ProcEntries::PidDirectories, &entry)) return false;
+    *pid = entry.pid;
+    return true;
 }
 
 bool ProcFsParser::getProcessStatusData(int pid, ProcessStatusData* out) {
     memset(out, 0, sizeof *out);
     char path[256];
     snprintf(path, sizeof path, "%s/%d/status", kProcDir, pid);
-    seam::PathBuffer resolved;
-    const int count = internal::readFile(seam::path(path, resolved), buffer.data(), kBufferSize);
+    const ssize_t count = readInto(buffer, path);
     if (count < 0) return false;
-    internal::parseProcessStatusData(buffer.data(), count, out);
+    internal::parseProcessStatusData(buffer.data(), static_cast<int>(count), out);
     return true;
 }
 
@@ -88,11 +75,10 @@ bool ProcFsParser::getVmStatData(VmStatData* out) {
     memset(out, 0, sizeof *out);
     char path[256];
     snprintf(path, sizeof path, "%s/vmstat", kProcDir);
-    seam::PathBuffer resolved;
-    const int count = internal::readFile(seam::path(path, resolved), buffer.data(), kBufferSize);
+    const ssize_t count = readInto(buffer, path);
     if (count < 0) return false;
     // Only what the one read returned is parsed; the swap counters lie early in the file.
-    internal::parseVmStatData(buffer.data(), count, out);
+    internal::parseVmStatData(buffer.data(), static_cast<int>(count), out);
     return true;
 }
 
@@ -102,21 +88,14 @@ bool ProcFsParser::getBlockDeviceStatData(const char* device, BlockDeviceStatDat
     char path[256];
     const int length = snprintf(path, sizeof path, "/sys/block/%s/stat", device);
     if (length < 0 || length >= static_cast<int>(sizeof path)) return false;
-    seam::PathBuffer resolved;
-    const int count = internal::readFile(seam::path(path, resolved), buffer.data(), kBufferSize);
-    if (count < 0 || count >= kBufferSize) return false;  // no room left for the terminator
-    buffer[count] = '\0';
+    if (!readTextInto(buffer, path)) return false;
     internal::parseBlockDeviceStatData(buffer.data(), out);
     return true;
 }
 
 bool ProcFsParser::getZramStatData(ZramStatData* out) {
     memset(out, 0, sizeof *out);
-    seam::PathBuffer resolved;
-    const int count =
-            internal::readFile(seam::path(kZramMmStatPath, resolved), buffer.data(), kBufferSize);
-    if (count < 0 || count >= kBufferSize) return false;
-    buffer[count] = '\0';
+    if (!readTextInto(buffer, kZramMmStatPath)) return false;
     internal::parseZramStatData(buffer.data(), out);
     return true;
 }

@@ -1,4 +1,4 @@
-// Pure parsing of kernel statistics text, plus the one-shot file read the reader uses.
+// Pure parsing of kernel statistics text and of /proc entry names.
 //
 // Formats handled:
 //   /proc/<pid>/status    "Name:\tsurfaceflinger\n" "VmRSS:\t  123456 kB\n" "Threads:\t27\n"
@@ -9,12 +9,10 @@
 //                         tick columns are milliseconds.
 //   /sys/block/zram0/mm_stat "  4096  74  12288  0  12288  0  0  0  0" 9 columns upstream, 10 on
 //                         the device kernel; sizes in bytes, the rest page counts.
+//   /proc entry names     "612" (a process id), "self", "net", "1a" (not one)
 //
 // Nothing here allocates, keeps state or reads outside [start, end) / [0, len).
 #include "procfsutils/ProcFsParserInternal.h"
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <climits>
 #include <cstddef>
@@ -219,7 +217,10 @@ const DataFileField kVmStatFields[] = {
 };
 const int kVmStatFieldCount = sizeof kVmStatFields / sizeof kVmStatFields[0];
 
-void parse(const char* text, int len, const DataFileField* fields, int nfields, void* out) {
+// Starts on a 64-byte boundary: how fast its loops run depends on where they fall against those
+// boundaries (16 bytes off cost a fifth of a vmstat parse), and so no longer on the code before it.
+__attribute__((aligned(64))) void parse(const char* text, int len, const DataFileField* fields,
+                                        int nfields, void* out) {
     if (len < 1) return;
     char* record = static_cast<char*>(out);
     const RowIndex rows(fields, nfields);
@@ -270,12 +271,15 @@ bool isNumber(const char* s) {
     return true;
 }
 
-int readFile(const char* path, char* buf, int size) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    const ssize_t count = read(fd, buf, size < 0 ? 0 : static_cast<size_t>(size));
-    close(fd);
-    return count < 0 ? -1 : static_cast<int>(count);
+bool parsePid(const char* name, int* pid) {
+    if (!isNumber(name)) return false;
+    int64_t value = 0;
+    for (const char* c = name; *c != '\0'; ++c) {
+        value = value * 10 + (*c - '0');
+        if (value > INT_MAX) return false;
+    }
+    *pid = static_cast<int>(value);
+    return true;
 }
 
 void parseProcessStatusData(const char* text, int len, ProcessStatusData* out) {

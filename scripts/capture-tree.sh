@@ -11,11 +11,14 @@
 # /sys/class/power_supply entry; type, temp, cur_state and trip points of every thermal zone and
 # cooling device; status, cmdline, stat and oom_score_adj of the chosen processes. Files that
 # cannot be read (absent, permission) are left out. The entries of the sysfs classes are
-# symlinks whose targets link back, so files are copied one by one, never recursively.
+# symlinks whose targets link back, so files are copied one by one, never recursively. The
+# power-supply and thermal class directories are kept even when empty: a machine without
+# thermal zones has an empty /sys/class/thermal, which the thermal HAL reads as no sensors,
+# where a missing one is a failure.
 #
 # A script runs where the files are (locally under sh, or on the device through `adb shell`)
-# and sends each file as a "=== PATH" line followed by its bytes in base64; this side decodes
-# them under DIR. VISTREL_CAPTURE_FROM=ROOT reads ROOT/proc/... instead of /proc/... on that side
+# and sends each file as a "=== PATH" line followed by its bytes in base64, and each directory
+# to keep as a "=== PATH/" line; this side decodes them under DIR. VISTREL_CAPTURE_FROM=ROOT reads ROOT/proc/... instead of /proc/... on that side
 # (a mounted image; the tests' fixture trees).
 set -euo pipefail
 
@@ -59,6 +62,12 @@ emit() {
     data=$(base64 < "$R$1" 2>/dev/null) || return 0
     printf '=== %s\n%s\n' "$1" "$data"
 }
+keepdir() {
+    [ -d "$R$1" ] && printf '=== %s/\n' "$1"
+    return 0
+}
+keepdir /sys/class/power_supply
+keepdir /sys/class/thermal
 for f in /proc/meminfo /proc/pressure/memory /proc/vmstat; do emit "$f"; done
 for d in "$R"/sys/block/*; do
     emit "/sys/block/${d##*/}/stat"
@@ -109,6 +118,7 @@ trap 'rm -f "$part"' EXIT
 path=""
 flush() {
     [ -n "$path" ] || return 0
+    case "$path" in */) mkdir -p "$dir$path"; return 0 ;; esac
     mkdir -p "$dir$(dirname "$path")"
     base64 -d < "$part" > "$dir$path"
     files=$((files + 1))

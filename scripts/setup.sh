@@ -20,7 +20,11 @@ packages=(
   nlohmann-json3-dev libcli11-dev
   procps python3 python3-psutil
   python3-matplotlib
+  # the host's metrics exporter, and the Prometheus tools its tests and scripts/lab.sh run
+  prometheus-cpp-dev prometheus prometheus-node-exporter curl
 )
+# Services the packages above would start; the tests and the lab start their own servers.
+unwanted_services=(prometheus prometheus-node-exporter)
 # arm64 lane: the cross compiler and the user-mode emulator that runs its executables.
 arm64_tools=(g++-aarch64-linux-gnu qemu-user)
 # Libraries linked by the arm64 test executables and host (the header-only ones above serve both).
@@ -58,6 +62,14 @@ if [ "${#missing[@]}" -gt 0 ]; then
   fi
   $SUDO apt-get update -qq
   $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  # Where systemd runs, installing the servers enabled and started them: stop what we installed.
+  if [ -d /run/systemd/system ]; then
+    for service in "${unwanted_services[@]}"; do
+      if [[ " ${missing[*]} " == *" $service "* ]]; then
+        $SUDO systemctl disable --now "$service.service" >/dev/null 2>&1 || true
+      fi
+    done
+  fi
 fi
 
 # The arm64 libbacktrace (pulled in by libutils) needs the 7-Zip plugin /usr/lib/p7zip/7z.so,

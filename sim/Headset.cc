@@ -84,6 +84,12 @@ std::optional<int64_t> Headset::nextSdkChangeAfter(int64_t deviceNs) const {
     return config_.focus.nextChangeAfter(deviceNs);
 }
 
+const std::vector<std::string>& hostEventNames() {
+    static const std::vector<std::string> names = {"ScreenOn", "ScreenOff", "PowerConnected",
+                                                   "PowerDisconnected"};
+    return names;
+}
+
 std::vector<HostEvent> Headset::nextEventsAfter(int64_t deviceNs) const {
     std::vector<HostEvent> earliest;
     const auto consider = [&earliest](HostEvent event) {

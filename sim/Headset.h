@@ -33,6 +33,9 @@ struct HostEvent {
     std::string detail;
 };
 
+// The names of every host event a headset raises.
+const std::vector<std::string>& hostEventNames();
+
 struct HeadsetConfig {
     InteractiveScript interactive = InteractiveScript::defaults();
     // Health HAL 2.1 "default" while the headset lives: the simulated battery of `battery`, or

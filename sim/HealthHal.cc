@@ -18,10 +18,9 @@ using android::hardware::health::V2_1::HealthConfig;
 namespace V2_0 = android::hardware::health::V2_0;
 namespace V2_1 = android::hardware::health::V2_1;
 
-// Calls `callback` with SUCCESS and the value, or NOT_SUPPORTED and 0.
 template <typename Callback>
-void answer(const std::optional<int32_t>& value, const Callback& callback) {
-    callback(value ? Result::SUCCESS : Result::NOT_SUPPORTED, value.value_or(0));
+void answer(const HealthValue& value, const Callback& callback) {
+    callback(value.result, value.value);
 }
 
 }  // namespace
@@ -48,7 +47,9 @@ Return<Result> HealthHal::update() {
     V2_1::HealthInfo info;
     {
         const HostSideWork hal;
-        info = read().info;
+        const HealthReading reading = read();
+        if (reading.infoResult != Result::SUCCESS) return Result::SUCCESS;  // nothing to push
+        info = reading.info;
         threadsafety::MutexLock lock(mutex_);
         callbacks = callbacks_;
     }
@@ -112,7 +113,8 @@ Return<void> HealthHal::getDiskStats(getDiskStats_cb _hidl_cb) {
 
 Return<void> HealthHal::getHealthInfo(getHealthInfo_cb _hidl_cb) {
     const HostSideWork hal;
-    _hidl_cb(Result::SUCCESS, read().info.legacy);
+    const HealthReading reading = read();
+    _hidl_cb(reading.infoResult, reading.info.legacy);
     return Void();
 }
 
@@ -127,7 +129,8 @@ Return<void> HealthHal::getHealthConfig(getHealthConfig_cb _hidl_cb) {
 
 Return<void> HealthHal::getHealthInfo_2_1(getHealthInfo_2_1_cb _hidl_cb) {
     const HostSideWork hal;
-    _hidl_cb(Result::SUCCESS, read().info);
+    const HealthReading reading = read();
+    _hidl_cb(reading.infoResult, reading.info);
     return Void();
 }
 

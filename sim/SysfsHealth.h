@@ -39,8 +39,15 @@
 // What is missing reads as the daemon's defaults: status and health UNKNOWN, level, voltage,
 // temperature and counters 0, time to full -1 (unsupported), capacity level UNSUPPORTED; the
 // single-value getters (current, average current, charge counter, capacity) then answer
-// NOT_SUPPORTED. Numbers are decimal; a value beyond 32 bits is clamped. Status and health texts
-// outside the tables are UNKNOWN (Warm and Cool count as GOOD, Hot as OVERHEAT).
+// NOT_SUPPORTED. Warm and Cool health count as GOOD, Hot as OVERHEAT.
+//
+// A file that is there but unusable reads as missing, and is logged once per file and change of
+// its contents (tag "SysfsHealth"): a number that is not decimal, does not fit 32 bits or is out
+// of its range (capacity 0 to 100; temperature not below absolute zero; voltages, counters,
+// charge, cycles, time to full and charger limits not negative), a status, health or capacity
+// level outside the tables, an empty online or present. The getter of such a value answers
+// UNKNOWN rather than NOT_SUPPORTED, and an unusable capacity makes the health record getters
+// answer UNKNOWN (the record would hold a made-up level of 0) and update() push nothing.
 #pragma once
 
 #include <array>
@@ -50,6 +57,7 @@
 #include <vector>
 
 #include "HealthHal.h"
+#include "SysfsText.h"
 
 namespace sim {
 
@@ -94,14 +102,26 @@ extern const char* const kAttributeFiles[kAttributeCount];
 // read.
 using SupplyFiles = std::array<std::optional<std::string>, kAttributeCount>;
 
-// The health daemon's reading of these supplies (in name order).
-HealthReading readingOf(const std::vector<SupplyFiles>& supplies);
+// A file a reading could not use, and why ("not a number: '6x'").
+struct UnusableFile {
+    size_t supply;  // index in the supplies read
+    Attribute attribute;
+    std::string why;
+};
+
+// The health daemon's reading of these supplies (in name order); the files it could not use go
+// to `unusable` when given.
+HealthReading readingOf(const std::vector<SupplyFiles>& supplies,
+                        std::vector<UnusableFile>* unusable = nullptr);
 
 }  // namespace powersupply
 
 class SysfsHealth : public HealthHal {
 protected:
     HealthReading read() override;
+
+private:
+    sysfs::UnusableFileLog unusable_{sysfs::kHealthLogTag};
 };
 
 }  // namespace sim

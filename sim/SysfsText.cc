@@ -3,7 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <limits>
+
+#include <android/log.h>
 
 #include "hostplatform/FsRoot.h"
 
@@ -63,6 +66,33 @@ std::optional<std::string> readSmallFile(const std::string& devicePath) {
     close(fd);
     if (n < 0) return std::nullopt;
     return std::string(buffer, static_cast<size_t>(n));
+}
+
+std::string quotedValue(std::string_view text) {
+    constexpr size_t kShown = 32;
+    std::string shown = "'";
+    for (const char c : text.substr(0, kShown)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7f && c != '\\' && c != '\'') {
+            shown += c;
+        } else {
+            char escaped[8];
+            snprintf(escaped, sizeof(escaped), "\\x%02x", byte);
+            shown += escaped;
+        }
+    }
+    return shown + (text.size() > kShown ? "'..." : "'");
+}
+
+void UnusableFileLog::report(const std::string& scope, std::map<std::string, std::string> unusable) {
+    threadsafety::MutexLock lock(mutex_);
+    const auto& before = last_[scope];
+    for (const auto& [path, why] : unusable) {
+        const auto known = before.find(path);
+        if (known != before.end() && known->second == why) continue;
+        __android_log_print(ANDROID_LOG_WARN, logTag_, "Ignoring %s: %s", path.c_str(), why.c_str());
+    }
+    last_[scope] = std::move(unusable);
 }
 
 }  // namespace sysfs

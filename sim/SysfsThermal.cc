@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "hostplatform/FsRoot.h"
 
@@ -76,6 +77,66 @@ ThrottlingSeverity tripSeverityOf(std::string_view tripType) {
     return ThrottlingSeverity::NONE;
 }
 
+// Collects the files of one zone or cooling device that could not be used.
+class Unusable {
+public:
+    explicit Unusable(UnusableFiles* out) : out_(out) {}
+    void add(std::string file, std::string why) {
+        if (out_ != nullptr) out_->emplace_back(std::move(file), std::move(why));
+    }
+
+private:
+    UnusableFiles* out_;
+};
+
+// A zone's value in the kernel's unit (millidegrees, or the battery limit zones' own) into
+// `value`; false when the file is absent, or is not a number that unit allows (said to
+// `unusable`).
+bool zoneValueOf(const std::string& file, const std::optional<std::string>& text,
+                 TemperatureType type, Unusable& unusable, int64_t* value) {
+    if (!text) return false;
+    const auto parsed = parseInteger(*text);
+    if (!parsed) {
+        unusable.add(file, "not a number: " + quotedValue(*text));
+        return false;
+    }
+    int64_t min = -273150, max = 1000000;  // absolute zero to 1000 degrees
+    if (type == TemperatureType::BCL_PERCENTAGE) min = 0, max = 100;
+    if (type == TemperatureType::BCL_VOLTAGE) min = 0, max = std::numeric_limits<int64_t>::max();
+    if (type == TemperatureType::BCL_CURRENT) {
+        min = std::numeric_limits<int64_t>::min(), max = std::numeric_limits<int64_t>::max();
+    }
+    *value = parsed.value_or(0);
+    if (*value >= min && *value <= max) return true;
+    unusable.add(file, "out of range: " + quotedValue(*text));
+    return false;
+}
+
+// The trip points' thresholds, and the severity the zone's value (when `known`) has reached.
+void addTrips(const ZoneFiles& files, bool known, int64_t value, float scale, Unusable& unusable,
+              Zone& zone) {
+    for (size_t i = 0; i < files.trips.size(); ++i) {
+        const auto& [tripType, tripTemp] = files.trips[i];
+        const std::string trip = "trip_point_" + std::to_string(i);
+        const ThrottlingSeverity severity =
+                tripSeverityOf(tripType ? parseName(*tripType).value_or("") : "");
+        if (tripType && severity == ThrottlingSeverity::NONE) {
+            unusable.add(trip + "_type", "not a known value: " + quotedValue(*tripType));
+        }
+        int64_t at = 0;
+        if (!zoneValueOf(trip + "_temp", tripTemp, zone.temperature.type, unusable, &at) ||
+            severity == ThrottlingSeverity::NONE) {
+            continue;
+        }
+        float& threshold = zone.threshold.hotThrottlingThresholds[static_cast<size_t>(severity)];
+        const float atValue = static_cast<float>(at) / scale;
+        if (std::isnan(threshold) || atValue < threshold) threshold = atValue;
+        if (known && value >= at && severity > zone.temperature.throttlingStatus) {
+            zone.temperature.throttlingStatus = severity;
+        }
+    }
+}
+
 }  // namespace
 
 ThermalHal::TemperatureType zoneTypeOf(std::string_view zoneType) {
@@ -94,20 +155,23 @@ ThermalHal::CoolingType coolingTypeOf(std::string_view deviceType) {
     return CoolingType::COMPONENT;
 }
 
-std::optional<Zone> parseZone(const ZoneFiles& files) {
+std::optional<Zone> parseZone(const ZoneFiles& files, UnusableFiles* unusableFiles) {
+    Unusable unusable(unusableFiles);
     const auto name = files.type ? parseName(*files.type) : std::nullopt;
-    if (!name) return std::nullopt;
+    if (!name) {
+        if (files.type) unusable.add("type", "empty");
+        return std::nullopt;
+    }
     const TemperatureType type = zoneTypeOf(*name);
     // Degrees from millidegrees; the battery limit zones are already in their own units.
     const float scale = isBatteryLimit(type) ? 1.0f : 1000.0f;
-    const std::optional<int64_t> temp = files.temp ? parseInteger(*files.temp) : std::nullopt;
-    const bool known = temp.has_value();
-    const int64_t millis = temp.value_or(0);
+    int64_t value = 0;
+    const bool known = zoneValueOf("temp", files.temp, type, unusable, &value);
 
     Zone zone{};
     zone.temperature.type = type;
     zone.temperature.name = *name;
-    zone.temperature.value = known ? static_cast<float>(millis) / scale : NAN;
+    zone.temperature.value = known ? static_cast<float>(value) / scale : NAN;
     zone.temperature.throttlingStatus = ThrottlingSeverity::NONE;
     zone.threshold.type = type;
     zone.threshold.name = *name;
@@ -116,29 +180,26 @@ std::optional<Zone> parseZone(const ZoneFiles& files) {
         zone.threshold.coldThrottlingThresholds[i] = NAN;
     }
     zone.threshold.vrThrottlingThreshold = NAN;
-
-    for (const auto& [tripType, tripTemp] : files.trips) {
-        const ThrottlingSeverity severity =
-                tripSeverityOf(tripType ? parseName(*tripType).value_or("") : "");
-        const std::optional<int64_t> at = tripTemp ? parseInteger(*tripTemp) : std::nullopt;
-        if (severity == ThrottlingSeverity::NONE || !at.has_value()) continue;
-        const int64_t atMillis = at.value_or(0);
-        float& threshold = zone.threshold.hotThrottlingThresholds[static_cast<size_t>(severity)];
-        const float atValue = static_cast<float>(atMillis) / scale;
-        if (std::isnan(threshold) || atValue < threshold) threshold = atValue;
-        if (known && millis >= atMillis && severity > zone.temperature.throttlingStatus) {
-            zone.temperature.throttlingStatus = severity;
-        }
-    }
+    addTrips(files, known, value, scale, unusable, zone);
     return zone;
 }
 
 std::optional<ThermalHal::CoolingDevice> parseCoolingDevice(
-        const std::optional<std::string>& type, const std::optional<std::string>& curState) {
+        const std::optional<std::string>& type, const std::optional<std::string>& curState,
+        UnusableFiles* unusableFiles) {
+    Unusable unusable(unusableFiles);
     const auto name = type ? parseName(*type) : std::nullopt;
-    const auto state = curState ? parseInteger(*curState) : std::nullopt;
-    if (!name || !state || *state < 0) return std::nullopt;
-    return ThermalHal::CoolingDevice{coolingTypeOf(*name), *name, static_cast<uint64_t>(*state)};
+    if (type && !name) unusable.add("type", "empty");
+    if (!curState) return std::nullopt;
+    const auto state = parseInteger(*curState);
+    if (!state || state.value_or(0) < 0) {
+        unusable.add("cur_state",
+                     (state ? "negative: " : "not a number: ") + quotedValue(*curState));
+        return std::nullopt;
+    }
+    if (!name) return std::nullopt;
+    return ThermalHal::CoolingDevice{coolingTypeOf(*name), *name,
+                                     static_cast<uint64_t>(state.value_or(0))};
 }
 
 }  // namespace sysfs
@@ -198,13 +259,24 @@ sysfs::ZoneFiles readZoneFiles(const std::string& directory) {
 
 }  // namespace
 
+// Adds the unusable files of the entry at `directory` to `all`, by device path.
+void addUnusable(const std::string& directory, const sysfs::UnusableFiles& files,
+                 std::map<std::string, std::string>& all) {
+    for (const auto& [file, why] : files) all[directory + "/" + file] = why;
+}
+
 ThermalStatus SysfsThermal::readZones(std::vector<std::pair<std::string, sysfs::Zone>>& zones) {
     std::vector<std::string> names;
     if (const int error = numberedEntries("thermal_zone", names)) return unreadableDirectory(error);
+    std::map<std::string, std::string> unusable;
     for (const auto& name : names) {
-        auto zone = sysfs::parseZone(readZoneFiles(std::string(kThermalClass) + "/" + name));
+        const std::string directory = std::string(kThermalClass) + "/" + name;
+        sysfs::UnusableFiles files;
+        auto zone = sysfs::parseZone(readZoneFiles(directory), &files);
+        addUnusable(directory, files, unusable);
         if (zone) zones.emplace_back(name, std::move(*zone));
     }
+    unusableLog_.report("zones", std::move(unusable));
     return success();
 }
 
@@ -240,12 +312,16 @@ ThermalStatus SysfsThermal::readCoolingDevices(std::vector<CoolingDevice>& out) 
     if (const int error = numberedEntries("cooling_device", names)) {
         return unreadableDirectory(error);
     }
+    std::map<std::string, std::string> unusable;
     for (const auto& name : names) {
         const std::string directory = std::string(kThermalClass) + "/" + name;
-        const auto device = sysfs::parseCoolingDevice(readSmallFile(directory + "/type"),
-                                                      readSmallFile(directory + "/cur_state"));
+        sysfs::UnusableFiles files;
+        const auto device = sysfs::parseCoolingDevice(
+                readSmallFile(directory + "/type"), readSmallFile(directory + "/cur_state"), &files);
+        addUnusable(directory, files, unusable);
         if (device) out.push_back(*device);
     }
+    unusableLog_.report("cooling devices", std::move(unusable));
     return success();
 }
 

@@ -13,7 +13,15 @@
 // (vbat, ibat, soc), which the kernel reports in mV, mA and percent and are passed on as they
 // are. Its throttling severity is the highest one of the trip points it has reached, by trip
 // type: active LIGHT, passive MODERATE, hot SEVERE, critical SHUTDOWN. A zone without a
-// readable type is skipped; one whose temp is unreadable reports NAN and NONE.
+// readable type is skipped; one whose temp is unreadable reports NAN (the HAL's "unavailable")
+// and NONE.
+//
+// A file that is there but unusable is logged once per file and change of its contents (tag
+// "SysfsThermal"), and read as missing: an empty zone or cooling-device type, a temperature that
+// is not a decimal number or out of range (below absolute zero or above 1000 degrees; a battery
+// percentage outside 0 to 100; a negative battery voltage), a trip point of an unknown type or an
+// unusable temperature, a cur_state that is not a number or is negative. A cooling device whose
+// cur_state is unusable is left out.
 //
 // Zone type -> TemperatureType, by the lower-case type's prefix, first match wins; anything
 // else is UNKNOWN:
@@ -65,11 +73,16 @@ struct Zone {
     ThermalHal::TemperatureThreshold threshold;
 };
 
-// Empty when the zone has no usable type.
-std::optional<Zone> parseZone(const ZoneFiles& files);
+// Files of a zone or cooling device that could not be used: the file's name in the entry's
+// directory ("temp", "trip_point_0_type"), and why.
+using UnusableFiles = std::vector<std::pair<std::string, std::string>>;
+
+// Empty when the zone has no usable type. The unusable files go to `unusable` when given.
+std::optional<Zone> parseZone(const ZoneFiles& files, UnusableFiles* unusable = nullptr);
 // Empty when the type is unusable or cur_state is not a non-negative integer.
 std::optional<ThermalHal::CoolingDevice> parseCoolingDevice(
-        const std::optional<std::string>& type, const std::optional<std::string>& curState);
+        const std::optional<std::string>& type, const std::optional<std::string>& curState,
+        UnusableFiles* unusable = nullptr);
 
 }  // namespace sysfs
 
@@ -85,6 +98,7 @@ private:
 
     threadsafety::Mutex mutex_;
     std::map<std::string, int32_t> lastSeverity_ GUARDED_BY(mutex_);  // by zone directory
+    sysfs::UnusableFileLog unusableLog_{sysfs::kThermalLogTag};
 };
 
 }  // namespace sim

@@ -5,6 +5,7 @@
 
 #include "BatteryHealth.h"
 #include "ProviderSupport.h"
+#include "Timing.h"
 
 namespace Vistrel {
 namespace {
@@ -116,7 +117,7 @@ std::optional<Notification> BatteryStats::sample(IClockReader& clock) {
     currentRingMa[ringIndex] = static_cast<float>(static_cast<double>(currentUa) / 1000.0);
 
     // Against the last snapshot's values, not the last sample's.
-    const bool changed = now - lastSnapshotNs >= kChangeIntervalNs ||
+    const bool changed = difference(now, lastSnapshotNs) >= kChangeIntervalNs ||
                          static_cast<int32_t>(battery.batteryStatus) != status ||
                          static_cast<int32_t>(battery.batteryHealth) != health ||
                          static_cast<float>(battery.batteryLevel) != level;

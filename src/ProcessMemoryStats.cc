@@ -1,30 +1,27 @@
 #include "ProcessMemoryStats.h"
 
 #include <binder/IServiceManager.h>
-#include <dirent.h>
 #include <memoryfootprint/memory_footprint.h>
 #include <utils/String16.h>
 #include <vendor/norvik/tarnet/ITrigger.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include <SharedOsServicesProperties.sysprop.h>
 
-#include "KernelFiles.h"
-#include "ProcessFiles.h"
 #include "ProviderSupport.h"
 #include "Timing.h"
+#include "procfsutils/KernelFiles.h"
 #include "procfsutils/ProcFsParser.h"
+#include "procfsutils/ProcessFiles.h"
 #include "seams/Libc.h"
 
 namespace Vistrel {
 namespace {
 
+namespace processfiles = procfsutils::processfiles;
 using vendor::norvik::tarnet::ITrigger;
 using vendor::norvik::tarnet::TriggerContext;
 
@@ -37,25 +34,21 @@ const char* procPath(int pid, const char* file, char (&path)[64]) {
     return path;
 }
 
-// The pid a /proc entry name stands for: names made only of decimal digits that fit an int.
-std::optional<int> pidOf(const char* name) {
-    const char* end = name + strlen(name);
-    if (name == end || !std::all_of(name, end, [](char c) { return c >= '0' && c <= '9'; })) {
-        return std::nullopt;
-    }
-    int pid = 0;
-    const auto result = std::from_chars(name, end, pid, 10);
-    if (result.ec != std::errc() || result.ptr != end) return std::nullopt;
-    return pid;
-}
+// A process as /proc lists it: its directory name and the id that name stands for.
+struct ListedProcess {
+    std::string name;
+    int pid;
+};
 
-// Names of the process directories of /proc, in directory order; false when /proc cannot be
-// opened. Entries are not stat'ed: a numeric name is taken as a process.
-bool listProcessDirectories(std::vector<std::string>& names) {
-    const UniqueDirectory proc = openDirectory("/proc");
+// The process entries of /proc, in directory order; false when /proc cannot be opened. The
+// directory is closed before the scan starts. Entries are not stat'ed: a process-id name is
+// taken as a process.
+bool listProcesses(std::vector<ListedProcess>& processes) {
+    const procfsutils::UniqueDirectory proc = procfsutils::openDirectory("/proc");
     if (proc == nullptr) return false;
-    while (const struct dirent* entry = readdir(proc.get())) {
-        if (pidOf(entry->d_name)) names.emplace_back(entry->d_name);
+    procfsutils::ProcessEntry entry;
+    while (procfsutils::nextProcessEntry(proc.get(), procfsutils::ProcEntries::NamedByPid, &entry)) {
+        processes.push_back({entry.name, entry.pid});
     }
     return true;
 }
@@ -92,21 +85,21 @@ std::optional<Notification> ProcessMemoryStats::sample(IClockReader& clock) {
             halden::sysprop::SharedOsServicesProperties::mobile_vistrel_memory_extended_collector()
                     .value_or(false);
 
-    std::vector<std::string> pidNames;
-    pidNames.reserve(1024);
-    if (!listProcessDirectories(pidNames)) {
+    std::vector<ListedProcess> processes;
+    processes.reserve(1024);
+    if (!listProcesses(processes)) {
         logError("Cannot open /proc");
         return std::nullopt;
     }
 
     std::map<std::string, ProcessMemorySnapshot> scanned;
-    for (const std::string& pidName : pidNames) {
-        scanProcess(pidName, *pidOf(pidName.c_str()), memtrackOn, scanned);
+    for (const ListedProcess& process : processes) {
+        scanProcess(process.name, process.pid, memtrackOn, scanned);
     }
 
     const int64_t endNs = bootTimeNs();
     timestampMs = elapsedNs / kNsPerMs;
-    sampleDurationMs = static_cast<uint32_t>((endNs - startNs) / kNsPerMs);
+    sampleDurationMs = static_cast<uint32_t>(difference(endNs, startNs) / kNsPerMs);
     snapshots.swap(scanned);
     sampleValid = true;
     return Notification{"ProcessMemoryInfo", "Memory snapshot"};
@@ -154,9 +147,9 @@ void ProcessMemoryStats::scanProcess(const std::string& pidName, int pid, bool m
 std::optional<std::string> ProcessMemoryStats::getProcessName(int pid) {
     char path[64];
     char text[processfiles::kLineBytes + 1];
-    const ssize_t length = readOnce(procPath(pid, "cmdline", path), text);
-    if (length < 1) return std::nullopt;
-    const std::optional<std::string_view> program = processfiles::programName(text, length);
+    const procfsutils::FileRead read = procfsutils::readText(procPath(pid, "cmdline", path), text);
+    if (read.count < 1) return std::nullopt;
+    const std::optional<std::string_view> program = processfiles::programName(text, read.bytes());
     if (!program) return std::nullopt;
     return std::string(*program);
 }
@@ -164,7 +157,7 @@ std::optional<std::string> ProcessMemoryStats::getProcessName(int pid) {
 bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
     char path[64];
     char text[processfiles::kOomScoreAdjBytes + 1];
-    if (readOnce(procPath(pid, "oom_score_adj", path), text) < 0) {
+    if (!procfsutils::readText(procPath(pid, "oom_score_adj", path), text).opened) {
         logError("ProcessMemoryStats fail to open %s", path);
         return false;
     }
@@ -180,9 +173,8 @@ bool ProcessMemoryStats::getOomScoreAdj(int pid, ProcessMemorySnapshot& out) {
 bool ProcessMemoryStats::getProcessTimeStat(int pid, ProcessMemorySnapshot& out) {
     char path[64];
     char text[processfiles::kStatBytes + 1];
-    const ssize_t length = readOnce(procPath(pid, "stat", path), text);
-    const std::optional<processfiles::StatTimes> times =
-            processfiles::statTimes(text, length < 0 ? 0 : length);
+    const procfsutils::FileRead read = procfsutils::readText(procPath(pid, "stat", path), text);
+    const std::optional<processfiles::StatTimes> times = processfiles::statTimes(text, read.bytes());
     if (!times) {
         logError("ProcessMemoryStats fail to read stats");
         return false;
@@ -239,80 +231,4 @@ bool ProcessMemoryStats::snapshot(IClockReader& clock, bool force) {
     return true;
 }
 
-namespace processfiles {
-namespace {
-
-// isspace() of the C locale, which is what scanf skips.
-bool isSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-const char* skipSpaces(const char* p, const char* end) {
-    while (p < end && isSpace(*p)) ++p;
-    return p;
-}
-
-// Where fscanf(stream, "%d %255s") leaves the stream: past the pid, the blanks and up to 255
-// bytes of the command word. With no digits, the scan fails after the blanks and an optional
-// sign, and the stream stays there.
-const char* skipPidAndCommand(const char* p, const char* end) {
-    p = skipSpaces(p, end);
-    if (p < end && (*p == '+' || *p == '-')) ++p;
-    const char* digits = p;
-    while (p < end && isDigit(*p)) ++p;
-    if (p == digits) return p;
-    p = skipSpaces(p, end);
-    for (int taken = 0; p < end && taken < 255 && !isSpace(*p); ++taken) ++p;
-    return p;
-}
-
-}  // namespace
-
-std::optional<std::string_view> programName(const char* text, size_t length) {
-    const auto* nul = static_cast<const char*>(memchr(text, '\0', length));
-    const char* end = nul != nullptr ? nul : text + length;
-    const char* start = text;
-    while (start < end && *start == ' ') ++start;
-    const char* stop = start;
-    while (stop < end && *stop != ' ') ++stop;
-    if (start == stop) return std::nullopt;
-    return std::string_view(start, static_cast<size_t>(stop - start));
-}
-
-std::optional<int> oomScoreAdj(const char* text) {
-    int value = 0;
-    if (sscanf(text, "%d", &value) != 1) return std::nullopt;
-    return value;
-}
-
-std::optional<StatTimes> statTimes(const char* text, size_t length) {
-    const char* end = text + length;
-    const char* restStart = skipPidAndCommand(text, end);
-    const size_t restLength = std::min(static_cast<size_t>(end - restStart), kLineBytes);
-    if (restLength < 1) return std::nullopt;
-    char rest[kLineBytes + 1] = {};  // the spare zero byte terminates a full remainder
-    memcpy(rest, restStart, restLength);
-
-    StatTimes times;
-    char* save = nullptr;
-    int field = 3;
-    for (char* token = strtok_r(rest, " ", &save); token != nullptr;
-         token = strtok_r(nullptr, " ", &save), ++field) {
-        if (field == 14) {
-            times.utime = strtoul(token, nullptr, 10);
-        } else if (field == 15) {
-            times.stime = strtoul(token, nullptr, 10);
-        } else if (field == 22) {
-            times.starttime = strtoull(token, nullptr, 10);
-            break;
-        }
-    }
-    return times;
-}
-
-}  // namespace processfiles
 }  // namespace Vistrel

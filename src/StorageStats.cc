@@ -4,8 +4,7 @@
 
 #include "ProviderSupport.h"
 #include "Timing.h"
-#include "seams/FsRoot.h"
-#include "seams/Libc.h"
+#include "procfsutils/KernelFiles.h"
 
 namespace Vistrel {
 namespace {
@@ -37,9 +36,8 @@ SamplePeriod StorageStats::sampleRate() const {
 bool StorageStats::snapshot(IClockReader& clock, bool force) {
     // The forced sample may refresh the record itself; the refresh below happens regardless.
     if (force) forceSample(*this, clock, "StorageStats: force sampled in snapshot");
-    seam::PathBuffer resolved;
     struct statvfs fs {};
-    if (seam::statvfs(seam::path("/data", resolved), &fs) != 0) return false;
+    if (procfsutils::statFileSystem("/data", &fs) != 0) return false;
 
     totalBytes = bytes(fs.f_blocks, fs.f_bsize);
     availableBytes = bytes(fs.f_bavail, fs.f_bsize);

@@ -7,18 +7,19 @@
 #include <cstdio>
 #include <cstring>
 
-#include "KernelFiles.h"
 #include "ProviderSupport.h"
 #include "SharedOsServicesProperties.sysprop.h"
-#include "SystemMemoryFiles.h"
 #include "Timing.h"
-#include "seams/FsRoot.h"
+#include "procfsutils/KernelFiles.h"
+#include "procfsutils/SystemMemoryFiles.h"
 #include "vistrelcore/Uptime.h"
 
 namespace Vistrel {
 namespace {
 
 namespace props = halden::sysprop::SharedOsServicesProperties;
+namespace systemmemoryfiles = procfsutils::systemmemoryfiles;
+using procfsutils::readText;
 
 constexpr int32_t kDefaultIdleSecs = 300;
 constexpr int32_t kDefaultHistBucketSz = 60;
@@ -68,11 +69,11 @@ std::optional<Notification> SystemMemoryStats::sample(IClockReader& clock) {
 
 void SystemMemoryStats::readPsi() {
     char text[systemmemoryfiles::kFileBytes + 1];
-    const ssize_t length = readOnce(kPressurePath, text);
-    if (length < 0) logError("Failed to open memory pressure file: %s", strerror(errno));
+    const procfsutils::FileRead read = readText(kPressurePath, text);
+    if (!read.opened) logError("Failed to open memory pressure file: %s", strerror(errno));
     const systemmemoryfiles::PressureAverages psi =
-            length < 0 ? systemmemoryfiles::PressureAverages{}
-                       : systemmemoryfiles::pressureAverages(text, static_cast<size_t>(length));
+            read.opened ? systemmemoryfiles::pressureAverages(text, read.bytes())
+                        : systemmemoryfiles::PressureAverages{};
     psiFullAvg10 = psi.fullAvg10;
     psiFullAvg60 = psi.fullAvg60;
     psiFullAvg300 = psi.fullAvg300;
@@ -107,9 +108,8 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     const int32_t histBucketSz =
             props::mobile_vistrel_zram_idle_histo_bucket().value_or(kDefaultHistBucketSz);
 
-    seam::PathBuffer resolved;
     struct stat controlStat {};
-    if (stat(seam::path(kIdleControlPath, resolved), &controlStat) != 0) {
+    if (procfsutils::statPath(kIdleControlPath, &controlStat) != 0) {
         const char* reason = strerror(errno);
         logVerbose("stat failed %s: %s", kIdleControlPath, reason);
         logVerbose("zram0 histBucketSz %d idleSecs %d", histBucketSz, idleSecs);
@@ -121,7 +121,7 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     // the kernel after the reads, which therefore see the figures of the previous call's
     // request. Readers of zramIdle pair every set of figures with the call before, as all
     // records from the device do; flushing first would change what each record means.
-    const UniqueStream control = openStream(kIdleControlPath, "w");
+    const procfsutils::UniqueStream control = procfsutils::openStream(kIdleControlPath, "w");
     const int openErrno = errno;
     logVerbose("zram0 histBucketSz %d idleSecs %d", histBucketSz, idleSecs);
     if (control == nullptr) {
@@ -134,17 +134,17 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     }
 
     char text[systemmemoryfiles::kFileBytes + 1];
-    if (readOnce(kIdleClusterPath, text) >= 0) {
+    if (readText(kIdleClusterPath, text).opened) {
         systemmemoryfiles::summedValues(text, zramIdle.idleClusterSizes, 8);
     } else {
         logError("fopen %s: %s", kIdleClusterPath, strerror(errno));
     }
-    if (readOnce(kSimulatedBdStatPath, text) >= 0) {
+    if (readText(kSimulatedBdStatPath, text).opened) {
         systemmemoryfiles::leadingValues(text, zramIdle.simulatedBdStat, 4);
     } else {
         logError("Failed to open %s : %s", kSimulatedBdStatPath, strerror(errno));
     }
-    if (readOnce(kIdleHistoPath, text) >= 0) {
+    if (readText(kIdleHistoPath, text).opened) {
         systemmemoryfiles::summedValues(text, zramIdle.idleHistogram, 16);
     } else {
         logError("Failed to open %s : %s", kIdleHistoPath, strerror(errno));
@@ -152,70 +152,4 @@ ZramIdleStats* SystemMemoryStats::getZramIdleMemStats() {
     return &zramIdle;
 }
 
-namespace systemmemoryfiles {
-namespace {
-
-// isspace() of the C locale, which is what scanf skips.
-bool isSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-}  // namespace
-
-PressureAverages pressureAverages(const char* text, size_t length) {
-    PressureAverages averages;
-    const char* const end = text + length;
-    const char* p = text;
-    for (;;) {
-        // "%4s" by hand: sscanf would end the word at a NUL, where a stream reads on.
-        while (p < end && isSpace(*p)) ++p;
-        if (p == end) break;
-        char kind[5] = {};
-        for (size_t n = 0; n < 4 && p < end && !isSpace(*p); ++n) kind[n] = *p++;
-        // The rest of the record: a NUL stops the conversions here as it stops fscanf's.
-        float avg10 = 0, avg60 = 0, avg300 = 0;
-        unsigned long total = 0;
-        int used = -1;
-        if (sscanf(p, " avg10=%f avg60=%f avg300=%f total=%lu%n", &avg10, &avg60, &avg300, &total,
-                   &used) != 4 ||
-            used < 0) {
-            break;
-        }
-        p += used;
-        if (strcmp(kind, "some") == 0) {
-            averages.someAvg10 = avg10;
-            averages.someAvg60 = avg60;
-            averages.someAvg300 = avg300;
-        } else if (strcmp(kind, "full") == 0) {
-            averages.fullAvg10 = avg10;
-            averages.fullAvg60 = avg60;
-            averages.fullAvg300 = avg300;
-        }
-    }
-    return averages;
-}
-
-void summedValues(const char* text, uint32_t* entries, size_t count) {
-    size_t filled = 0;
-    unsigned value = 0;
-    int used = 0;
-    for (const char* p = text; sscanf(p, "%u%n", &value, &used) == 1; p += used) {
-        if (filled < count) {
-            entries[filled++] = value;
-        } else {
-            entries[count - 1] += value;
-        }
-    }
-}
-
-void leadingValues(const char* text, uint64_t* entries, size_t count) {
-    unsigned long long value = 0;
-    int used = 0;
-    const char* p = text;
-    for (size_t i = 0; i < count && sscanf(p, "%llu%n", &value, &used) == 1; ++i, p += used) {
-        entries[i] = value;
-    }
-}
-
-}  // namespace systemmemoryfiles
 }  // namespace Vistrel

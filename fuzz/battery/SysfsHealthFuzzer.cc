@@ -1,5 +1,5 @@
 // The power-supply sysfs health HAL's reading of supply attributes, on arbitrary bytes. Input
-// (parts joined by 0x01 bytes, see memory/FuzzInput.h): the attribute texts of one supply after
+// (parts joined by 0x01 bytes, see FuzzInput.h): the attribute texts of one supply after
 // another (at most four), in the order of powersupply::kAttributeFiles; the last supply may stop
 // early, so its remaining files are absent. The files themselves are only read in one bounded call,
 // so the parsing is fuzzed in memory.
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "../memory/FuzzInput.h"
+#include "FuzzInput.h"
 #include "SysfsHealth.h"
 
 namespace {
@@ -29,7 +29,7 @@ bool online(const powersupply::SupplyFiles& files, powersupply::SupplyType type)
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const auto parts = memfuzz::split(data, size);
+    const auto parts = fuzzinput::split(data, size);
     std::vector<powersupply::SupplyFiles> supplies;
     const size_t used = std::min(parts.size(), kMaxSupplies * powersupply::kAttributeCount);
     for (size_t i = 0; i < used; ++i) {
@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto health = static_cast<int32_t>(b.batteryHealth);
     const auto level = static_cast<int32_t>(reading.info.batteryCapacityLevel);
     if (status < 1 || status > 5 || health < 1 || health > 7 || level < -1 || level > 5) abort();
-    if (b.batteryLevel != reading.capacityPercent.value_or(0)) abort();
+    if (b.batteryLevel != reading.capacityPercent.value) abort();
+    if (b.batteryLevel < 0 || b.batteryLevel > 100) abort();  // out of range reads as unknown
     if (b.maxChargingCurrent < 0 || b.maxChargingVoltage < 0) abort();
     return 0;
 }

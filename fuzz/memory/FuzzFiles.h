@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "hostplatform/FsRoot.h"
+#include "procfsutils/KernelFiles.h"
 
 namespace memfuzz {
 
@@ -34,9 +35,8 @@ public:
             return;
         }
         std::filesystem::create_directories(path.parent_path());
-        if (FILE* file = fopen(path.c_str(), "w")) {
-            fwrite(text->data(), 1, text->size(), file);
-            fclose(file);
+        if (const procfsutils::UniqueStream file{fopen(path.c_str(), "w")}) {
+            fwrite(text->data(), 1, text->size(), file.get());
         }
     }
 

@@ -1,5 +1,5 @@
 // The sysfs thermal HAL's parsing of file contents and directory entry names, on arbitrary
-// bytes. Input (parts joined by 0x01 bytes, see memory/FuzzInput.h): a zone's type and temp, a
+// bytes. Input (parts joined by 0x01 bytes, see FuzzInput.h): a zone's type and temp, a
 // cooling device's type and cur_state, a directory entry name, then trip point type/temp pairs.
 // The files themselves are only opened and read in one bounded call, so the parsers are fuzzed
 // in memory, which keeps a run in microseconds.
@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "../memory/FuzzInput.h"
+#include "FuzzInput.h"
 #include "SysfsThermal.h"
 
 namespace {
@@ -23,7 +23,7 @@ std::optional<std::string> part(const std::vector<std::string_view>& parts, size
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const auto parts = memfuzz::split(data, size);
+    const auto parts = fuzzinput::split(data, size);
     sysfs::ZoneFiles files;
     files.type = part(parts, 0);
     files.temp = part(parts, 1);

@@ -1,7 +1,12 @@
 // Runs the reference host binary against the simulated headset and checks its timeline.
+#include <sys/stat.h>
+
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -9,22 +14,21 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "FixtureTree.h"
 #include "HostRun.h"
+#include "Occurrences.h"
+#include "Options.h"
 
 namespace {
 
 using nlohmann::json;
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
+const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
 
+using testing_support::FixtureTree;
 using testing_support::HostRun;
+using testing_support::occurrences;
 using testing_support::runHost;
-
-size_t occurrences(const std::string& text, const std::string& needle) {
-    size_t n = 0;
-    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
-        ++n;
-    return n;
-}
 
 TEST(HostEndToEnd, DonStateBatchesArriveOnTheirCadence) {
     const HostRun run = runHost(
@@ -86,60 +90,154 @@ TEST(HostEndToEnd, BatteryRunShowsEveryEventKind) {
     EXPECT_GT(actions["BatteryStatsStates::activeEndEvent()"], 0);
 }
 
-TEST(HostEndToEnd, CommandLineErrorsExitNonZeroWithAMessage) {
-    const std::pair<const char*, const char*> cases[] = {
-            {"--frobnicate", "--frobnicate"},
-            {"--simulate 2x", "bad duration '2x'"},
-            {"--providers NoSuchStats", "unknown provider 'NoSuchStats'"},
-            {"--don-bits 33", "--don-bits must be 0 to 32"},
-            {"--don-bits -1", "--don-bits must be 0 to 32"},
-            {"--don-states 0", "--don-states must be 1 to"},
-            {"--data-total 1G --data-available 2G", "must not exceed --data-total"},
-            {"--only HealthInfo", "unknown provider 'HealthInfo' in --only"},
-            {"--providers CpuStats --only BatteryStats", "'BatteryStats' in --only does not run"},
-            {"--battery acpi", "--battery"},
-            {"--root /no/such/dir", "is not a directory"},
-            {"--trace /no/such/dir/trace.json", "cannot write trace file"},
-            {"--thermal acpi", "--thermal"},
-            {"--thermal-scenario cold-room", "unknown thermal scenario 'cold-room'"},
-            {"--thermal sysfs --thermal-scenario hot-room",
+// The usage error that parsing `arguments` (split at blanks, '' an empty value) with the
+// environment `env` ends in; status -1 when it yields a configuration.
+host::ParseExit usageErrorOf(const std::string& arguments, const char* env) {
+    std::vector<std::string> words = {"vistrel-host"};
+    std::istringstream in(arguments);
+    for (std::string word; in >> word;) words.push_back(word == "''" ? "" : word);
+    std::vector<const char*> argv;
+    for (const auto& word : words) argv.push_back(word.c_str());
+    const char* envp[] = {env, nullptr};
+    auto parsed = host::parseOptions(static_cast<int>(argv.size()), argv.data(), envp);
+    const auto* exit = std::get_if<host::ParseExit>(&parsed);
+    return exit ? *exit : host::ParseExit{-1, ""};
+}
+
+TEST(HostEndToEnd, CommandLineErrorsExitWithStatus2AndAMessage) {
+    FixtureTree fifo(""), device(""), empty("");
+    std::filesystem::create_directories(fifo.at("/proc"));
+    mkfifo(fifo.at("/proc/meminfo").c_str(), 0600);
+    std::filesystem::create_directories(device.at("/sys/class/thermal/thermal_zone0"));
+    std::filesystem::create_symlink("/dev/zero",
+                                    device.at("/sys/class/thermal/thermal_zone0/temp"));
+    const std::tuple<std::string, std::string, const char*> cases[] = {
+            {"--frobnicate", "", "--frobnicate"},
+            {"--simulate 2x", "", "bad duration '2x'"},
+            {"--providers NoSuchStats", "", "unknown provider 'NoSuchStats'"},
+            {"--don-bits 33", "", "--don-bits must be 0 to 32"},
+            {"--don-bits -1", "", "--don-bits must be 0 to 32"},
+            {"--don-states 0", "", "--don-states must be 1 to"},
+            {"--data-total 1G --data-available 2G", "", "must not exceed --data-total"},
+            {"--only HealthInfo", "", "unknown provider 'HealthInfo' in --only"},
+            {"--providers CpuStats --only BatteryStats", "",
+             "'BatteryStats' in --only does not run"},
+            {"--battery acpi", "", "--battery"},
+            {"--root /no/such/dir", "", "is not a directory"},
+            {"--thermal acpi", "", "--thermal"},
+            {"--thermal-scenario cold-room", "", "unknown thermal scenario 'cold-room'"},
+            {"--thermal sysfs --thermal-scenario hot-room", "",
              "--thermal-scenario needs --thermal sim"},
-            {"--fire-throttling soon", "bad duration 'soon'"},
-            {"--providers ZramStats --fire-throttling 1m",
+            {"--fire-throttling soon", "", "bad duration 'soon'"},
+            {"--providers ZramStats --fire-throttling 1m", "",
              "needs ThermalStats among the providers"},
-            {"--seed -3", "--seed must be a non-negative integer, not '-3'"},
-            {"--seed 18446744073709551616", "--seed must be a non-negative integer"},
+            {"--seed -3", "", "--seed must be a non-negative integer, not '-3'"},
+            {"--seed 18446744073709551616", "", "--seed must be a non-negative integer"},
+            {"--kernel-files simulated --root " + empty.at("").string(), "",
+             "not with --root or VISTREL_FS_ROOT"},
+            {"--kernel-files simulated --battery sysfs", "", "read real sysfs files"},
+            // Nothing silently taken for a default or ignored:
+            {"--providers ''", "", "--providers: the value is empty"},
+            {"--simulate ''", "", "--simulate: the value is empty"},
+            {"--trace ''", "", "--trace: the value is empty"},
+            {"--only ''", "", "--only: the value is empty"},
+            {"--providers ZramStats,", "", "empty name in --providers 'ZramStats,'"},
+            {"--hide HealthInfo --hide Nothing", "", "unknown name 'Nothing' in --hide"},
+            {"--simulate 1h --fire-throttling 61m", "", "61m is past the end of the run (1:00:00"},
+            {"", "VISTREL_FS_ROOT=/no/such/dir",
+             "VISTREL_FS_ROOT '/no/such/dir' is not a directory"},
+            {"--root " + fifo.at("").string(), "", "/proc/meminfo is a FIFO"},
+            {"", "VISTREL_FS_ROOT=" + device.at("").string(),
+             "/sys/class/thermal/thermal_zone0/temp is a character device"},
     };
-    for (const auto& [arguments, message] : cases) {
-        const HostRun run = runHost(arguments);
-        EXPECT_EQ(run.status, 2) << arguments;
-        EXPECT_THAT(run.output, ::testing::HasSubstr(message)) << arguments;
+    for (const auto& [arguments, env, message] : cases) {
+        const host::ParseExit exit = usageErrorOf(arguments, env.c_str());
+        EXPECT_EQ(exit.status, 2) << arguments << " " << env;
+        EXPECT_THAT(exit.text, ::testing::HasSubstr(message)) << arguments << " " << env;
     }
 }
 
+// SIGTERM, or a hang-up, once the providers are acquired (their first lines are out), long
+// before the hour.
 TEST(HostEndToEnd, AStoppedRealRunReleasesSummarizesAndClosesItsTrace) {
     const std::string out = testing::TempDir() + "stopped.jsonl";
     const std::string trace = testing::TempDir() + "stopped-trace.json";
-    std::remove(out.c_str());  // the wait below must see this run's lines, not an earlier one's
-    // SIGTERM once the providers are acquired (their first lines are out), long before the hour.
-    const HostRun run = runHost("--real 1h --json --providers BatteryStats --trace " + trace +
-                                " > " + out + " & until grep -q acquire " + out +
-                                " 2>/dev/null; do sleep 0.1; done; kill -TERM $!; wait $!; s=$?; "
-                                "cat " +
-                                out + "; exit $s");
-    EXPECT_EQ(run.status, 128 + 15);
-    std::vector<std::string> events;
-    for (const json& line : run.lines) events.push_back(line.value("event", ""));
-    EXPECT_THAT(events, testing::IsSupersetOf({"acquire", "release", "summary"}));
+    for (const auto& [name, signal] : {std::pair{"TERM", 15}, std::pair{"HUP", 1}}) {
+        std::remove(out.c_str());  // the wait below must see this run's lines
+        const HostRun run = runHost("--real 1h --json --providers BatteryStats --trace " + trace +
+                                    " > " + out + " & until grep -q acquire " + out +
+                                    " 2>/dev/null; do sleep 0.1; done; kill -" + name +
+                                    " $!; wait $!; s=$?; cat " + out + "; exit $s");
+        EXPECT_EQ(run.status, 128 + signal) << name;
+        std::vector<std::string> events;
+        for (const json& line : run.lines) events.push_back(line.value("event", ""));
+        EXPECT_THAT(events, testing::IsSupersetOf({"acquire", "record", "release", "summary"}))
+                << name;
+        std::ifstream traceFile(trace);
+        EXPECT_TRUE(json::parse(traceFile, nullptr, false).contains("traceEvents"))
+                << name << ": the trace is closed as a whole JSON document";
+    }
+}
+
+// A closed pipe, a full disk: one line on stderr, status 74, and a trace that is whole.
+TEST(HostEndToEnd, AnOutputThatCannotBeWrittenEndsTheRunWithStatus74) {
+    const std::string trace = testing::TempDir() + "write-error-trace.json";
+    const std::string pipe = testing::TempDir() + "write-error-pipe";
+    std::remove(pipe.c_str());
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::tuple<std::string, int, std::string> cases[] = {
+            {"--json --trace " + trace + " 2>&1 >" + pipe + " & head -1 " + pipe +
+                     " >/dev/null; wait $!",
+             74, "cannot write the timeline: Broken pipe"},
+            {"--simulate 1h --trace /dev/full", 74,
+             "cannot write trace file '/dev/full': No space left on device"},
+            {"--simulate 1h 2>&1 >/dev/full; exit $?", 74,
+             "cannot write the timeline: No space left on device"},
+            {"--trace /no/such/dir/trace.json", 2, "cannot write trace file"},
+    };
+    for (const auto& [arguments, status, message] : cases) {
+        const HostRun run = runHost(arguments);
+        EXPECT_EQ(run.status, status) << arguments;
+        EXPECT_EQ(occurrences(run.output, message), 1u) << arguments << "\n" << run.output;
+    }
     std::ifstream traceFile(trace);
-    const json written = json::parse(traceFile, nullptr, false);
-    ASSERT_FALSE(written.is_discarded()) << "the trace is closed as a whole JSON document";
-    EXPECT_TRUE(written.contains("traceEvents"));
+    EXPECT_TRUE(json::parse(traceFile, nullptr, false).contains("traceEvents"));
+}
+
+// However short, a run ends with every provider's record, and a healthy one logs no warning (on
+// the captured headset: the processes of this machine may end while they are read).
+TEST(HostEndToEnd, ARunEndsWithEveryProvidersRecordAndNoWarning) {
+    const HostRun run =
+            runHost("--simulate 70m --json --don-states 5 --root " + kData + "headset-capture");
+    ASSERT_EQ(run.status, 0) << run.output;
+    std::set<std::string> acquired, recordedAtEnd;
+    for (const auto& line : run.lines) {
+        if (line["event"] == "acquire") acquired.insert(line["source"].get<std::string>());
+        if (line["event"] == "record" && line["t_ns"] == 70 * kMinuteNs) {
+            recordedAtEnd.insert(line["source"].get<std::string>());
+        }
+        if (line["event"] == "log") {
+            EXPECT_THAT(line["priority"], testing::AnyOf("V", "D", "I")) << line.dump();
+        }
+    }
+    EXPECT_EQ(recordedAtEnd, acquired);
+}
+
+// Lines written from several threads, and the summary, in device-time order; a run shorter than
+// its longest period (an hour) gives no share of the budget.
+TEST(HostEndToEnd, AShortRealRunKeepsDeviceTimeInOrderAndExtrapolatesNothing) {
+    const HostRun run = runHost("--real 2s --json");
+    ASSERT_EQ(run.status, 0) << run.output;
+    int64_t last = 0;
+    for (const auto& line : run.lines) {
+        EXPECT_GE(line["t_ns"].get<int64_t>(), last) << line.dump();
+        last = line["t_ns"];
+    }
+    EXPECT_EQ(run.lines.back()["percentOfBudget"], nullptr) << run.lines.back().dump();
 }
 
 // Memory and storage collectors against the fixture trees (read only: the zram idle collector
 // stays off, so nothing is written into the tree).
-const std::string kData = std::string(VISTREL_SOURCE_DIR) + "/tests/data/";
 
 TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriods) {
     const HostRun run = runHost(
@@ -174,7 +272,7 @@ TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriods) {
 // (-1), pid 401 gets 512 KiB; each scan reports both.
 TEST(HostEndToEnd, ProcessMemoryRunReportsEveryScan) {
     const HostRun run = runHost(
-            "--simulate 31m --json --snapshot-every 15m --providers ProcessMemoryStats --root " +
+            "--simulate 30m --json --snapshot-every 15m --providers ProcessMemoryStats --root " +
             kData + "processmemory --prop mobile_vistrel_memory_extended_collector=true");
     ASSERT_EQ(run.status, 0) << run.output;
     std::vector<json> records;

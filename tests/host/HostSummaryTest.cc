@@ -45,7 +45,11 @@ TEST(HostSummary, CountsEachProvidersOwnCallsInAScriptedRun) {
         EXPECT_EQ(s["notifications"], json(notifications[p])) << p;
         EXPECT_EQ(s["snapshotsOk"], timeline[p]["record"]) << p;
         EXPECT_EQ(s["pushes"], timeline[p]["push (force)"]) << p;
-        EXPECT_DOUBLE_EQ(s["cpuMsPerDeviceHour"].get<double>(), s["cpuMs"].get<double>() / 2) << p;
+        EXPECT_DOUBLE_EQ(s["cpuMsPerDeviceHour"].get<double>(), s["steadyCpuMs"].get<double>() / 2)
+                << p << ": the steady cost per hour";
+        EXPECT_NEAR(s["oneOffCpuMs"].get<double>() + s["steadyCpuMs"].get<double>(),
+                    s["cpuMs"].get<double>(), 1e-9)
+                << p;
     }
     EXPECT_EQ(summary["ThermalStats"]["samples"], 720) << "every 10 s";
     EXPECT_EQ(summary["StorageStats"]["samples"], 2);
@@ -55,7 +59,8 @@ TEST(HostSummary, CountsEachProvidersOwnCallsInAScriptedRun) {
     EXPECT_EQ(summary["ZramStats"]["snapshotsFailed"], 4);
     EXPECT_EQ(summary["StorageStats"]["snapshotsFailed"], 0);
     // Each log line goes to the provider whose call made it.
-    EXPECT_EQ(summary["ThermalStats"]["logs"], (json{{"I", 3}}));
+    EXPECT_EQ(summary["ThermalStats"]["logs"], (json{{"I", 3}, {"W", 1}}))
+            << "W: the HAL ignoring camera-therm's empty temp, once";
     EXPECT_EQ(summary["StorageStats"]["logs"], (json{{"W", 2}}));
     EXPECT_EQ(summary["ZramStats"]["logs"], (json{{"E", 4}}));
     double total = 0;

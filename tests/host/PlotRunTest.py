@@ -1,31 +1,102 @@
 #!/usr/bin/python3
-"""scripts/plot-run on a run of the reference host: it writes a PNG of the figure's size, and
-refuses input without a run. Arguments: the command that runs the host (emulator words first
-when cross-built)."""
+"""scripts/plot-run on runs of the reference host: it draws every sample the host printed, leaves
+the replayed headset's battery current, voltage and percentage sensors off the temperature axis,
+bands readings by day, writes a PNG, and refuses input that is not a run with one line and
+status 2. Arguments: the command that runs the host (emulator words first when cross-built)."""
+import importlib.machinery
+import importlib.util
 import os
 import struct
 import subprocess
 import sys
 import tempfile
 
-PLOT = os.path.join(os.path.dirname(__file__), "..", "..", "scripts", "plot-run")
+HERE = os.path.dirname(os.path.abspath(__file__))
+PLOT = os.path.join(HERE, "..", "..", "scripts", "plot-run")
+CAPTURE = os.path.join(HERE, "..", "data", "headset-capture")
 
-host = sys.argv[1:]
-run = subprocess.run(host + ["--json", "--simulate", "2h", "--snapshot-every", "10m"],
-                     capture_output=True, check=True)
-with tempfile.TemporaryDirectory() as scratch:
-    lines, png = os.path.join(scratch, "run.jsonl"), os.path.join(scratch, "run.png")
-    with open(lines, "wb") as out:
+
+def load_script():
+    loader = importlib.machinery.SourceFileLoader("plot_run", PLOT)
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("plot_run", loader))
+    loader.exec_module(module)
+    return module
+
+
+def host_run(scratch, name, *options):
+    run = subprocess.run(sys.argv[1:] + ["--json", "--samples"] + list(options),
+                         capture_output=True, check=True)
+    path = os.path.join(scratch, name)
+    with open(path, "wb") as out:
         out.write(run.stdout)
-    subprocess.run([PLOT, lines, png], check=True)
-    with open(png, "rb") as image:
+    return path
+
+
+def png_size(path):
+    with open(path, "rb") as image:
         head = image.read(24)
     assert head[:8] == b"\x89PNG\r\n\x1a\n", head
-    width, height = struct.unpack(">II", head[16:24])
-    assert (width, height) == (990, 1080), (width, height)  # 11 x 12 inches at 90 dpi
+    return struct.unpack(">II", head[16:24])
 
+
+def check_samples_and_png(plot_run, scratch):
+    lines = host_run(scratch, "run.jsonl", "--simulate", "2h")
+    run = plot_run.read_run(lines)
+    battery, sampled = run.series("battery")
+    assert sampled and len(battery["current"].hours) == 720, len(battery["current"].hours)
+    temperatures, sampled = run.series("temperature")
+    assert sampled and len(temperatures["cpu-0"].hours) == 720
+    memory, sampled = run.series("memory")
+    assert sampled and len(memory["memUsedKb"].hours) == 24  # every 5 minutes
+    assert len(run.recorded["battery/level"].hours) < 24  # the level: at the records only
+    png = os.path.join(scratch, "run.png")
+    subprocess.run([PLOT, lines, png], check=True)
+    assert png_size(png) == (1040, 1120), png_size(png)  # 13 x 14 inches at 80 dpi
+
+
+def check_replay_sensors(plot_run, scratch):
+    lines = host_run(scratch, "replay.jsonl", "--simulate", "10m", "--root", CAPTURE,
+                     "--battery", "sysfs", "--thermal", "sysfs", "--snapshot-every", "5m")
+    kept, left_out, _ = plot_run.temperature_sensors(plot_run.read_run(lines))
+    assert left_out == ["ibat", "soc", "vbat"], left_out
+    assert "cpu-0-0-usr" in kept and "skin-msm-therm" in kept, sorted(kept)
+
+
+def check_daily_bands(plot_run):
+    series = plot_run.Series()
+    for hour, value in ((1, 10.0), (24, 30.0), (25, 5.0), (47, 7.0), (48, None)):
+        series.add(hour, value)
+    # Day 0 is (0 h, 24 h]; a missing reading counts for nothing.
+    assert plot_run.daily(series) == ([0.5, 1.5], [10.0, 5.0], [20.0, 6.0], [30.0, 7.0])
+
+
+def check_bad_input(scratch):
+    text = os.path.join(scratch, "timeline.txt")
+    with open(text, "w") as out:
+        out.write("  0:00:00.000  SystemStateStats      acquire       ok=true periodMs=60000\n")
+    truncated = os.path.join(scratch, "truncated.jsonl")
+    with open(os.path.join(scratch, "run.jsonl")) as run, open(truncated, "w") as out:
+        out.write(run.readline() + run.readline()[:30])
     empty = os.path.join(scratch, "empty.jsonl")
     open(empty, "w").close()
-    refused = subprocess.run([PLOT, empty, png], capture_output=True)
-    assert refused.returncode == 1 and b"no JSON lines" in refused.stderr, refused
-print("plot-run: PNG of the run written")
+    png = os.path.join(scratch, "bad.png")
+    for path, says in ((os.path.join(scratch, "missing.jsonl"), b"cannot read"),
+                       (empty, b"no lines of a run"),
+                       (text, b"line 1 is not a JSON line"),
+                       (truncated, b"line 2 is not a JSON line")):
+        refused = subprocess.run([PLOT, path, png], capture_output=True)
+        assert refused.returncode == 2 and says in refused.stderr, refused
+        assert refused.stderr.count(b"\n") == 1, refused.stderr
+    unwritable = subprocess.run([PLOT, os.path.join(scratch, "run.jsonl"),
+                                 os.path.join(scratch, "no-such-dir", "x.png")],
+                                capture_output=True)
+    assert unwritable.returncode == 2 and b"cannot write" in unwritable.stderr, unwritable
+
+
+plot_run = load_script()
+with tempfile.TemporaryDirectory() as scratch:
+    check_samples_and_png(plot_run, scratch)
+    check_replay_sensors(plot_run, scratch)
+    check_daily_bands(plot_run)
+    check_bad_input(scratch)
+print("plot-run: samples, replay sensors, daily bands and bad input checked")

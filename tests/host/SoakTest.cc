@@ -74,7 +74,7 @@ TEST(Soak, ThirtyDaysKeepHeapDescriptorsThreadsAndCadence) {
     ASSERT_NE(sink, nullptr);
     {
         host::HostClock clock(host::HostClock::Mode::Simulated);
-        host::Output output(sink, false);
+        host::Output output(sink, false, [&clock] { return clock.deviceNs(); });
         output.observe([&lastDay, &periods, &refused](const host::Line& line) {
             if (line.event == "acquire" && line.fields["ok"] != true)
                 refused.push_back(line.source);

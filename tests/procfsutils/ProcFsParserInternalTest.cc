@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -46,6 +48,11 @@ TEST(ProcFsScanners, Scanners) {
     EXPECT_TRUE(isNumber("4321"));
     for (const char* notPid : {static_cast<const char*>(nullptr), "", "1a", "self", "-1"}) {
         EXPECT_FALSE(isNumber(notPid)) << (notPid ? notPid : "null");
+    }
+    for (const auto& [name, expected] :
+         {std::pair{"007", 7}, {"2147483647", INT_MAX}, {"2147483648", -1}, {"1a", -1}}) {
+        int pid = -1;  // left as it is for a name that is no process id
+        EXPECT_EQ((parsePid(name, &pid), pid), expected) << name;
     }
 }
 

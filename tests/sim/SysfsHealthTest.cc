@@ -2,11 +2,13 @@
 // and its reading of supply attributes (missing files, chargers, signs, units, bad numbers).
 #include "SysfsHealth.h"
 
+#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "FixtureTree.h"
+#include "LogCapture.h"
 
 namespace {
 
@@ -70,6 +72,31 @@ TEST(SysfsHealth, ReadsTheCapturedHeadset) {
 
     tree.write("/sys/class/power_supply/battery/capacity", "63\n");
     EXPECT_EQ(infoOf(*hal).legacy.legacy.batteryLevel, 63) << "every call reads again";
+}
+
+// Junk, an empty file, a level out of range: said once per file and change, and answered as
+// unknown rather than as a level of 0.
+TEST(SysfsHealth, AnUnusableCapacityIsSaidOnceAndAnsweredUnknown) {
+    FixtureTree tree("headset-capture");
+    android::sp<sim::SysfsHealth> hal = new sim::SysfsHealth;
+    const std::string capacity = "/sys/class/power_supply/battery/capacity";
+    const std::pair<const char*, const char*> cases[] = {
+            {"\x93\x01", "not a number: '\\x93\\x01'"},
+            {"", "not a number: ''"},
+            {"101\n", "out of range: '101\\x0a' (0 to 100)"},
+    };
+    for (const auto& [text, why] : cases) {
+        tree.write(capacity, text);
+        logcapture::clear();
+        for (int read = 0; read < 2; ++read) {
+            hal->getCapacity([](Result result, int32_t) { EXPECT_EQ(result, Result::UNKNOWN); });
+            hal->getHealthInfo_2_1(
+                    [](Result result, const HealthInfo&) { EXPECT_EQ(result, Result::UNKNOWN); });
+        }
+        EXPECT_EQ(logcapture::entries(),
+                  (std::vector<logcapture::Entry>{
+                          {ANDROID_LOG_WARN, "SysfsHealth", "Ignoring " + capacity + ": " + why}}));
+    }
 }
 
 TEST(SysfsHealth, WithoutPowerSuppliesAnswersDefaultsAndNotSupported) {
@@ -155,16 +182,18 @@ TEST(SysfsHealth, BatteryAttributesKeepSignsAndUnitsAndRefuseBadNumbers) {
     });
     const auto& b = r.info.legacy.legacy;
     // Discharging stays negative; µV to mV truncates; tenths of a degree below zero.
-    EXPECT_EQ(std::vector<int64_t>({r.currentNowUa.value_or(0), b.batteryCurrent, b.batteryVoltage,
+    EXPECT_EQ(std::vector<int64_t>({r.currentNowUa.value, b.batteryCurrent, b.batteryVoltage,
                                     b.batteryTemperature}),
               std::vector<int64_t>({-412000, -412000, 3871, -52}));
-    EXPECT_EQ(r.chargeCounterUah, INT32_MAX) << "clamped to 32 bits";
-    EXPECT_FALSE(r.capacityPercent.has_value()) << "the first battery's file, not a number";
+    EXPECT_EQ(r.chargeCounterUah.result, Result::UNKNOWN) << "beyond 32 bits";
+    EXPECT_EQ(r.capacityPercent.result, Result::UNKNOWN)
+            << "the first battery's file, not a number";
+    EXPECT_EQ(r.infoResult, Result::UNKNOWN) << "no level: no health record";
     EXPECT_EQ(b.batteryLevel, 0);
     EXPECT_EQ(b.batteryStatus, BatteryStatus::NOT_CHARGING) << "the first battery's status";
     EXPECT_EQ(b.batteryFullCharge, 3000) << "from the second battery, the first has none";
     EXPECT_EQ(b.batteryHealth, BatteryHealth::GOOD) << "Warm counts as GOOD";
-    EXPECT_FALSE(r.currentAverageUa.has_value());
+    EXPECT_EQ(r.currentAverageUa.result, Result::NOT_SUPPORTED);
     EXPECT_EQ(readingOf({supply({{"type", "Battery"}, {"status", "Exploding\n"}})})
                       .info.legacy.legacy.batteryStatus,
               BatteryStatus::UNKNOWN);

@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <android/log.h>
+
 #include <cmath>
 
 #include "FakeThermal.h"
 #include "FixtureTree.h"
+#include "LogCapture.h"
 
 namespace {
 
@@ -96,14 +99,28 @@ TEST(SysfsThermal, MissingTreeFailsAndUnusableEntriesAreSkipped) {
     tree.write(kZones + "x/type", "cpu\n");   // not numbered
     tree.write(kZones + "10/type", "\n");     // blank type
     tree.write(kZones + "11/type", "CPU-big\n");
+    tree.write(kZones + "11/temp", "-300000\n");  // below absolute zero
     tree.write("/sys/class/thermal/cooling_device0/type", "fan\n");
     tree.write("/sys/class/thermal/cooling_device0/cur_state", "-1\n");
+    logcapture::clear();
+    temperatures(*hal);
     const auto all = temperatures(*hal, &status);
     EXPECT_EQ(status.code, Code::SUCCESS);
     ASSERT_EQ(all.size(), 1u);
     EXPECT_EQ(all[0].type, Type::CPU) << "types match regardless of case";
+    EXPECT_TRUE(std::isnan(all[0].value));
     hal->getCurrentCoolingDevices(
             false, {}, [](const Status&, const auto& list) { EXPECT_EQ(list.size(), 0u); });
+    const auto warning = [](const std::string& text) {
+        return logcapture::Entry{ANDROID_LOG_WARN, "SysfsThermal", "Ignoring " + text};
+    };
+    EXPECT_EQ(
+            logcapture::entries(),
+            (std::vector<logcapture::Entry>{
+                    warning(kZones + "10/type: empty"),
+                    warning(kZones + "11/temp: out of range: '-300000\\x0a'"),
+                    warning("/sys/class/thermal/cooling_device0/cur_state: negative: '-1\\x0a'")}))
+            << "once per file, not per read";
 }
 
 TEST(SysfsText, IntegersNamesAndTypeTables) {

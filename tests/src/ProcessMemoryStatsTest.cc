@@ -10,7 +10,6 @@
 
 #include "FakeClock.h"
 #include "LogCapture.h"
-#include "ProcessFiles.h"
 #include "TriggerService.h"
 #include "hostplatform/FsRoot.h"
 #include "hostplatform/Libc.h"
@@ -60,10 +59,15 @@ Report overBudget(const std::string& name, int value, bool withMemtrack, int rss
                          : "threshold_units:RSS_anon_plus_swap_KB"};
 }
 
+long openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
 // Fixture tree, 100 ticks per second, the simulated trigger service registered. Every test case
-// runs in its own process, so nothing needs undoing.
+// runs in its own process, so nothing needs undoing; each ends with no descriptor left open.
 class ProcessMemoryStatsTest : public testing::Test {
 protected:
+    void TearDown() override { EXPECT_EQ(openDescriptors(), descriptorsBefore); }
     void SetUp() override {
         hostplatform::setFsRoot(kTree);
         hostplatform::setSysconf(
@@ -83,6 +87,7 @@ protected:
         return {s.vmRssKb, s.vmLibKb, s.vmSwapKb, s.rssAnonKb};
     }
 
+    const long descriptorsBefore = openDescriptors();
     ProcessMemoryStats stats;
     FakeClock clock;
     int32_t memtrackKb = -5;
@@ -130,59 +135,6 @@ TEST_F(ProcessMemoryStatsTest, AScanKeysEveryProcessByArgv0WithItsFigures) {
                                          : std::vector<uint32_t>({4100, 1100, 11, 2100}));
     EXPECT_EQ(entry(shared).oomScoreAdj, laterIs101 ? -800 : -900);
     EXPECT_FLOAT_EQ(entry(shared).userTimeSec, laterIs101 ? 6.0f : 3.0f);
-}
-
-std::optional<std::string> programName(const std::string& text) {
-    const auto name = Vistrel::processfiles::programName(text.c_str(), text.size());
-    return name ? std::optional<std::string>(*name) : std::nullopt;
-}
-
-// utime, stime, starttime; empty when the text gives none.
-std::vector<unsigned long long> times(const std::string& text) {
-    const auto t = Vistrel::processfiles::statTimes(text.c_str(), text.size());
-    if (!t) return {};
-    return {t->utime, t->stime, t->starttime};
-}
-
-TEST(ProcessFiles, ProgramNameIsTheFirstBlankSeparatedTokenBeforeTheFirstNul) {
-    EXPECT_EQ(programName(std::string("/system/bin/init\0second_stage\0", 30)), "/system/bin/init");
-    EXPECT_EQ(programName(std::string("/data/local/my (odd) proc\0", 26)), "/data/local/my");
-    EXPECT_EQ(programName("  lead tail"), "lead");
-    for (const std::string& none : {std::string(), std::string("   "), std::string("\0ab", 3)}) {
-        EXPECT_EQ(programName(none), std::nullopt) << none.size();
-    }
-}
-
-TEST(ProcessFiles, OomScoreAdjReadsOneDecimalInteger) {
-    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj("-800\n"), -800);
-    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj(" +12 x"), 12);
-    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj("n/a\n"), std::nullopt);
-    EXPECT_EQ(Vistrel::processfiles::oomScoreAdj(""), std::nullopt);
-}
-
-// utime, stime and starttime are fields 14, 15 and 22, counted from the word after the command
-// without compensating for blanks inside it, within 256 bytes after a command of at most 255.
-TEST(ProcessFiles, StatTimesAreFields14_15And22CountedAsTheScanDoes) {
-    using Times = std::vector<unsigned long long>;
-    const std::string fields = " 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22";
-    const std::pair<std::string, Times> rows[] = {
-            {"1 (init) S 1 1 1 0 -1 4194560 500 0 40 900 250 130 0 0 20 0 1 0 5 99\n",
-             {250, 130, 5}},
-            {"1 (init) S 1 2 3", {0, 0, 0}},
-            {"1 (init)", {}},  // nothing after the command
-            {"", {}},
-            // "(my (odd) proc)" splits into three words: fields 14, 15 and 22 land on the
-            // kernel's majflt (17), cmajflt (29) and num_threads (4).
-            {"300 (my (odd) proc) R 1 300 300 0 -1 4194560 500 0 17 29 1234 567 0 0 20 0 4 0 8900 "
-             "1",
-             {17, 29, 4}},
-            // Without a pid the scan stops before the first word, which then counts as field 3.
-            {"x 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22", {14, 15, 22}},
-            {"1 (c) S" + std::string(240, ' ') + fields, {0, 0, 0}},  // beyond the 256 bytes
-            {"1 " + std::string(255, 'c') + fields, {15, 16, 0}},
-            {"1 " + std::string(256, 'c') + fields, {14, 15, 22}},  // its 256th byte is field 3
-    };
-    for (const auto& [text, expected] : rows) EXPECT_EQ(times(text), expected) << text;
 }
 
 TEST_F(ProcessMemoryStatsTest, CommandNamesAreTakenFromTheFirst256Bytes) {
@@ -293,15 +245,6 @@ TEST_F(ProcessMemoryStatsTest, UnopenableProcFailsTheSnapshot) {
     EXPECT_THAT(logcapture::entries(), ElementsAre(error("Cannot open /proc")));
     EXPECT_EQ(stats.snapshots.size(), before);
     EXPECT_FALSE(stats.snapshot(clock, false));
-}
-
-TEST_F(ProcessMemoryStatsTest, RepeatedSamplesLeaveNoDescriptorBehind) {
-    const auto openDescriptors = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
-    const auto before = openDescriptors();
-    for (int i = 0; i < 50; ++i) ASSERT_TRUE(stats.sample(clock));
-    EXPECT_EQ(openDescriptors(), before);
 }
 
 }  // namespace

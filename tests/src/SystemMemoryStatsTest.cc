@@ -1,6 +1,7 @@
 #include "SystemMemoryStats.h"
 
 #include <android/log.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <utils/SystemClock.h>
 
@@ -12,7 +13,6 @@
 #include "FakeClock.h"
 #include "FixtureTree.h"
 #include "LogCapture.h"
-#include "SystemMemoryFiles.h"
 #include "hostplatform/Libc.h"
 #include "hostplatform/Properties.h"
 
@@ -23,6 +23,7 @@ using logcapture::error;
 using logcapture::info;
 using logcapture::verbose;
 using Entries = std::vector<Entry>;
+using testing::ElementsAre;
 using testing_support::FakeClock;
 using testing_support::FixtureTree;
 using Vistrel::SystemMemoryStats;
@@ -35,11 +36,6 @@ const Entry kEnabled = verbose("mobile_vistrel_zram_idle_collector returned 1");
 std::vector<float> psi(const SystemMemoryStats& s) {
     return {s.psiSomeAvg10, s.psiSomeAvg60, s.psiSomeAvg300,
             s.psiFullAvg10, s.psiFullAvg60, s.psiFullAvg300};
-}
-
-template <typename T, size_t N>
-std::vector<uint64_t> values(const T (&entries)[N]) {
-    return std::vector<uint64_t>(entries, entries + N);
 }
 
 template <typename T>
@@ -65,40 +61,6 @@ struct SystemMemoryStatsTest : ::testing::Test {
     SystemMemoryStats stats;
     FakeClock clock;
 };
-
-namespace files = Vistrel::systemmemoryfiles;
-
-std::vector<float> averages(const std::string& text) {
-    const files::PressureAverages a = files::pressureAverages(text.c_str(), text.size());
-    return {a.someAvg10, a.someAvg60, a.someAvg300, a.fullAvg10, a.fullAvg60, a.fullAvg300};
-}
-
-TEST(SystemMemoryFiles, PressureRecordsSetTheirThreeAveragesUntilAMalformedOne) {
-    const std::vector<float> none(6, -1.0f);
-    const std::pair<const char*, std::vector<float>> rows[] = {
-            {"full avg10=0.31 avg60=0.22 avg300=0.10 total=40211981\n"
-             "some avg10=1.25 avg60=0.87 avg300=0.40 total=91283412\n",
-             {1.25f, 0.87f, 0.40f, 0.31f, 0.22f, 0.10f}},
-            {"", none},
-            {"half avg10=1 avg60=2 avg300=3 total=4\nsome avg10=5 avg60=6 avg300=7 total=8\n",
-             {5, 6, 7, -1, -1, -1}},  // a record of another word is passed over
-            {"some avg10=5 avg60=6 total=8\nfull avg10=1 avg60=2 avg300=3 total=4\n", none},
-    };
-    for (const auto& [text, expected] : rows) EXPECT_EQ(averages(text), expected) << text;
-}
-
-TEST(SystemMemoryFiles, ValueListsSumPastTheLastEntryOrStopAtTheFirstNonNumber) {
-    uint32_t summed[4] = {9, 9, 9, 9};
-    files::summedValues("1 2 3 4 5 4294967295 x 7", summed, 4);
-    EXPECT_EQ(values(summed), (std::vector<uint64_t>{1, 2, 3, 8})) << "wrapping, until the x";
-    files::summedValues("6 7", summed, 4);
-    EXPECT_EQ(values(summed), (std::vector<uint64_t>{6, 7, 3, 8})) << "short: the rest stays";
-    uint64_t leading[4] = {9, 9, 9, 9};
-    files::leadingValues("5 x 6", leading, 4);
-    EXPECT_EQ(values(leading), (std::vector<uint64_t>{5, 9, 9, 9}));
-    files::leadingValues("1 2 3 4 5", leading, 4);
-    EXPECT_EQ(values(leading), (std::vector<uint64_t>{1, 2, 3, 4}));
-}
 
 TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
     FixtureTree tree("memstorage/device");
@@ -179,11 +141,10 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestsWithThePropertiesAndReadsEveryFile
     hostplatform::setProperty(kCollector, "true");
     const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
     EXPECT_EQ(tree.read(kControl), "60 300") << "60 s buckets, 300 s idle age";
-    EXPECT_EQ(values(z->idleHistogram),
-              (std::vector<uint64_t>{4081, 1203, 977, 640, 512, 388, 301, 255, 190, 150, 120, 98,
-                                     80, 66, 51, 40 + 33 + 20 + 9 + 2}));
-    EXPECT_EQ(values(z->idleClusterSizes), (std::vector<uint64_t>{812, 301, 77, 20, 4, 1, 0, 0}));
-    EXPECT_EQ(values(z->simulatedBdStat), (std::vector<uint64_t>{1024, 4096, 52, 7}));
+    EXPECT_THAT(z->idleHistogram, ElementsAre(4081, 1203, 977, 640, 512, 388, 301, 255, 190, 150,
+                                              120, 98, 80, 66, 51, 40 + 33 + 20 + 9 + 2));
+    EXPECT_THAT(z->idleClusterSizes, ElementsAre(812, 301, 77, 20, 4, 1, 0, 0));
+    EXPECT_THAT(z->simulatedBdStat, ElementsAre(1024, 4096, 52, 7));
     EXPECT_EQ(logcapture::entries(),
               (Entries{kEnabled, verbose("zram0 histBucketSz 60 idleSecs 300")}));
 

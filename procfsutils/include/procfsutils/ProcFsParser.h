@@ -3,14 +3,14 @@
 // /sys/block/zram0/mm_stat.
 //
 // One 32 KiB read buffer is allocated by the constructor; every later call reuses it, so a scan
-// over all processes allocates nothing. Each file is read with a single read() and closed at once.
-// Failures are a false result with the record zeroed; nothing is logged. One thread at a time.
+// over all processes allocates nothing. Each file is read with a single read() and closed at once
+// (KernelFiles.h). Failures are a false result with the record zeroed; nothing is logged. One
+// thread at a time.
 #pragma once
-
-#include <dirent.h>
 
 #include <vector>
 
+#include "procfsutils/KernelFiles.h"
 #include "procfsutils/ProcFsRecords.h"
 
 namespace procfsutils {
@@ -18,7 +18,6 @@ namespace procfsutils {
 class ProcFsParser {
 public:
     ProcFsParser();
-    ~ProcFsParser();
     ProcFsParser(const ProcFsParser&) = delete;
     ProcFsParser& operator=(const ProcFsParser&) = delete;
 
@@ -26,8 +25,8 @@ public:
     void reset();
     // True when the /proc stream is (now) open.
     bool openProcDir();
-    // Next process id in directory order; false (and *pid = 0) at the end, and on every call
-    // after that until reset().
+    // Next process id in directory order, of the entries that are directories; false (and
+    // *pid = 0) at the end, and on every call after that until reset().
     bool getNextPid(int* pid);
 
     bool getProcessStatusData(int pid, ProcessStatusData* out);
@@ -38,7 +37,7 @@ public:
     bool getZramStatData(ZramStatData* out);
 
 private:
-    DIR* procDir = nullptr;
+    UniqueDirectory procDir;  // opened by the first enumeration call
     std::vector<char> buffer;
 };
 

@@ -32,7 +32,9 @@ uint64_t getNumber(const char* s, int start, int end);
 uint64_t getByteCount(const char* s, int start, int end);
 void getString(const char* s, int start, int end, char* buf, int bufSize);
 bool isNumber(const char* s);
-int readFile(const char* path, char* buf, int size);
+// A /proc entry name that is a process id: isNumber() and within int range ("007" is 7). False,
+// with *pid untouched, for any other name.
+bool parsePid(const char* name, int* pid);
 
 void parseProcessStatusData(const char* text, int len, ProcessStatusData* out);
 void parseVmStatData(const char* text, int len, VmStatData* out);

@@ -5,11 +5,11 @@
 #include <cstring>
 
 #include "FuzzInput.h"
-#include "SystemMemoryFiles.h"
+#include "procfsutils/SystemMemoryFiles.h"
 
 namespace {
 
-using namespace Vistrel::systemmemoryfiles;
+using namespace procfsutils::systemmemoryfiles;
 
 PressureAverages referencePressure(FILE* stream) {
     PressureAverages out;
@@ -49,17 +49,17 @@ void checkValues(std::string text, Parse parse, Reference reference) {
     memset(ours, 0xff, sizeof(ours));
     memset(theirs, 0xff, sizeof(theirs));
     parse(text.c_str(), ours, N);
-    reference(memfuzz::streamOver(text).get(), theirs, N);
+    reference(fuzzinput::streamOver(text).get(), theirs, N);
     if (memcmp(ours, theirs, sizeof(ours)) != 0) abort();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const memfuzz::Parts parts(data, size);
+    const fuzzinput::Parts parts(data, size);
     std::string pressure = parts.get(0, kFileBytes);
     const PressureAverages ours = pressureAverages(pressure.c_str(), pressure.size());
-    const PressureAverages theirs = referencePressure(memfuzz::streamOver(pressure).get());
+    const PressureAverages theirs = referencePressure(fuzzinput::streamOver(pressure).get());
     if (memcmp(&ours, &theirs, sizeof(ours)) != 0) abort();  // bitwise, so NaNs compare too
 
     checkValues<uint32_t, 8>(parts.get(1, kFileBytes), summedValues, referenceSummed);

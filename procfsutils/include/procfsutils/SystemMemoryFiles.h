@@ -1,13 +1,13 @@
-// Parsing of the pressure and zram idle files SystemMemoryStats reads, over bytes already read
-// (library-internal). Pure functions: no file access, no state, so tests and fuzz targets feed
-// them strings. Each reads its text as the fscanf loop it stands for reads a stream, NUL bytes
-// included; `text` must end in a NUL (for pressureAverages, one at text[length]).
+// Parsing of the pressure and zram idle files SystemMemoryStats reads, over bytes already read.
+// Pure functions: no file access, no state, so tests and fuzz targets feed them strings. Each reads
+// its text as the fscanf loop it stands for reads a stream, NUL bytes included; `text` must end in
+// a NUL (for pressureAverages, one at text[length]).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-namespace Vistrel::systemmemoryfiles {
+namespace procfsutils::systemmemoryfiles {
 
 // Bytes taken in from each file (read buffers hold one more, for the NUL): a sysfs attribute is
 // at most a 4 KiB page, the pressure file two short lines.
@@ -40,4 +40,4 @@ void summedValues(const char* text, uint32_t* entries, size_t count);
 //   simulated_bd_stat: 1024 4096 52 7    four counters
 void leadingValues(const char* text, uint64_t* entries, size_t count);
 
-}  // namespace Vistrel::systemmemoryfiles
+}  // namespace procfsutils::systemmemoryfiles

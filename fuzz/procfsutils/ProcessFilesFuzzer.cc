@@ -5,11 +5,11 @@
 #include <cstring>
 
 #include "FuzzInput.h"
-#include "ProcessFiles.h"
+#include "procfsutils/ProcessFiles.h"
 
 namespace {
 
-using namespace Vistrel::processfiles;
+using namespace procfsutils::processfiles;
 
 // fread of at most kLineBytes bytes, then strtok(line, " ").
 std::optional<std::string> referenceName(FILE* stream) {
@@ -56,17 +56,18 @@ bool same(const std::optional<StatTimes>& a, const std::optional<StatTimes>& b) 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const memfuzz::Parts parts(data, size);
+    const fuzzinput::Parts parts(data, size);
     std::string cmdline = parts.get(0, kLineBytes);
     std::string oom = parts.get(1, kOomScoreAdjBytes);
     std::string stat = parts.get(2, kStatBytes);
 
     const auto name = programName(cmdline.c_str(), cmdline.size());
-    const auto expectedName = referenceName(memfuzz::streamOver(cmdline).get());
+    const auto expectedName = referenceName(fuzzinput::streamOver(cmdline).get());
     if (name.has_value() != expectedName.has_value()) abort();
     if (name && *name != *expectedName) abort();
-    if (oomScoreAdj(oom.c_str()) != referenceOom(memfuzz::streamOver(oom).get())) abort();
-    if (!same(statTimes(stat.c_str(), stat.size()), referenceTimes(memfuzz::streamOver(stat).get())))
+    if (oomScoreAdj(oom.c_str()) != referenceOom(fuzzinput::streamOver(oom).get())) abort();
+    if (!same(statTimes(stat.c_str(), stat.size()),
+              referenceTimes(fuzzinput::streamOver(stat).get())))
         abort();
     return 0;
 }

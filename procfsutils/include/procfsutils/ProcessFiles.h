@@ -1,14 +1,14 @@
-// Parsing of the per-process files ProcessMemoryStats reads, over bytes already read
-// (library-internal). Pure functions: no file access, no state, so tests and fuzz targets feed
-// them strings. Each reads its text as the stdio call it stands for reads a stream (noted per
-// function), NUL bytes included; `text` must be followed by a NUL at text[length].
+// Parsing of the per-process files ProcessMemoryStats reads, over bytes already read. Pure
+// functions: no file access, no state, so tests and fuzz targets feed them strings. Each reads its
+// text as the stdio call it stands for reads a stream (noted per function), NUL bytes included;
+// `text` must be followed by a NUL at text[length].
 #pragma once
 
 #include <cstddef>
 #include <optional>
 #include <string_view>
 
-namespace Vistrel::processfiles {
+namespace procfsutils::processfiles {
 
 // Bytes taken in from each file (read buffers hold one more, for the NUL): all of cmdline that
 // is looked at; of stat, the pid, the command (at most 255 bytes count) and the kLineBytes
@@ -43,4 +43,4 @@ struct StatTimes {
 // Missing fields read as 0. Empty when nothing follows the command.
 std::optional<StatTimes> statTimes(const char* text, size_t length);
 
-}  // namespace Vistrel::processfiles
+}  // namespace procfsutils::processfiles
