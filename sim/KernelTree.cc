@@ -1,6 +1,7 @@
 #include "KernelTree.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,10 +66,28 @@ std::string treeParent() {
     return tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
 }
 
+constexpr const char kTreePrefix[] = "vistrel-headset-";
+
+// Removes the trees under `parent` that processes killed outright (SIGKILL, a crash) left: those
+// named after a pid that no longer runs.
+void removeTreesOfEndedProcesses(const std::string& parent) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(parent, error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.rfind(kTreePrefix, 0) != 0) continue;
+        const long pid = strtol(name.c_str() + strlen(kTreePrefix), nullptr, 10);
+        if (pid <= 0 || kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+        std::error_code ignored;
+        std::filesystem::remove_all(entry.path(), ignored);
+    }
+}
+
 }  // namespace
 
 KernelTree::KernelTree(const KernelModel& model, DataPartition& data) : model_(model), data_(data) {
-    std::string pattern = treeParent() + "/vistrel-headset-XXXXXX";
+    const std::string parent = treeParent();
+    removeTreesOfEndedProcesses(parent);
+    std::string pattern = parent + "/" + kTreePrefix + std::to_string(getpid()) + "-XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) {
         fprintf(stderr, "simulated headset: cannot make its kernel tree %s: %s\n", pattern.c_str(),
                 strerror(errno));

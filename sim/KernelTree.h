@@ -2,7 +2,8 @@
 // else $TMPDIR or /tmp) installed as the file-system root while the tree lives, so the providers
 // read the headset's kernel files instead of the workstation's. Removed, and the previous root
 // restored, when the tree goes (a host stopped by SIGINT or SIGTERM ends its run normally, so this
-// runs).
+// runs); the directory's name holds the pid of its process, and a tree whose process was killed
+// outright is removed by the next one made.
 //
 // What it holds, everything the providers and scripts/capture-tree.sh read, from KernelModel:
 //   proc/<pid>/{status,cmdline,stat,oom_score_adj}, proc/<pid>/task/<tid>/comm of every process
