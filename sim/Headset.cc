@@ -54,7 +54,10 @@ Headset::Headset(HeadsetConfig config, DeviceTime now)
     kernel_ = std::make_unique<KernelModel>(config_.focus, config_.interactive, config_.seed,
                                             config_.minimumProcesses);
     kernel_->advanceTo(now_());
-    sdk::setThreadSource([kernel = kernel_.get()](int64_t) { return kernel->threads(); });
+    sdk::setThreadSource([kernel = kernel_.get()](int64_t ns) {
+        kernel->advanceTo(ns);
+        return kernel->threads();
+    });
     if (config_.kernelFiles == HeadsetConfig::KernelFiles::Simulated) {
         tree_ = std::make_unique<KernelTree>(*kernel_, data_);
     }

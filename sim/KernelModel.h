@@ -5,8 +5,8 @@
 // Steps end at every whole device minute and at every change of either script, and each step
 // runs under the scene at its start, so the state at a device time never depends on how often
 // the owner advanced it; between step ends the figures hold. Thread-safe: the owner advances it
-// (Headset::settle) while the simulated instruction sampler reads its threads from the
-// provider's thread.
+// (Headset::settle), and so does the simulated instruction sampler before it reads the threads,
+// on the thread of the provider that calls it.
 #pragma once
 
 #include <cstdint>
