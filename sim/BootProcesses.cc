@@ -16,7 +16,7 @@ constexpr uint32_t kSystemUid = 1000;
 constexpr uint32_t kFirstAppUid = 10000;
 constexpr int kCpus = 8;
 
-struct ThreadSpec {
+struct ThreadRow {
     int32_t offset;    // tid - pid
     const char* name;  // nullptr: the main thread, named by the process
     ThreadLoad load;
@@ -32,12 +32,12 @@ uint32_t cpuMask(const std::vector<int>& cpus) {
     return mask;
 }
 
-ThreadSpec fixed(int32_t offset, const char* name, double inUse, double idle, std::vector<int> cpus,
-                 const char* feature = "") {
+ThreadRow fixed(int32_t offset, const char* name, double inUse, double idle, std::vector<int> cpus,
+                const char* feature = "") {
     return {offset, name, ThreadLoad::Fixed, inUse, idle, std::move(cpus), feature};
 }
 
-ThreadSpec mainThread(double inUse, double idle, std::vector<int> cpus = {0, 1, 2, 3}) {
+ThreadRow mainThread(double inUse, double idle, std::vector<int> cpus = {0, 1, 2, 3}) {
     return fixed(0, nullptr, inUse, idle, std::move(cpus));
 }
 
@@ -50,7 +50,7 @@ struct Boot {
     int32_t oom;
     uint32_t uid;
     double startS, anonMb, fileMb, shmemMb, vmSizeMb, vmLibMb;
-    std::vector<ThreadSpec> threads;
+    std::vector<ThreadRow> threads;
 };
 
 const std::vector<Boot>& bootTable() {
@@ -141,7 +141,7 @@ const std::vector<Boot>& bootTable() {
 // Kernel threads of every headset: names, with kswapd0 doing the page reclaim.
 std::vector<SimProcess> kernelThreads() {
     std::vector<SimProcess> threads;
-    const auto add = [&threads](int32_t pid, std::string name, ThreadSpec spec) {
+    const auto add = [&threads](int32_t pid, std::string name, ThreadRow row) {
         SimProcess p;
         p.pid = pid;
         p.ppid = pid == 2 ? 0 : 2;
@@ -149,7 +149,7 @@ std::vector<SimProcess> kernelThreads() {
         p.comm = std::move(name);
         p.startNs = 0;
         p.threads.push_back(
-                {pid, p.comm, spec.load, spec.busyInUse, spec.busyIdle, cpuMask(spec.cpus), ""});
+                {pid, p.comm, row.load, row.busyInUse, row.busyIdle, cpuMask(row.cpus), ""});
         threads.push_back(std::move(p));
     };
     add(2, "kthreadd", mainThread(0, 0));
@@ -202,7 +202,7 @@ SimProcess fromBoot(const Boot& b, uint64_t seed) {
     p.vmSizeKb = b.vmSizeMb * 1024;
     p.vmLibKb = b.vmLibMb * 1024;
     p.vmExeKb = 48;
-    for (const ThreadSpec& t : b.threads) {
+    for (const ThreadRow& t : b.threads) {
         p.threads.push_back({p.pid + t.offset, t.name ? t.name : p.comm, t.load, t.busyInUse,
                              t.busyIdle, cpuMask(t.cpus), t.feature});
     }
