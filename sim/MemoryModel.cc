@@ -28,6 +28,31 @@ constexpr double kSwapFileKb = 1024 * kMiB;
 constexpr double kSamePageShare = 0.06;   // of zram's pages: one repeated word, no memory
 constexpr double kHugePageShare = 0.004;  // of zram's pages: incompressible
 
+constexpr double kPageKb = 4;
+constexpr double kSectorsPerPage = 8;  // of 512 bytes
+
+// The whole pages in `kb`.
+uint64_t wholePages(double kb) {
+    return kb > 0 ? static_cast<uint64_t>(kb / kPageKb) : 0;
+}
+
+// The whole pages of a flow of `sinceBootKb` not yet in `counted`.
+uint64_t newPages(double sinceBootKb, uint64_t counted) {
+    const uint64_t pages = wholePages(sinceBootKb);
+    return pages > counted ? pages - counted : 0;
+}
+
+void addPages(SwapPages& total, const SwapPages& step) {
+    total.in += step.in;
+    total.out += step.out;
+    total.freed += step.freed;
+    total.zramWritten += step.zramWritten;
+    total.zramRead += step.zramRead;
+    total.zramDiscarded += step.zramDiscarded;
+    total.fileWritten += step.fileWritten;
+    total.fileRead += step.fileRead;
+}
+
 // An exponential average over `windowS` seconds moved through `seconds` towards `value`.
 double averaged(double average, double value, double seconds, double windowS) {
     return average + (value - average) * (1 - std::exp(-seconds / windowS));
@@ -110,46 +135,56 @@ void MemoryModel::updateZram(double pagesWritten, double pagesFreed) {
     zram_.idleWrittenPages += pagesWritten * 0.1;
 }
 
-void MemoryModel::moveSwap(const ProcessFlows& flows, double totalSwapKb) {
+SwapPages MemoryModel::moveSwap(const ProcessFlows& flows, double totalSwapKb) {
+    swapInKb_ += flows.swapInKb;
+    swapOutKb_ += flows.swapOutKb;
+    freedSwapKb_ += flows.freedSwapKb;
+    SwapPages moved;
+    moved.in = newPages(swapInKb_, swapPages_.in);
+    moved.out = newPages(swapOutKb_, swapPages_.out);
+    moved.freed = newPages(freedSwapKb_, swapPages_.freed);
     // Pages leave the swap file first (the newest), and enter zram0 first.
-    const double leaving = flows.swapInKb + flows.freedSwapKb;
-    const double fromFile = std::min(swapFileKb_, leaving);
-    swapFileKb_ -= fromFile;
-    const double fromZram = std::min(zram_.storedKb, leaving - fromFile);
-    zram_.storedKb -= fromZram;
-    const double toZram = std::min(flows.swapOutKb, kZramDisksizeKb - zram_.storedKb);
-    zram_.storedKb += toZram;
-    swapFileKb_ += flows.swapOutKb - toZram;
+    const uint64_t leaving = moved.in + moved.freed;
+    const uint64_t fromFile = std::min(leaving, wholePages(swapFileKb_));
+    const uint64_t fromZram = leaving - fromFile;
+    const double zramLeftKb = std::max(0.0, zram_.storedKb - kPageKb * fromZram);
+    moved.zramWritten = std::min(moved.out, wholePages(kZramDisksizeKb - zramLeftKb));
+    moved.fileWritten = moved.out - moved.zramWritten;
+    // Swap-ins take their share from each device (at most fromZram from zram0, as
+    // fromFile * in / leaving rounds down by less than a page); freed pages are discarded.
+    moved.fileRead = leaving > 0 ? fromFile * moved.in / leaving : 0;
+    moved.zramRead = moved.in - moved.fileRead;
+    moved.zramDiscarded = fromZram - moved.zramRead;
+    addPages(swapPages_, moved);
     // The processes' own sum is the truth; rounding must not make the two drift apart.
+    swapFileKb_ += kPageKb * moved.fileWritten - kPageKb * fromFile;
     swapFileKb_ = std::clamp(swapFileKb_, 0.0, kSwapFileKb);
     zram_.storedKb = std::clamp(totalSwapKb - swapFileKb_, 0.0, kZramDisksizeKb);
-    // Swap-ins take their share from each device; freed pages are discarded in zram0.
-    const double inShare = leaving > 0 ? flows.swapInKb / leaving : 0;
-    zramReadKb_ = fromZram * inShare;
-    zramWriteKb_ = toZram;
-    swapFileReadKb_ = fromFile * inShare;
-    swapFileWriteKb_ = flows.swapOutKb - toZram;
-    zramBlock_.readIos += zramReadKb_ / 4;
-    zramBlock_.readSectors += zramReadKb_ * 2;
-    zramBlock_.writeIos += zramWriteKb_ / 4;
-    zramBlock_.writeSectors += zramWriteKb_ * 2;
-    zramBlock_.discardIos += fromZram * (1 - inShare) / 4;
-    zramBlock_.discardSectors += fromZram * (1 - inShare) * 2;
-    zramBlock_.ioTicks += (zramReadKb_ + zramWriteKb_) / 4 * 0.002;
-    vm_.pswpin += flows.swapInKb / 4;
-    vm_.pswpout += flows.swapOutKb / 4;
-    updateZram(toZram / 4, fromZram / 4);
+    const SwapPages& total = swapPages_;
+    zramBlock_.readIos = total.zramRead;
+    zramBlock_.readSectors = kSectorsPerPage * total.zramRead;
+    zramBlock_.writeIos = total.zramWritten;
+    zramBlock_.writeSectors = kSectorsPerPage * total.zramWritten;
+    zramBlock_.discardIos = total.zramDiscarded;
+    zramBlock_.discardSectors = kSectorsPerPage * total.zramDiscarded;
+    zramBlock_.ioTicks += (moved.zramRead + moved.zramWritten) * 0.002;
+    vm_.pswpin = total.in;
+    vm_.pswpout = total.out;
+    updateZram(moved.zramWritten, fromZram);
+    return moved;
 }
 
-void MemoryModel::countStorage(const ProcessFlows& flows, double minutes, bool inUse) {
+void MemoryModel::countStorage(const ProcessFlows& flows, const SwapPages& moved, double minutes,
+                               bool inUse) {
     const double logsKb = (inUse ? 120 : 30) * minutes;
     const double backgroundReadKb = (inUse ? 20 : 6) * 60 * minutes;
-    const double readKb = flows.launchReadKb + swapFileReadKb_ + backgroundReadKb;
-    const double writeKb = flows.dataWriteKb + logsKb + swapFileWriteKb_ + 4 * 60 * minutes;
+    const double readKb = flows.launchReadKb + kPageKb * moved.fileRead + backgroundReadKb;
+    const double writeKb =
+            flows.dataWriteKb + logsKb + kPageKb * moved.fileWritten + 4 * 60 * minutes;
     addIo(dataBlock_, readKb, writeKb);
     dataFilledKb_ += flows.dataWriteKb * 0.35 + logsKb * 0.2;
-    vm_.pgpginKb += readKb + zramReadKb_;
-    vm_.pgpgoutKb += writeKb + zramWriteKb_;
+    vm_.pgpginKb += readKb + kPageKb * moved.zramRead;
+    vm_.pgpgoutKb += writeKb + kPageKb * moved.zramWritten;
     vm_.pgmajfault += flows.swapInKb / 4 + flows.launchReadKb / 16;
     vm_.workingsetRefault += flows.launchReadKb / 4 * 0.2;
 }
@@ -178,8 +213,8 @@ void MemoryModel::step(ProcessTable& table, int64_t lengthNs, bool inUse) {
     const double minutes = static_cast<double>(lengthNs) / 60e9;
     const double availableBefore = reclaim(table, minutes);
     const ProcessFlows flows = table.takeFlows();
-    moveSwap(flows, table.sum(&SimProcess::swapKb));
-    countStorage(flows, minutes, inUse);
+    const SwapPages moved = moveSwap(flows, table.sum(&SimProcess::swapKb));
+    countStorage(flows, moved, minutes, inUse);
     countPressure(flows, availableBefore, minutes);
     double busySeconds = 0;
     for (const auto& [pid, p] : table.processes()) busySeconds += p.busy() * minutes * 60;

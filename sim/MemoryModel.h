@@ -53,6 +53,16 @@ struct ZramFigures {
     double idleWrittenPages = 0;  // would-be writebacks of idle pages (simulated_bd_stat)
 };
 
+// Whole pages moved through swap, since boot or in one step. The swap counters of the kernel
+// files (vmstat's pswpin and pswpout, zram0's reads, writes and discards) are these counts, so
+// that what adds up on a kernel adds up exactly here: pages swapped out are those zram0 wrote
+// plus those the swap file got, and each counter only grows.
+struct SwapPages {
+    uint64_t in = 0, out = 0, freed = 0;  // swapped in, swapped out, of processes that ended
+    uint64_t zramWritten = 0, zramRead = 0, zramDiscarded = 0;
+    uint64_t fileWritten = 0, fileRead = 0;  // the swap file on /data
+};
+
 // The /proc/vmstat counters that move (pages).
 struct VmCounters {
     double pswpin = 0, pswpout = 0, pgpginKb = 0, pgpgoutKb = 0, pgfault = 0, pgmajfault = 0,
@@ -82,8 +92,9 @@ public:
 private:
     MemInfo account(const ProcessTable& table) const;
     double reclaim(ProcessTable& table, double minutes);
-    void moveSwap(const ProcessFlows& flows, double totalSwapKb);
-    void countStorage(const ProcessFlows& flows, double minutes, bool inUse);
+    // Moves the step's whole pages in and out of zram0 and the swap file; returns them.
+    SwapPages moveSwap(const ProcessFlows& flows, double totalSwapKb);
+    void countStorage(const ProcessFlows& flows, const SwapPages& moved, double minutes, bool inUse);
     void countPressure(const ProcessFlows& flows, double availableBeforeKb, double minutes);
     void updateZram(double pagesWritten, double pagesFreed);
 
@@ -95,8 +106,9 @@ private:
     VmCounters vm_;
     double swapFileKb_ = 0;
     double dataFilledKb_ = 0;
-    double swapFileReadKb_ = 0, swapFileWriteKb_ = 0;  // this step
-    double zramReadKb_ = 0, zramWriteKb_ = 0;          // this step
+    SwapPages swapPages_;  // since boot
+    // The processes' swap flows since boot, KiB; whole pages of these are counted in swapPages_.
+    double swapInKb_ = 0, swapOutKb_ = 0, freedSwapKb_ = 0;
 };
 
 }  // namespace sim
