@@ -13,7 +13,7 @@ namespace sim {
 namespace {
 
 HeadsetConfig seeded(HeadsetConfig config) {
-    config.battery = seededBattery(config.battery, config.seed);
+    config.battery = seededBattery(config.battery, config.seed, config.interactive);
     config.thermal = seededThermal(config.thermal, config.seed);
     config.focus = seededFocus(config.focus, config.seed);
     return config;

@@ -6,6 +6,25 @@ namespace sim {
 namespace {
 
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
+constexpr double kNsPerHour = 3600e9;
+constexpr double kLowestStartPercent = 10, kHighestStartPercent = 90;
+constexpr double kLeftAtFirstChargerPercent = 6;
+
+// The share of the battery (%) that `script`'s drains take from boot until its first charger is
+// plugged in (the end of its cycle if it has none), used as `interactive` says.
+double percentUsedBeforeFirstCharger(const BatteryScript& script,
+                                     const InteractiveScript& interactive) {
+    int64_t endNs = script.cycleNs;
+    for (const ChargerSession& session : script.chargers) endNs = std::min(endNs, session.startNs);
+    double usedUah = 0;
+    for (int64_t ns = 0; ns < endNs;) {
+        const int64_t next = std::min(endNs, interactive.nextChangeAfter(ns).value_or(endNs));
+        const int32_t drainUa = interactive.at(ns) ? script.activeDrainUa : script.idleDrainUa;
+        usedUah += drainUa * (static_cast<double>(next - ns) / kNsPerHour);
+        ns = next;
+    }
+    return usedUah * 100 / script.capacityUah;
+}
 
 uint64_t splitmix(uint64_t& state) {
     uint64_t z = (state += UINT64_C(0x9e3779b97f4a7c15));
@@ -32,12 +51,17 @@ double SeededNumbers::uniform(double low, double high) {
     return low + unit * (high - low);
 }
 
-BatteryScript seededBattery(BatteryScript script, uint64_t seed) {
+BatteryScript seededBattery(BatteryScript script, uint64_t seed,
+                            const InteractiveScript& interactive) {
     if (seed == 0) return script;
     SeededNumbers numbers(seed, "battery");
-    script.startLevelPercent = numbers.uniform(10, 90);
+    const double startShare = numbers.uniform(0, 1);
     script.activeDrainUa = static_cast<int32_t>(script.activeDrainUa * numbers.uniform(0.8, 1.25));
     script.idleDrainUa = static_cast<int32_t>(script.idleDrainUa * numbers.uniform(0.8, 1.25));
+    const double lowest = std::clamp(
+            percentUsedBeforeFirstCharger(script, interactive) + kLeftAtFirstChargerPercent,
+            kLowestStartPercent, kHighestStartPercent);
+    script.startLevelPercent = lowest + startShare * (kHighestStartPercent - lowest);
     return script;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "InteractiveScript.h"
 #include "SimHealth.h"
 #include "SimThermal.h"
 #include "sdk/SdkControl.h"
@@ -26,8 +27,11 @@ private:
     uint64_t state_;
 };
 
-// Start level 10 to 90 %, drain currents 0.8 to 1.25 times the script's.
-BatteryScript seededBattery(BatteryScript script, uint64_t seed);
+// Drain currents 0.8 to 1.25 times the script's; a start level up to 90 % that lasts, used as
+// `interactive` uses the headset, until the first charger of the plan with at least 6 % left
+// (and at least 10 %): a lab's headsets run low, never flat while in use.
+BatteryScript seededBattery(BatteryScript script, uint64_t seed,
+                            const InteractiveScript& interactive);
 // Room 3 °C colder to 3 °C warmer; the heat of use and of charging 0.85 to 1.15 times.
 ThermalScript seededThermal(ThermalScript script, uint64_t seed);
 // The same cycle of foreground applications, entered at a whole minute of its own.

@@ -40,7 +40,7 @@ const char* chargerName(Charger charger) {
 
 BatteryScript BatteryScript::defaults() {
     BatteryScript script;
-    script.startLevelPercent = 22.0;
+    script.startLevelPercent = 27.5;
     script.chargers = {
             {65 * kMinuteNs, 170 * kMinuteNs, Charger::Ac},
             {90 * kMinuteNs, 110 * kMinuteNs, Charger::Usb},

@@ -43,7 +43,8 @@ struct BatteryScript {
     int32_t usbChargeUa = 1250000;
     int32_t wirelessChargeUa = 750000;
 
-    // Starts at 22 % and drains below 3 % within the first hour, charges on AC from 1:05 to
+    // Starts at 27.5 % and, used as the default interactive script says, drains to 3 % (the
+    // library's extreme low) at 1:04, a minute before it charges on AC from 1:05 to
     // 2:50 (USB also plugged 1:30-1:50) through 90 % to full, drains again and charges
     // wirelessly from 3:20 to 3:50 back above 90 %. Charger changes avoid the whole and
     // 40-minute marks of the default interactive script, so no two host events coincide.

@@ -1,7 +1,9 @@
-// The simulated headset's event plan and service lifetime. Its battery physics is left untested:
-// nothing relies on the figures beyond the reference host's timeline.
+// The simulated headset's event plan, service lifetime and seeds. Its battery physics is left
+// untested beyond never running flat: nothing relies on the figures beyond the reference host's
+// timeline.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <set>
 
@@ -21,6 +23,24 @@ TEST(SimHeadset, CoincidingEventsAreAllReported) {
     ASSERT_EQ(events.size(), 2u);
     EXPECT_TRUE(events[0].atNs == 65 * kMinuteNs && events[1].atNs == 65 * kMinuteNs);
     EXPECT_EQ(events[0].name + " " + events[1].name, "ScreenOff PowerConnected");
+}
+
+// A headset whose battery is flat while it is in use should have shut down.
+TEST(SimHeadset, NoSeedRunsTheBatteryFlatOverADay) {
+    for (uint64_t seed = 0; seed <= 10; ++seed) {
+        sim::HeadsetConfig config;
+        config.seed = seed;
+        int64_t nowNs = 0;
+        sim::Headset headset(config, [&nowNs] { return nowNs; });
+        const auto hal = V2_1::IHealth::getService("default");
+        int32_t lowest = 100;
+        for (; nowNs <= 24 * 60 * kMinuteNs; nowNs += kMinuteNs) {
+            hal->getHealthInfo_2_1([&](auto, const V2_1::HealthInfo& info) {
+                lowest = std::min(lowest, info.legacy.legacy.batteryLevel);
+            });
+        }
+        EXPECT_GE(lowest, 3) << "seed " << seed;
+    }
 }
 
 TEST(SimHeadset, ServesTheHealthHalWhileAlive) {
