@@ -98,6 +98,24 @@ json statistics(float last, float max, float min, float average) {
     return json{{"last", last}, {"max", max}, {"min", min}, {"average", average}};
 }
 
+// The level (%) and charging state the health HAL gives now, which the library reads only when
+// it snapshots: the host asks through the provider's HAL connection, outside its calls. Left
+// out when the HAL fails.
+void addHalBattery(json& reading, const android::sp<android::hardware::health::V2_1::IHealth>& hal) {
+    namespace health = android::hardware::health;
+    if (hal == nullptr) return;
+    const auto take = [&reading](health::V2_0::Result result, const health::V2_1::HealthInfo& info) {
+        if (result != health::V2_0::Result::SUCCESS) return;
+        const auto status = info.legacy.legacy.batteryStatus;
+        reading["level"] = info.legacy.legacy.batteryLevel;
+        reading["isCharging"] = status == health::V1_0::BatteryStatus::CHARGING ||
+                                status == health::V1_0::BatteryStatus::FULL;
+    };
+    // A transport error leaves them out too (its status is checked, so that it does not abort).
+    const bool answered = hal->getHealthInfo_2_1(take).isOk();
+    static_cast<void>(answered);
+}
+
 HostedProvider battery(const ProviderOptions& o) {
     auto hosted = hostedWith<Vistrel::BatteryStats>(
             std::make_unique<Vistrel::BatteryStats>(),
@@ -125,7 +143,9 @@ HostedProvider battery(const ProviderOptions& o) {
     hosted.reading = [p, isNew = NewSlot()]() mutable -> std::optional<json> {
         if (!isNew(p->ringCount, p->ringIndex)) return std::nullopt;
         const int32_t slot = newestSlot(p->ringIndex, Vistrel::BatteryStats::kRingSize);
-        return json{{"currentMa", p->currentRingMa[slot]}, {"voltageMv", p->voltageRingMv[slot]}};
+        json reading{{"currentMa", p->currentRingMa[slot]}, {"voltageMv", p->voltageRingMv[slot]}};
+        addHalBattery(reading, p->healthService);
+        return reading;
     };
     return hosted;
 }

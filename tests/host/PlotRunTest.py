@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""scripts/plot-run on runs of the reference host: it draws every sample the host printed, leaves
-the replayed headset's battery current, voltage and percentage sensors off the temperature axis,
-bands readings by day, writes a PNG, and refuses input that is not a run with one line and
+"""scripts/plot-run on runs of the reference host: it draws every sample the host printed (the
+battery level and charging too), leaves the replayed headset's battery current, voltage and
+percentage sensors off the temperature axis, bands readings by day, picks minutes, hours or days
+for the time axis, writes a PNG, and refuses input that is not a run with one line and
 status 2. Arguments: the command that runs the host (emulator words first when cross-built)."""
 import importlib.machinery
 import importlib.util
@@ -48,7 +49,9 @@ def check_samples_and_png(plot_run, scratch):
     assert sampled and len(temperatures["cpu-0"].hours) == 720
     memory, sampled = run.series("memory")
     assert sampled and len(memory["memUsedKb"].hours) == 24  # every 5 minutes
-    assert len(run.recorded["battery/level"].hours) < 24  # the level: at the records only
+    level = run.sampled["battery/level"]  # the HAL's, beside each sample of the library's
+    assert len(level.hours) == 720 and level.hours[0] < 1 / 60.0, level.hours[:3]
+    assert len(run.recorded["battery/level"].hours) < 24  # the library's: at the records only
     png = os.path.join(scratch, "run.png")
     subprocess.run([PLOT, lines, png], check=True)
     assert png_size(png) == (1040, 1120), png_size(png)  # 13 x 14 inches at 80 dpi
@@ -57,8 +60,10 @@ def check_samples_and_png(plot_run, scratch):
 def check_replay_sensors(plot_run, scratch):
     lines = host_run(scratch, "replay.jsonl", "--simulate", "10m", "--root", CAPTURE,
                      "--battery", "sysfs", "--thermal", "sysfs", "--snapshot-every", "5m")
-    kept, left_out, _ = plot_run.temperature_sensors(plot_run.read_run(lines))
+    run = plot_run.read_run(lines)
+    kept, left_out, _ = plot_run.temperature_sensors(run)
     assert left_out == ["ibat", "soc", "vbat"], left_out
+    assert plot_run.charging_spans(run) == [(10 / 3600.0, run.end)]  # from the first sample
     assert "cpu-0-0-usr" in kept and "skin-msm-therm" in kept, sorted(kept)
 
 
@@ -68,6 +73,13 @@ def check_daily_bands(plot_run):
         series.add(hour, value)
     # Day 0 is (0 h, 24 h]; a missing reading counts for nothing.
     assert plot_run.daily(series) == ([0.5, 1.5], [10.0, 5.0], [20.0, 6.0], [30.0, 7.0])
+
+
+def check_time_units(plot_run):
+    for hours, unit, end in ((2 / 60.0, "minutes", 2.0), (2.0, "hours", 2.0),
+                             (48.0, "hours", 48.0), (30 * 24.0, "days", 30.0)):
+        axis = plot_run.TimeAxis(hours)
+        assert (axis.unit, round(axis.end, 9)) == (unit, end), (hours, axis.unit, axis.end)
 
 
 def check_bad_input(scratch):
@@ -98,5 +110,6 @@ with tempfile.TemporaryDirectory() as scratch:
     check_samples_and_png(plot_run, scratch)
     check_replay_sensors(plot_run, scratch)
     check_daily_bands(plot_run)
+    check_time_units(plot_run)
     check_bad_input(scratch)
-print("plot-run: samples, replay sensors, daily bands and bad input checked")
+print("plot-run: samples, replay sensors, daily bands, time units and bad input checked")
