@@ -71,22 +71,11 @@ struct BatteryStatesTest : testing::Test {
     FakeClock clock;
 };
 
-TEST(BatteryStates, PredicatesAreFunctionsOfTheBits) {
-    const std::tuple<int32_t, bool, bool> predicates[] = {
-            {0, true, false},  {1, true, true},    {2, false, false}, {3, false, true},
-            {5, false, false}, {-1, false, false}, {-3, false, false}};
-    for (const auto& [value, active, charging] : predicates) {
-        EXPECT_EQ(BatteryStatsStates::isActive(static_cast<S>(value)), active) << value;
-        EXPECT_EQ(BatteryStatsStates::isCharging(static_cast<S>(value)), charging) << value;
-    }
-}
-
 // Without a health HAL: every read logs the missing service, the failed acquire still builds the
 // table, and transitions then move on without reading a level.
 TEST(BatteryStatesWithoutHal, TransitionsMoveOnWithoutReadingAndEveryReadLogs) {
     BatteryStatsStates states;
     FakeClock clock;
-    EXPECT_EQ(states.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(60000)));
     states.notify("PowerConnected", "", clock);
     EXPECT_EQ(states.currentState, S::ActiveDischarging) << "no transition before the acquire";
     EXPECT_FALSE(states.sample(clock));
@@ -281,10 +270,9 @@ TEST_F(BatteryStatesTest, SnapshotRecordsTheHealthFigures) {
     EXPECT_EQ(states.levelAtEvent, 50.0f) << "only filled in while unknown";
 }
 
-TEST_F(BatteryStatesTest, PowerSourceIsTheLastOnlineOfAcUsbWireless) {
+TEST_F(BatteryStatesTest, OnlyTheFirstSnapshotInAStateSetsItsPowerSource) {
     EXPECT_EQ(powerSourceWith(false, false, false), "NONE");
     EXPECT_EQ(powerSourceWith(true, true, true), "WIRELESS");
-    EXPECT_EQ(powerSourceWith(false, false, false), "WIRELESS");
     EXPECT_EQ(states.statePowerSource, "NONE") << "set by the first snapshot of the state only";
 }
 

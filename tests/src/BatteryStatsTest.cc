@@ -153,7 +153,6 @@ TEST_F(BatteryStatsTest, ReacquireKeepsTheService) {
     clock.now = 3 * kSecondNs;
     EXPECT_TRUE(stats.acquireResources(nullptr, clock));
     EXPECT_EQ(stats.lastSnapshotNs, 3 * kSecondNs);
-    EXPECT_EQ(stats.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(10000)));
 }
 
 TEST_F(BatteryStatsTest, SnapshotConvertsTheHealthRecord) {
@@ -224,12 +223,6 @@ TEST_F(BatteryStatsTest, PowerSourceIsTheLastOnlineOfAcUsbWireless) {
     EXPECT_EQ(powerSourceWith(true, true, true, stats), "WIRELESS");
     EXPECT_EQ(powerSourceWith(true, false, false, stats), "AC");
     EXPECT_EQ(powerSourceWith(false, false, false, stats), "AC") << "nothing online keeps it";
-}
-
-TEST_F(BatteryStatsTest, FirstSourceEverSeenGetsALeadingBlank) {
-    stats.sample(clock);
-    EXPECT_EQ(powerSourceWith(true, false, false, stats), " AC");
-    EXPECT_EQ(powerSourceWith(true, true, false, stats), "USB");
 }
 
 TEST_F(BatteryStatsTest, StatisticsSumNewestFirst) {

@@ -137,12 +137,6 @@ TEST_F(ProcessMemoryStatsTest, AScanKeysEveryProcessByArgv0WithItsFigures) {
     EXPECT_FLOAT_EQ(entry(shared).userTimeSec, laterIs101 ? 6.0f : 3.0f);
 }
 
-TEST_F(ProcessMemoryStatsTest, CommandNamesAreTakenFromTheFirst256Bytes) {
-    EXPECT_EQ(stats.getProcessName(900), "/data/app/" + std::string(246, 'x'));
-    EXPECT_EQ(stats.getProcessName(2), std::nullopt) << "empty";
-    EXPECT_EQ(stats.getProcessName(600), std::nullopt) << "missing";
-}
-
 TEST_F(ProcessMemoryStatsTest, ZeroTickRateFailsTheTimesWithoutALog) {
     hostplatform::setSysconf([](int) { return 0L; });
     ProcessMemorySnapshot untouched;

@@ -66,7 +66,6 @@ TEST_F(VrFocusTest, PropertyUnsetOrFalseMeansNotEnabledAndNothingLoaded) {
         EXPECT_EQ(focus.foregroundApps, "NOT_ENABLED");
         EXPECT_EQ(focus.snapshotTimeNs, 0);
         EXPECT_TRUE(focus.releaseResources());
-        EXPECT_FALSE(focus.sampleRate().has_value());
     }
     EXPECT_TRUE(logcapture::entries().empty()) << "the SDK module is never loaded";
 }
@@ -96,7 +95,6 @@ TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas)
     ASSERT_TRUE(focus.snapshot(clock, false));
     EXPECT_EQ(focus.foregroundApps, "");
 
-    const void* listenerToken = pushes.token.get();
     EXPECT_EQ(pushes.token.use_count(), 2) << "the listener holds a copy of the router";
     EXPECT_TRUE(focus.releaseResources());
     EXPECT_EQ(pushes.token.use_count(), 1) << "the listener is deleted after unregistering";
@@ -105,35 +103,21 @@ TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas)
     EXPECT_EQ(seen.destroyCalls[0].version, 5);
     EXPECT_EQ(seen.registeredListeners, 0);
     EXPECT_EQ(seen.outstandingAllocations, 0) << "every array and string went back to the module";
-    EXPECT_NE(listenerToken, nullptr);
 }
 
-// Reports that repeat the list do not push; order matters. Drives a second listener directly,
-// reading the process-wide manager that acquireResources() created.
-TEST_F(VrFocusTest, OnlyAListThatDiffersInContentOrOrderIsPushed) {
+// A report that repeats the list does not push (a list in another order does: see above). Drives
+// a second listener directly, reading the process-wide manager that acquireResources() created.
+TEST_F(VrFocusTest, ARepeatedListIsNotPushedAgain) {
     enable();
     VrFocusProviderStats focus;
     ASSERT_TRUE(focus.acquireResources([](auto&&...) {}, clock));
     Pushes direct;
     VrTopActivityListener listener(direct.router());
-    const auto report = [&](int phase) {
-        deviceNs = phase * kPhaseNs;
-        sim::sdk::settle();  // the manager's own view follows the script
-        listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
-    };
-    report(0);
-    EXPECT_EQ(direct.delivered().size(), 0u);
-    report(1);
-    report(1);
-    EXPECT_EQ(direct.delivered().size(), 1u) << "the same list in the same order again";
+    enterPhase(1);  // the manager's own view follows the script
+    listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
+    listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
+    EXPECT_EQ(direct.delivered().size(), 1u);
     EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"a", "b"}));
-    report(2);
-    EXPECT_EQ(direct.delivered().size(), 2u);
-    EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"b", "a"}));
-    report(3);
-    report(3);
-    EXPECT_EQ(direct.delivered().size(), 3u);
-    EXPECT_TRUE(listener.getForegroundApps().empty());
     EXPECT_TRUE(focus.releaseResources());
 }
 
