@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -55,25 +56,29 @@ std::set<std::string> processesIn(const fs::path& tree) {
     return pids;
 }
 
+// However short (70 minutes, off the hourly snapshots), a run ends with every provider's record;
+// the library logs no warning. (The sysfs thermal HAL notes the capture's empty temp once.)
 TEST(CaptureReplay, EveryProviderRunsOnTheCapturedHeadset) {
     const HostRun run =
-            runHost("--json --simulate 1h --battery sysfs --thermal sysfs --root " + kHeadset);
+            runHost("--json --simulate 70m --don-states 5 --battery sysfs --thermal "
+                    "sysfs --root " +
+                    kHeadset);
     ASSERT_EQ(run.status, 0) << run.output;
     std::map<std::string, json> acquired, last;
     for (const auto& line : run.lines) {
         if (line["event"] == "acquire") acquired[line["source"]] = line;
         if (line["event"] == "record") last[line["source"]] = line;
-        if (line["event"] == "log") {
-            EXPECT_NE(line["priority"], "E") << line.dump();
+        if (line["event"] == "log" && line["source"] != "SysfsThermal") {
+            EXPECT_THAT(line["priority"], testing::AnyOf("V", "D", "I")) << line.dump();
         }
     }
     for (const auto& [provider, line] : acquired) {
         EXPECT_EQ(line["ok"], true) << provider;
-        EXPECT_TRUE(last.count(provider)) << provider << " has a record";
+        EXPECT_EQ(last[provider]["t_ns"], INT64_C(4200000000000)) << provider << "'s last record";
     }
     EXPECT_EQ(last["BatteryStats"]["level"], 62.0);
     EXPECT_EQ(last["BatteryStats"]["status"], "CHARGING");
-    EXPECT_EQ(last["BatteryStats"]["powerSource"], " USB");
+    EXPECT_EQ(last["BatteryStats"]["powerSource"], "USB") << "a blank before the first one only";
     EXPECT_EQ(last["BatteryStats"]["currentMa"]["last"], 1250.0);
     EXPECT_EQ(last["ProcessMemoryStats"]["processNames"], 29);
     EXPECT_EQ(last["ProcessMemoryStats"]["topByRss"][0]["name"], "com.example.beatgame");

@@ -70,6 +70,35 @@ TEST(HostSummary, CountsEachProvidersOwnCallsInAScriptedRun) {
     EXPECT_NEAR(summary["all providers"]["cpuMs"].get<double>(), total, 1e-9);
 }
 
+// At each fired throttling notification: the hook, the forced push and the forced snapshot; the
+// records show the captured sensors (nothing changes in a captured tree).
+TEST(HostSummary, FiredThrottlingSnapshotsThePusherWithTheCapturedSensors) {
+    const HostRun run = runHost("--json " + kScripted);
+    ASSERT_EQ(run.status, 0) << run.output;
+    json last;
+    std::map<int64_t, std::vector<std::string>> byMinute;  // all but the notifications
+    for (const auto& line : run.lines) {
+        if (line["event"] == "record" && line["source"] == "ThermalStats") last = line;
+        if (line["event"] == "notification") continue;
+        std::string text = line["event"].get<std::string>();
+        if (line.contains("detail")) text += " " + line["detail"].get<std::string>();
+        if (line.contains("text")) text += " " + line["text"].get<std::string>();
+        byMinute[line["t_ns"].get<int64_t>() / INT64_C(60000000000)].push_back(text);
+    }
+    const std::vector<std::string> fired = {"hook", "push (force) testSensor",
+                                            "log ThermalStats: force sample in snapshot", "record"};
+    EXPECT_EQ(byMinute[10], fired);
+    EXPECT_EQ(byMinute[50], fired);
+    EXPECT_EQ(last["sensorsByType"]["SKIN"], json::array({"skin-msm-therm", "xo-therm"}));
+    EXPECT_EQ(last["sensorsByType"]["UNKNOWN"],
+              json::array({"aoss0-usr", "pm8250-tz", "camera-therm"}));
+    EXPECT_EQ(last["temperatures"]["cpu-1-0-usr"],
+              (json{{"current", 52.6}, {"max", 52.6}, {"min", 52.6}, {"average", 52.6}}));
+    EXPECT_TRUE(last["temperatures"]["camera-therm"]["current"].is_null()) << "NAN";
+    EXPECT_EQ(last["throttlingStatus"]["skin-msm-therm"], 1);
+    EXPECT_EQ(last["coolingDevices"]["pwm-fan"]["current"], 2.0);
+}
+
 TEST(HostSummary, OnlyAndHideFilterTheTimelineButNotTheSummary) {
     const HostRun run = runHost(kScripted + " --only StorageStats,host --hide ScreenOff");
     ASSERT_EQ(run.status, 0) << run.output;
