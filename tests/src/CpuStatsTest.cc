@@ -107,9 +107,7 @@ TEST_F(CpuStatsTest, TheSessionIsConfiguredWithThePropertyPeriodOr2000) {
     EXPECT_EQ(std::vector<uint64_t>({sessions[0].sampleKernel, sessions[0].perThread,
                                      sessions[0].samplingPeriodUs, sessions[0].tracePathLength}),
               std::vector<uint64_t>({1, 1, 750, 0}));
-    EXPECT_EQ(Vistrel::numCpus_, 2);
-    EXPECT_EQ(cpu.getProfileBuffer()->size,
-              sim::sdk::writeProfileBuffer(reading(0, {})).bytes.size());
+    EXPECT_EQ(Vistrel::numCpus_, 2) << "from the first buffer";
 }
 
 TEST_F(CpuStatsTest, APeriodOfZeroDisablesSamplingButKeepsTheSamplerUntilReleased) {
