@@ -167,13 +167,6 @@ TEST_F(ProcessMemoryStatsTest, PerProcessFailuresAreLoggedWithThePid) {
     EXPECT_FALSE(entry("/vendor/bin/nostat").timeStatsValid);
 }
 
-TEST_F(ProcessMemoryStatsTest, EveryScanReportsEachProcessFrom10240Kib) {
-    ASSERT_TRUE(stats.sample(clock));
-    ASSERT_TRUE(stats.sample(clock));
-    const Report over = overBudget("/vendor/bin/overbudget", 10240, false, 10240, -1);
-    EXPECT_THAT(recordedReports(), ElementsAre(over, over)) << "underbudget has 10239";
-}
-
 TEST_F(ProcessMemoryStatsTest, MissingTriggerServiceIsLogged) {
     sim::removeTriggerService();
     ASSERT_TRUE(stats.sample(clock));
@@ -197,7 +190,7 @@ TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrueAndCountsO
     EXPECT_EQ(requested, std::vector<uint32_t>(9, MEMORY_FOOTPRINT_MEMTRACK))
             << "one per process with memory";
     const auto reports = recordedReports();
-    ASSERT_EQ(reports.size(), 4u);
+    ASSERT_EQ(reports.size(), 4u) << "one a scan: overbudget's 10240 KiB, not underbudget's 10239";
     EXPECT_EQ(reports.back(), overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5))
             << "a negative memtrack is not included";
 
