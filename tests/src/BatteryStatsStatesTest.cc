@@ -28,10 +28,6 @@ logcapture::Entry action(const std::string& name) {
     return info("BatteryStatsStates::" + name + "()");
 }
 
-std::string text(const std::optional<Vistrel::Notification>& n) {
-    return n ? n->name + " " + n->detail : "";
-}
-
 // Connected to a registered fake (discharging, 50 %) on an interactive device, acquired at time
 // stamp 100: the state is ActiveDischarging.
 struct BatteryStatesTest : testing::Test {
@@ -57,7 +53,7 @@ struct BatteryStatesTest : testing::Test {
     std::string sampleAt(int32_t level, int32_t status) {
         hal->setLevel(level);
         hal->setStatus(status);
-        return text(states.sample(clock));
+        return testing_support::textOf(states.sample(clock));
     }
     std::string powerSourceWith(bool ac, bool usb, bool wireless) {
         hal->setChargers(ac, usb, wireless);
@@ -217,7 +213,7 @@ TEST_F(BatteryStatesTest, AcquireWithAFailedReadKeepsInactiveCharging) {
 }
 
 TEST_F(BatteryStatesTest, FullOncePerRiseToNinetyNeverOnTheFirstSample) {
-    const char* const full = "BatteryFull BatteryStateCollector";
+    const char* const full = "BatteryFull/BatteryStateCollector";
     EXPECT_EQ(sampleAt(95, 2), "");
     EXPECT_EQ(sampleAt(96, 2), "");
     EXPECT_EQ(sampleAt(89, 2), "");
@@ -228,7 +224,7 @@ TEST_F(BatteryStatesTest, FullOncePerRiseToNinetyNeverOnTheFirstSample) {
 }
 
 TEST_F(BatteryStatesTest, LowOncePerNewLevelAtThreeOrBelowWhileDischarging) {
-    const char* const low = "BatteryLow BatteryExtremeLow";
+    const char* const low = "BatteryLow/BatteryExtremeLow";
     EXPECT_EQ(sampleAt(3, 3), low) << "also on the first sample";
     EXPECT_EQ(sampleAt(3, 3), "");
     EXPECT_EQ(sampleAt(2, 3), low);

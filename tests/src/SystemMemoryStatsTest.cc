@@ -67,9 +67,7 @@ TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
     scriptBootClock({INT64_C(7000000000), INT64_C(7250999999)});
     clock.elapsed = INT64_C(123456789012);
     const int64_t uptimeBefore = android::uptimeMillis();
-    const auto n = stats.sample(clock);
-    ASSERT_TRUE(n);
-    EXPECT_EQ(n->name + "/" + n->detail, "SystemMemoryInfo/Memory snapshot");
+    EXPECT_EQ(testing_support::textOf(stats.sample(clock)), "SystemMemoryInfo/Memory snapshot");
     EXPECT_EQ(stats.memAvailableKb, 2103340u);
     EXPECT_EQ(stats.memUsedKb, 5804656u - 2103340u);
     EXPECT_EQ(psi(stats), (std::vector<float>{1.25f, 0.87f, 0.40f, 0.31f, 0.22f, 0.10f}));
