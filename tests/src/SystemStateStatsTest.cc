@@ -80,7 +80,7 @@ struct SystemStateStatsBatchOfThree : testing::Test {
     FakeClock clock;
 };
 
-TEST_F(SystemStateStatsBatchOfThree, EveryThirdSampleCompletesABatch) {
+TEST_F(SystemStateStatsBatchOfThree, EveryThirdSampleCompletesABatchAndTheNextStartsANewOne) {
     clock.elapsed = 1999999;
     EXPECT_FALSE(stats.sample(clock));
     clock.elapsed = 5000000000;
@@ -88,10 +88,7 @@ TEST_F(SystemStateStatsBatchOfThree, EveryThirdSampleCompletesABatch) {
     EXPECT_EQ(testing_support::textOf(stats.sample(clock)), "SystemStateStats/AggregatedDonStates");
     EXPECT_EQ(stats.getEventStartTime(), 1) << "start of the batch, 1999999 ns truncated to ms";
     EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{0b101}));
-}
 
-TEST_F(SystemStateStatsBatchOfThree, NextSampleStartsANewBatch) {
-    for (int i = 0; i < 3; ++i) stats.sample(clock);
     clock.elapsed = 7000000000;
     EXPECT_FALSE(stats.sample(clock));  // the next batch starts and replaces the states
     EXPECT_EQ(stats.getEventStartTime(), 7000);
