@@ -64,8 +64,6 @@ TEST(HostEndToEnd, BatteryRunShowsEveryEventKind) {
     EXPECT_GT(seen["notification HealthInfo"], 0);
     EXPECT_EQ(seen["notification BatteryFull"], 2);
     EXPECT_GE(seen["notification BatteryLow"], 2);
-    EXPECT_EQ(seen["record BatteryStats"], 4) << "every hour for 4 hours";
-    EXPECT_EQ(seen["record BatteryStatsStates"], 4);
     EXPECT_EQ(seen["host-event PowerConnected"], 2);
     EXPECT_EQ(seen["host-event PowerDisconnected"], 2);
     EXPECT_EQ(seen["log BatteryStatsStates::chargeStartEvent()"], 2);
@@ -230,8 +228,6 @@ TEST(HostEndToEnd, CounterHeartbeatsArriveOnTheirPeriods) {
     EXPECT_EQ(heartbeats["StorageHeartbeat"], every(60, 3))
             << "an hourly host snapshot still lets it through";
     EXPECT_EQ(last["SystemMemoryStats"]["memUsedKb"], 5804656 - 2103340);
-    EXPECT_EQ(last["ZramStats"]["column10"], 77);
-    EXPECT_EQ(last["SwapWriteStats"]["swapWriteBytes"], 256000000);
     EXPECT_EQ(last["StorageStats"]["totalBytes"], INT64_C(128) << 30);
 }
 

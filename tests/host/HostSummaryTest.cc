@@ -89,8 +89,6 @@ TEST(HostSummary, FiredThrottlingSnapshotsThePusherWithTheCapturedSensors) {
     EXPECT_EQ(byMinute[10], fired);
     EXPECT_EQ(byMinute[50], fired);
     EXPECT_EQ(last["sensorsByType"]["SKIN"], json::array({"skin-msm-therm", "xo-therm"}));
-    EXPECT_EQ(last["sensorsByType"]["UNKNOWN"],
-              json::array({"aoss0-usr", "pm8250-tz", "camera-therm"}));
     EXPECT_EQ(last["temperatures"]["cpu-1-0-usr"],
               (json{{"current", 52.6}, {"max", 52.6}, {"min", 52.6}, {"average", 52.6}}));
     EXPECT_TRUE(last["temperatures"]["camera-therm"]["current"].is_null()) << "NAN";

@@ -60,12 +60,6 @@ struct ThermalStatsConnected : testing::Test {
     }
     void TearDown() override { hostplatform::clearServices(); }
 
-    void sampleWith(std::vector<float> values) {
-        for (float v : values) {
-            hal->temperatures = {FakeThermal::temperature("cpu", Type::CPU, v)};
-            stats.sampleHAL();
-        }
-    }
     Vistrel::SampledData cpu() { return stats.temperatureStats.at("cpu"); }
 
     android::sp<FakeThermal> hal = new FakeThermal;
@@ -154,7 +148,10 @@ TEST_F(ThermalStatsConnected, SnapshotWithoutAnObtainableSampleLeavesTheRecord) 
 }
 
 TEST_F(ThermalStatsConnected, RingsWrapAfterTwelveAndLateSensorsKeepTheirZeros) {
-    sampleWith({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    for (float v = 1; v <= 12; ++v) {
+        hal->temperatures = {FakeThermal::temperature("cpu", Type::CPU, v)};
+        stats.sampleHAL();
+    }
     EXPECT_EQ(std::make_pair(stats.sampleCount, stats.sampleIndex), std::make_pair(12, 0));
     ASSERT_TRUE(stats.snapshot(clock, false));
     EXPECT_EQ(cpu().current, 12) << "slot 11 when the next write goes to slot 0";
