@@ -10,7 +10,6 @@
 namespace {
 
 using android::sp;
-using android::hardware::hidl_string;
 using android::hardware::Return;
 using android::hardware::Status;
 using testing_support::FakeHealth;
@@ -37,7 +36,8 @@ TEST(HealthService, GetServiceWithAStringLiteralIsNotAStubRequest) {
 
     EXPECT_EQ(V2_1::IHealth::getService("default").get(), registered.get());
     EXPECT_EQ(V2_1::IHealth::getService().get(), registered.get());
-    EXPECT_EQ(V2_1::IHealth::getService(hidl_string("default")).get(), registered.get());
+    EXPECT_EQ(V2_1::IHealth::getService(android::hardware::hidl_string("default")).get(),
+              registered.get());
     EXPECT_EQ(V2_1::IHealth::getService(true).get(), passthrough.get());
     EXPECT_EQ(V2_1::IHealth::getService("default", true).get(), passthrough.get());
     EXPECT_EQ(V2_1::IHealth::getService("other"), nullptr);

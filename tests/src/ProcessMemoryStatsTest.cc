@@ -21,7 +21,6 @@ namespace {
 using logcapture::error;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 using testing_support::FakeClock;
 using Vistrel::ProcessMemorySnapshot;
 using Vistrel::ProcessMemoryStats;
@@ -196,8 +195,9 @@ TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrueAndCountsO
     ASSERT_TRUE(stats.sample(clock));
     const auto later = recordedReports();
     EXPECT_THAT(std::vector<Report>(later.begin() + 4, later.end()),
-                UnorderedElementsAre(overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
-                                     overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
+                testing::UnorderedElementsAre(
+                        overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
+                        overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
 }
 
 TEST_F(ProcessMemoryStatsTest, ReportSumWrapsAs32BitAndAZeroMemtrackIsIncluded) {

@@ -12,20 +12,17 @@
 namespace {
 
 using logcapture::Entry;
-using logcapture::error;
-using logcapture::info;
-using logcapture::warning;
 using testing_support::FakeClock;
 using Vistrel::StorageStats;
 
 constexpr int64_t kMinuteNs = INT64_C(60000000000);
 constexpr int64_t kHourNs = 60 * kMinuteNs;
 
-const Entry kForced = info("StorageStats: force sampled in snapshot");
+const Entry kForced = logcapture::info("StorageStats: force sampled in snapshot");
 
 Entry gateWarning(int seconds) {
-    return warning("StorageStats snapshot failed since " + std::to_string(seconds) +
-                   " ms less than 3600000 ms have passed since the last snapshot");
+    return logcapture::warning("StorageStats snapshot failed since " + std::to_string(seconds) +
+                               " ms less than 3600000 ms have passed since the last snapshot");
 }
 
 // /data answers 1000 blocks of f_bsize 4096 (f_frsize 512, so using it shows), `available` of them
@@ -105,7 +102,7 @@ TEST_F(StorageStatsTest, FailedStatvfsFailsTheSnapshotSilentlyAndTheSampleLogsIt
     EXPECT_EQ(stats.lastSnapshotNs, kHourNs);
     EXPECT_FALSE(stats.sample(clock));
     EXPECT_EQ(logcapture::entries(),
-              std::vector<Entry>({error("Failed to get updated storage stats")}));
+              std::vector<Entry>({logcapture::error("Failed to get updated storage stats")}));
 }
 
 }  // namespace

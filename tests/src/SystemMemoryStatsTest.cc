@@ -20,7 +20,6 @@ namespace {
 
 using logcapture::Entry;
 using logcapture::error;
-using logcapture::info;
 using logcapture::verbose;
 using Entries = std::vector<Entry>;
 using testing::ElementsAre;
@@ -116,7 +115,7 @@ TEST_F(SystemMemoryStatsTest, SnapshotsReportTheLastSampleOrForceOne) {
     EXPECT_EQ(stats.timestampMs, 3000);
     EXPECT_EQ(logcapture::entries(),
               (Entries{error("SystemMemoryStats snapshot failed because last sample failed"),
-                       info("SystemMemoryStats: force sampled in snapshot")}));
+                       logcapture::info("SystemMemoryStats: force sampled in snapshot")}));
     clock.elapsed = INT64_C(9000000000);
     EXPECT_TRUE(stats.snapshot(clock, false));
     EXPECT_EQ(stats.timestampMs, 3000) << "a plain snapshot reads nothing";

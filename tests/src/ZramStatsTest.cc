@@ -10,7 +10,6 @@
 
 namespace {
 
-using logcapture::error;
 using testing_support::FixtureTree;
 
 std::vector<int64_t> record(const Vistrel::ZramStats& z) {
@@ -32,8 +31,8 @@ TEST(ZramStatsTest, CopiesTheTenColumnsOfTheDeviceFile) {
         FixtureTree empty("");
         EXPECT_FALSE(zram.snapshot(clock, false));
         EXPECT_EQ(record(zram), kDevice);
-        EXPECT_EQ(logcapture::entries(),
-                  std::vector<logcapture::Entry>{error("ZramStats: failed to get zramStats")});
+        EXPECT_EQ(logcapture::entries(), std::vector<logcapture::Entry>{logcapture::error(
+                                                 "ZramStats: failed to get zramStats")});
     }
     FixtureTree legacy("memstorage/legacy");
     EXPECT_TRUE(zram.snapshot(clock, true));
