@@ -77,7 +77,14 @@ TEST(CaptureReplay, EveryProviderRunsOnTheCapturedHeadset) {
     EXPECT_EQ(last["SystemMemoryStats"]["memAvailableKb"], 2103340);
     EXPECT_EQ(last["ZramStats"]["column10"], 412);
     EXPECT_EQ(last["SwapWriteStats"]["swapWriteBytes"], 256000000);
-    EXPECT_EQ(last["ThermalStats"]["temperatures"].size(), 17u);
+    const json& thermal = last["ThermalStats"];
+    EXPECT_EQ(thermal["temperatures"].size(), 17u);
+    EXPECT_EQ(thermal["temperatures"]["cpu-1-0-usr"],
+              (json{{"current", 52.6}, {"max", 52.6}, {"min", 52.6}, {"average", 52.6}}));
+    EXPECT_TRUE(thermal["temperatures"]["camera-therm"]["current"].is_null()) << "NAN";
+    EXPECT_EQ(thermal["sensorsByType"]["SKIN"], json::array({"skin-msm-therm", "xo-therm"}));
+    EXPECT_EQ(thermal["throttlingStatus"]["skin-msm-therm"], 1);
+    EXPECT_EQ(thermal["coolingDevices"]["pwm-fan"]["current"], 2.0);
 }
 
 TEST(CaptureReplay, CapturingTheHeadsetTreeGivesItBack) {
