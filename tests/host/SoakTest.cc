@@ -4,11 +4,11 @@
 // use after the first day grows by at most 1 MiB, open file descriptors and threads stay as they
 // were, every heartbeat still arrives on its period on the last day, and the kernel tree is gone
 // afterwards. Label "soak".
-#include <dirent.h>
 #include <malloc.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -46,12 +46,7 @@ size_t heapInUse() {
 }
 
 size_t entriesOf(const char* directory) {
-    size_t count = 0;
-    if (DIR* dir = opendir(directory)) {
-        while (const dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
-        closedir(dir);
-    }
-    return count;
+    return std::distance(std::filesystem::directory_iterator(directory), {});
 }
 
 struct Checkpoint {
