@@ -1,6 +1,5 @@
-// The simulated headset's event plan, service lifetime and seeds. Its battery physics is left
-// untested beyond never running flat: nothing relies on the figures beyond the reference host's
-// timeline.
+// The simulated headset's event plan and service lifetime. Its battery physics is left untested
+// but for never running flat: nothing relies on the figures beyond the reference host's timeline.
 #include <gtest/gtest.h>
 
 #include <algorithm>
