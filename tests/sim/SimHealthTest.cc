@@ -1,8 +1,7 @@
-// The simulated headset's event plan and service lifetime. Its battery physics is left untested
-// but for never running flat: nothing relies on the figures beyond the reference host's timeline.
+// The simulated headset's event plan and service lifetime. Its battery physics is left untested:
+// nothing relies on the figures beyond the reference host's timeline.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <optional>
 #include <set>
 
@@ -29,14 +28,11 @@ TEST(SimHeadset, NoSeedRunsTheBatteryFlatOverADay) {
     for (uint64_t seed = 0; seed <= 10; ++seed) {
         sim::HeadsetConfig config;
         config.seed = seed;
-        int64_t nowNs = 0;
+        int64_t nowNs = 0, lowest = 100;
         sim::Headset headset(config, [&nowNs] { return nowNs; });
-        const auto hal = V2_1::IHealth::getService("default");
-        int32_t lowest = 100;
         for (; nowNs <= 24 * 60 * kMinuteNs; nowNs += kMinuteNs) {
-            hal->getHealthInfo_2_1([&](auto, const V2_1::HealthInfo& info) {
-                lowest = std::min(lowest, info.legacy.legacy.batteryLevel);
-            });
+            V2_1::IHealth::getService("default")->getCapacity(
+                    [&lowest](auto, int32_t level) { lowest = level < lowest ? level : lowest; });
         }
         EXPECT_GE(lowest, 3) << "seed " << seed;
     }
