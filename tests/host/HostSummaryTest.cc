@@ -1,6 +1,5 @@
 // The run summary against a scripted run, the timeline's filters and folding, and the trace
 // file against the run it records.
-#include <cstdio>
 #include <fstream>
 #include <map>
 #include <string>
@@ -55,6 +54,7 @@ TEST(HostSummary, CountsEachProvidersOwnCallsInAScriptedRun) {
     EXPECT_EQ(summary["StorageStats"]["samples"], 2);
     EXPECT_EQ(summary["ZramStats"]["samples"], 8);
     EXPECT_EQ(summary["ThermalStats"]["pushes"], 2);
+    EXPECT_EQ(timeline["ThermalStats"]["hook"], 2) << "each fired push shows its hook";
     EXPECT_EQ(summary["ThermalStats"]["snapshotsOk"], 6) << "4 by the host, 2 forced by pushes";
     EXPECT_EQ(summary["ZramStats"]["snapshotsFailed"], 4);
     EXPECT_EQ(summary["StorageStats"]["snapshotsFailed"], 0);
@@ -106,13 +106,11 @@ TEST(HostSummary, FoldingAccountsForEveryNotification) {
 }
 
 TEST(HostTrace, CountersAndInstantsFollowTheRun) {
-    char path[] = "/tmp/vistrel-trace-XXXXXX";
-    close(mkstemp(path));
-    const HostRun run = runHost(std::string("--json --trace ") + path);
+    const std::string path = testing::TempDir() + "trace.json";
+    const HostRun run = runHost("--json --trace " + path);
     ASSERT_EQ(run.status, 0) << run.output;
     std::ifstream in(path);
     const json trace = json::parse(in);
-    unlink(path);
 
     std::map<int, std::string> processes;
     std::map<std::pair<std::string, int64_t>, std::map<std::string, double>> counters;

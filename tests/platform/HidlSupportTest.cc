@@ -1,4 +1,4 @@
-// The HIDL support stand-ins and the health HAL service lookup.
+// The HIDL return-status checks and the health HAL service lookup.
 #include <android/hardware/health/2.1/IHealth.h>
 #include <gtest/gtest.h>
 #include <hidl/HidlSupport.h>
@@ -10,20 +10,11 @@
 namespace {
 
 using android::sp;
-using android::hardware::hidl_string;
 using android::hardware::Return;
 using android::hardware::Status;
 using testing_support::FakeHealth;
 namespace V2_0 = android::hardware::health::V2_0;
 namespace V2_1 = android::hardware::health::V2_1;
-
-TEST(HidlValues, ValueHelpersMatchLibhidl) {
-    EXPECT_EQ(hidl_string(nullptr, 4), "");
-    EXPECT_EQ(hidl_string("abcdef", 3), "abc");
-    EXPECT_EQ(android::hardware::details::toHexString(true), "0x1");
-    EXPECT_EQ(android::hardware::details::toHexString(int8_t{-1}), "0xffffffff");
-    EXPECT_EQ(android::hardware::details::toHexString(int16_t{-1}), "0xffff");
-}
 
 TEST(HidlReturnDeathTest, OnlyAnUncheckedFailureAborts) {
     EXPECT_DEATH({ Return<void> r = Status::fromStatusT(android::DEAD_OBJECT); },
@@ -45,7 +36,8 @@ TEST(HealthService, GetServiceWithAStringLiteralIsNotAStubRequest) {
 
     EXPECT_EQ(V2_1::IHealth::getService("default").get(), registered.get());
     EXPECT_EQ(V2_1::IHealth::getService().get(), registered.get());
-    EXPECT_EQ(V2_1::IHealth::getService(hidl_string("default")).get(), registered.get());
+    EXPECT_EQ(V2_1::IHealth::getService(android::hardware::hidl_string("default")).get(),
+              registered.get());
     EXPECT_EQ(V2_1::IHealth::getService(true).get(), passthrough.get());
     EXPECT_EQ(V2_1::IHealth::getService("default", true).get(), passthrough.get());
     EXPECT_EQ(V2_1::IHealth::getService("other"), nullptr);

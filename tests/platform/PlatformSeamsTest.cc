@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <tuple>
 
 #include <gtest/gtest.h>
@@ -48,23 +49,20 @@ TEST(FsRoot, ReadsTheEnvironmentWhenThePlatformLoads) {
     EXPECT_EQ(seen, "/captured/proc");
 }
 
-// Each accessor's reading of a raw text, rendered as text ("" for an empty optional).
-std::string readAs(const std::string& name) {
+// Each accessor's reading, as text ("" for an empty optional), by property name.
+std::map<std::string, std::string> readings() {
     const auto show = [](const auto& value) {
         return value ? std::to_string(*value) : std::string();
     };
-    if (name == "enable_fg_apps_cpu_events") return show(props::enable_fg_apps_cpu_events());
-    if (name == "mobile_vistrel_zram_idle_collector")
-        return show(props::mobile_vistrel_zram_idle_collector());
-    if (name == "mobile_vistrel_memory_extended_collector") {
-        return show(props::mobile_vistrel_memory_extended_collector());
-    }
-    if (name == "mobile_vistrel_zram_idle_threshold")
-        return show(props::mobile_vistrel_zram_idle_threshold());
-    if (name == "mobile_vistrel_zram_idle_histo_bucket") {
-        return show(props::mobile_vistrel_zram_idle_histo_bucket());
-    }
-    return show(props::vistrel_instruction_sampler_sampling_period_us());
+    using namespace props;
+    return {{"enable_fg_apps_cpu_events", show(enable_fg_apps_cpu_events())},
+            {"mobile_vistrel_zram_idle_collector", show(mobile_vistrel_zram_idle_collector())},
+            {"mobile_vistrel_memory_extended_collector",
+             show(mobile_vistrel_memory_extended_collector())},
+            {"mobile_vistrel_zram_idle_threshold", show(mobile_vistrel_zram_idle_threshold())},
+            {"mobile_vistrel_zram_idle_histo_bucket", show(mobile_vistrel_zram_idle_histo_bucket())},
+            {"vistrel_instruction_sampler_sampling_period_us",
+             show(vistrel_instruction_sampler_sampling_period_us())}};
 }
 
 TEST(Properties, ParseAsTheGeneratedAccessors) {
@@ -83,7 +81,7 @@ TEST(Properties, ParseAsTheGeneratedAccessors) {
     for (const auto& [name, text, read] : cases) {
         hostplatform::clearProperties();
         if (text != nullptr) hostplatform::setProperty(name, text);
-        EXPECT_EQ(readAs(name), read) << name << "=" << (text ? text : "(unset)");
+        EXPECT_EQ(readings().at(name), read) << name << "=" << (text ? text : "(unset)");
     }
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "Sanitizers.h"
 #include "hostplatform/FsRoot.h"
 #include "procfsutils/ProcFsParser.h"
 
@@ -33,7 +34,7 @@ void operator delete(void* p, size_t) noexcept {
     free(p);
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if VISTREL_SANITIZED_HEAP
 #define VISTREL_COUNTS_MALLOC 0
 #else
 #define VISTREL_COUNTS_MALLOC 1

@@ -105,16 +105,11 @@ TEST(KernelTree, FocusScriptApplicationsComeAndGoInTheProcessMemoryRecords) {
             {{20 * kMinuteNs, {"com.example.game"}}, {100 * kMinuteNs, {"com.example.shell"}}});
     SimulatedHeadset h(config);
     h.at(kMinuteNs);
-    const auto started = h.processes().at("com.example.game");
-    EXPECT_EQ(started.oomScoreAdj, 0);
-    h.at(16 * kMinuteNs);
-    const auto played = h.processes().at("com.example.game");
-    EXPECT_GT(played.rssAnonKb, started.rssAnonKb) << "grows while in front and in use";
+    EXPECT_EQ(h.processes().at("com.example.game").oomScoreAdj, 0);
     h.at(31 * kMinuteNs);
     const auto cached = h.processes().at("com.example.game");
     EXPECT_EQ(cached.oomScoreAdj, 700) << "the previous application";
-    EXPECT_GT(cached.vmSwapKb, 0u);
-    EXPECT_LT(cached.rssAnonKb, played.rssAnonKb);
+    EXPECT_GT(cached.vmSwapKb, 0u) << "compacted into swap";
     h.at(70 * kMinuteNs);
     EXPECT_EQ(h.processes().count("com.example.game"), 0u) << "killed after its time cached";
     EXPECT_EQ(h.processes().count("com.example.shell"), 1u);

@@ -17,6 +17,7 @@ using android::hardware::health::V1_0::BatteryStatus;
 using android::hardware::health::V2_0::Result;
 using android::hardware::health::V2_1::BatteryCapacityLevel;
 using android::hardware::health::V2_1::HealthInfo;
+using sim::powersupply::readingOf;
 using sim::powersupply::SupplyFiles;
 using testing_support::FixtureTree;
 
@@ -29,10 +30,6 @@ SupplyFiles supply(std::initializer_list<std::pair<std::string_view, const char*
         texts[file - std::begin(sim::powersupply::kAttributeFiles)] = text;
     }
     return texts;
-}
-
-sim::HealthReading readingOf(std::initializer_list<SupplyFiles> supplies) {
-    return sim::powersupply::readingOf(supplies);
 }
 
 HealthInfo infoOf(sim::SysfsHealth& hal) {

@@ -28,10 +28,6 @@ logcapture::Entry action(const std::string& name) {
     return info("BatteryStatsStates::" + name + "()");
 }
 
-std::string text(const std::optional<Vistrel::Notification>& n) {
-    return n ? n->name + " " + n->detail : "";
-}
-
 // Connected to a registered fake (discharging, 50 %) on an interactive device, acquired at time
 // stamp 100: the state is ActiveDischarging.
 struct BatteryStatesTest : testing::Test {
@@ -57,7 +53,7 @@ struct BatteryStatesTest : testing::Test {
     std::string sampleAt(int32_t level, int32_t status) {
         hal->setLevel(level);
         hal->setStatus(status);
-        return text(states.sample(clock));
+        return testing_support::textOf(states.sample(clock));
     }
     std::string powerSourceWith(bool ac, bool usb, bool wireless) {
         hal->setChargers(ac, usb, wireless);
@@ -71,22 +67,11 @@ struct BatteryStatesTest : testing::Test {
     FakeClock clock;
 };
 
-TEST(BatteryStates, PredicatesAreFunctionsOfTheBits) {
-    const std::tuple<int32_t, bool, bool> predicates[] = {
-            {0, true, false},  {1, true, true},    {2, false, false}, {3, false, true},
-            {5, false, false}, {-1, false, false}, {-3, false, false}};
-    for (const auto& [value, active, charging] : predicates) {
-        EXPECT_EQ(BatteryStatsStates::isActive(static_cast<S>(value)), active) << value;
-        EXPECT_EQ(BatteryStatsStates::isCharging(static_cast<S>(value)), charging) << value;
-    }
-}
-
 // Without a health HAL: every read logs the missing service, the failed acquire still builds the
 // table, and transitions then move on without reading a level.
 TEST(BatteryStatesWithoutHal, TransitionsMoveOnWithoutReadingAndEveryReadLogs) {
     BatteryStatsStates states;
     FakeClock clock;
-    EXPECT_EQ(states.sampleRate(), Vistrel::SamplePeriod(std::chrono::milliseconds(60000)));
     states.notify("PowerConnected", "", clock);
     EXPECT_EQ(states.currentState, S::ActiveDischarging) << "no transition before the acquire";
     EXPECT_FALSE(states.sample(clock));
@@ -228,7 +213,7 @@ TEST_F(BatteryStatesTest, AcquireWithAFailedReadKeepsInactiveCharging) {
 }
 
 TEST_F(BatteryStatesTest, FullOncePerRiseToNinetyNeverOnTheFirstSample) {
-    const char* const full = "BatteryFull BatteryStateCollector";
+    const char* const full = "BatteryFull/BatteryStateCollector";
     EXPECT_EQ(sampleAt(95, 2), "");
     EXPECT_EQ(sampleAt(96, 2), "");
     EXPECT_EQ(sampleAt(89, 2), "");
@@ -239,7 +224,7 @@ TEST_F(BatteryStatesTest, FullOncePerRiseToNinetyNeverOnTheFirstSample) {
 }
 
 TEST_F(BatteryStatesTest, LowOncePerNewLevelAtThreeOrBelowWhileDischarging) {
-    const char* const low = "BatteryLow BatteryExtremeLow";
+    const char* const low = "BatteryLow/BatteryExtremeLow";
     EXPECT_EQ(sampleAt(3, 3), low) << "also on the first sample";
     EXPECT_EQ(sampleAt(3, 3), "");
     EXPECT_EQ(sampleAt(2, 3), low);
@@ -281,10 +266,9 @@ TEST_F(BatteryStatesTest, SnapshotRecordsTheHealthFigures) {
     EXPECT_EQ(states.levelAtEvent, 50.0f) << "only filled in while unknown";
 }
 
-TEST_F(BatteryStatesTest, PowerSourceIsTheLastOnlineOfAcUsbWireless) {
+TEST_F(BatteryStatesTest, OnlyTheFirstSnapshotInAStateSetsItsPowerSource) {
     EXPECT_EQ(powerSourceWith(false, false, false), "NONE");
     EXPECT_EQ(powerSourceWith(true, true, true), "WIRELESS");
-    EXPECT_EQ(powerSourceWith(false, false, false), "WIRELESS");
     EXPECT_EQ(states.statePowerSource, "NONE") << "set by the first snapshot of the state only";
 }
 

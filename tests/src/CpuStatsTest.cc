@@ -107,9 +107,7 @@ TEST_F(CpuStatsTest, TheSessionIsConfiguredWithThePropertyPeriodOr2000) {
     EXPECT_EQ(std::vector<uint64_t>({sessions[0].sampleKernel, sessions[0].perThread,
                                      sessions[0].samplingPeriodUs, sessions[0].tracePathLength}),
               std::vector<uint64_t>({1, 1, 750, 0}));
-    EXPECT_EQ(Vistrel::numCpus_, 2);
-    EXPECT_EQ(cpu.getProfileBuffer()->size,
-              sim::sdk::writeProfileBuffer(reading(0, {})).bytes.size());
+    EXPECT_EQ(Vistrel::numCpus_, 2) << "from the first buffer";
 }
 
 TEST_F(CpuStatsTest, APeriodOfZeroDisablesSamplingButKeepsTheSamplerUntilReleased) {
@@ -174,10 +172,8 @@ TEST_F(CpuStatsTest, HeartbeatCycleOfFiveMinutesWithABurstInTheLastMinute) {
     testing_support::SteppingClock stepping;
     stepping.now = 300 * kSecondNs;
     stepping.step = 7;
-    const auto heartbeat = cpu.sample(stepping);
-    ASSERT_TRUE(heartbeat.has_value());
-    EXPECT_EQ(heartbeat->name, "ProcessCpuHeartbeat");
-    EXPECT_EQ(heartbeat->detail, "300.000000 seconds");
+    EXPECT_EQ(testing_support::textOf(cpu.sample(stepping)),
+              "ProcessCpuHeartbeat/300.000000 seconds");
     EXPECT_FALSE(Vistrel::inLastMinute_);
     EXPECT_EQ(rateMs(), 240000);
     {

@@ -21,7 +21,6 @@ namespace {
 using logcapture::error;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 using testing_support::FakeClock;
 using Vistrel::ProcessMemorySnapshot;
 using Vistrel::ProcessMemoryStats;
@@ -97,9 +96,7 @@ protected:
 // One scan of the fixture tree: the notification, each process keyed by argv[0] and its figures.
 TEST_F(ProcessMemoryStatsTest, AScanKeysEveryProcessByArgv0WithItsFigures) {
     clock.elapsed = 5123456789;
-    const auto notification = stats.sample(clock);
-    ASSERT_TRUE(notification);
-    EXPECT_EQ(notification->name + "/" + notification->detail, "ProcessMemoryInfo/Memory snapshot");
+    EXPECT_EQ(testing_support::textOf(stats.sample(clock)), "ProcessMemoryInfo/Memory snapshot");
     EXPECT_EQ(stats.timestampMs, 5123);
     std::vector<std::string> keys;
     for (const auto& [key, value] : stats.snapshots) keys.push_back(key);
@@ -137,12 +134,6 @@ TEST_F(ProcessMemoryStatsTest, AScanKeysEveryProcessByArgv0WithItsFigures) {
     EXPECT_FLOAT_EQ(entry(shared).userTimeSec, laterIs101 ? 6.0f : 3.0f);
 }
 
-TEST_F(ProcessMemoryStatsTest, CommandNamesAreTakenFromTheFirst256Bytes) {
-    EXPECT_EQ(stats.getProcessName(900), "/data/app/" + std::string(246, 'x'));
-    EXPECT_EQ(stats.getProcessName(2), std::nullopt) << "empty";
-    EXPECT_EQ(stats.getProcessName(600), std::nullopt) << "missing";
-}
-
 TEST_F(ProcessMemoryStatsTest, ZeroTickRateFailsTheTimesWithoutALog) {
     hostplatform::setSysconf([](int) { return 0L; });
     ProcessMemorySnapshot untouched;
@@ -173,13 +164,6 @@ TEST_F(ProcessMemoryStatsTest, PerProcessFailuresAreLoggedWithThePid) {
     EXPECT_FALSE(entry("/vendor/bin/nostat").timeStatsValid);
 }
 
-TEST_F(ProcessMemoryStatsTest, EveryScanReportsEachProcessFrom10240Kib) {
-    ASSERT_TRUE(stats.sample(clock));
-    ASSERT_TRUE(stats.sample(clock));
-    const Report over = overBudget("/vendor/bin/overbudget", 10240, false, 10240, -1);
-    EXPECT_THAT(recordedReports(), ElementsAre(over, over)) << "underbudget has 10239";
-}
-
 TEST_F(ProcessMemoryStatsTest, MissingTriggerServiceIsLogged) {
     sim::removeTriggerService();
     ASSERT_TRUE(stats.sample(clock));
@@ -203,7 +187,7 @@ TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrueAndCountsO
     EXPECT_EQ(requested, std::vector<uint32_t>(9, MEMORY_FOOTPRINT_MEMTRACK))
             << "one per process with memory";
     const auto reports = recordedReports();
-    ASSERT_EQ(reports.size(), 4u);
+    ASSERT_EQ(reports.size(), 4u) << "one a scan: overbudget's 10240 KiB, not underbudget's 10239";
     EXPECT_EQ(reports.back(), overBudget("/vendor/bin/overbudget", 10240, false, 10240, -5))
             << "a negative memtrack is not included";
 
@@ -211,8 +195,9 @@ TEST_F(ProcessMemoryStatsTest, MemtrackIsReadOnlyWhenThePropertyIsTrueAndCountsO
     ASSERT_TRUE(stats.sample(clock));
     const auto later = recordedReports();
     EXPECT_THAT(std::vector<Report>(later.begin() + 4, later.end()),
-                UnorderedElementsAre(overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
-                                     overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
+                testing::UnorderedElementsAre(
+                        overBudget("/vendor/bin/overbudget", 10241, true, 10240, 1),
+                        overBudget("/vendor/bin/underbudget", 10240, true, 10239, 1)));
 }
 
 TEST_F(ProcessMemoryStatsTest, ReportSumWrapsAs32BitAndAZeroMemtrackIsIncluded) {

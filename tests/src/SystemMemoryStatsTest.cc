@@ -20,7 +20,6 @@ namespace {
 
 using logcapture::Entry;
 using logcapture::error;
-using logcapture::info;
 using logcapture::verbose;
 using Entries = std::vector<Entry>;
 using testing::ElementsAre;
@@ -56,20 +55,19 @@ void scriptBootClock(std::vector<int64_t> answers) {
             });
 }
 
-// Every test case runs in its own process, so properties and seams start unset.
+// On the device tree. Every test case runs in its own process, so properties and seams start
+// unset.
 struct SystemMemoryStatsTest : ::testing::Test {
+    FixtureTree tree{"memstorage/device"};
     SystemMemoryStats stats;
     FakeClock clock;
 };
 
 TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
-    FixtureTree tree("memstorage/device");
     scriptBootClock({INT64_C(7000000000), INT64_C(7250999999)});
     clock.elapsed = INT64_C(123456789012);
     const int64_t uptimeBefore = android::uptimeMillis();
-    const auto n = stats.sample(clock);
-    ASSERT_TRUE(n);
-    EXPECT_EQ(n->name + "/" + n->detail, "SystemMemoryInfo/Memory snapshot");
+    EXPECT_EQ(testing_support::textOf(stats.sample(clock)), "SystemMemoryInfo/Memory snapshot");
     EXPECT_EQ(stats.memAvailableKb, 2103340u);
     EXPECT_EQ(stats.memUsedKb, 5804656u - 2103340u);
     EXPECT_EQ(psi(stats), (std::vector<float>{1.25f, 0.87f, 0.40f, 0.31f, 0.22f, 0.10f}));
@@ -81,7 +79,6 @@ TEST_F(SystemMemoryStatsTest, SampleFillsTheRecord) {
 }
 
 TEST_F(SystemMemoryStatsTest, TotalIsReadOncePerProcess) {
-    FixtureTree tree("memstorage/device");
     stats.sample(clock);
     tree.write("/proc/meminfo", "MemTotal: 9000000 kB\nMemAvailable: 1000000 kB\n");
     SystemMemoryStats other;
@@ -90,7 +87,7 @@ TEST_F(SystemMemoryStatsTest, TotalIsReadOncePerProcess) {
 }
 
 TEST_F(SystemMemoryStatsTest, OldKernelWithoutMemAvailableOrPsi) {
-    FixtureTree tree("memstorage/legacy");
+    FixtureTree legacy("memstorage/legacy");
     ASSERT_TRUE(stats.sample(clock)) << "the sample still succeeds";
     EXPECT_EQ(stats.memAvailableKb, 0u);
     EXPECT_EQ(stats.memUsedKb, 5804656u);
@@ -100,7 +97,6 @@ TEST_F(SystemMemoryStatsTest, OldKernelWithoutMemAvailableOrPsi) {
 }
 
 TEST_F(SystemMemoryStatsTest, FailedBootClockReadCountsFromZero) {
-    FixtureTree tree("memstorage/device");
     scriptBootClock({-1, INT64_C(5000000000), -1, -1});
     stats.sample(clock);
     EXPECT_EQ(stats.readDurationMs, 5000) << "the failed start reads as 0";
@@ -113,21 +109,19 @@ TEST_F(SystemMemoryStatsTest, FailedBootClockReadCountsFromZero) {
 }
 
 TEST_F(SystemMemoryStatsTest, SnapshotsReportTheLastSampleOrForceOne) {
-    FixtureTree tree("memstorage/device");
     EXPECT_FALSE(stats.snapshot(clock, false));
     clock.elapsed = INT64_C(3000000000);
     EXPECT_TRUE(stats.snapshot(clock, true));
     EXPECT_EQ(stats.timestampMs, 3000);
     EXPECT_EQ(logcapture::entries(),
               (Entries{error("SystemMemoryStats snapshot failed because last sample failed"),
-                       info("SystemMemoryStats: force sampled in snapshot")}));
+                       logcapture::info("SystemMemoryStats: force sampled in snapshot")}));
     clock.elapsed = INT64_C(9000000000);
     EXPECT_TRUE(stats.snapshot(clock, false));
     EXPECT_EQ(stats.timestampMs, 3000) << "a plain snapshot reads nothing";
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleDisabledOnlyResetsTheEntries) {
-    FixtureTree tree("memstorage/device");
     memset(&stats.zramIdle, 0, sizeof(stats.zramIdle));
     EXPECT_EQ(stats.getZramIdleMemStats(), &stats.zramIdle);
     EXPECT_TRUE(allOnes(stats.zramIdle));
@@ -137,7 +131,6 @@ TEST_F(SystemMemoryStatsTest, ZramIdleDisabledOnlyResetsTheEntries) {
 }
 
 TEST_F(SystemMemoryStatsTest, ZramIdleRequestsWithThePropertiesAndReadsEveryFile) {
-    FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
     EXPECT_EQ(tree.read(kControl), "60 300") << "60 s buckets, 300 s idle age";
@@ -157,7 +150,6 @@ TEST_F(SystemMemoryStatsTest, ZramIdleRequestsWithThePropertiesAndReadsEveryFile
 
 TEST_F(SystemMemoryStatsTest, ZramIdleRequestReachesTheKernelAfterTheReads) {
     // An idlehisto that shows the control file reads it still empty.
-    FixtureTree tree("memstorage/device");
     hostplatform::setProperty(kCollector, "true");
     tree.remove(kZram + "idlehisto");
     std::filesystem::create_symlink(tree.at(kControl), tree.at(kZram + "idlehisto"));
@@ -169,7 +161,6 @@ TEST_F(SystemMemoryStatsTest, ZramIdleMissingOrUnwritableControlFileStopsIt) {
     const Entry kRequest = verbose("zram0 histBucketSz 60 idleSecs 300");
     hostplatform::setProperty(kCollector, "true");
     for (const bool missing : {true, false}) {
-        FixtureTree tree("memstorage/device");
         tree.remove(kControl);
         // A directory in its place: stat succeeds, fopen "w" fails.
         if (!missing) std::filesystem::create_directory(tree.at(kControl));
@@ -195,8 +186,8 @@ TEST_F(SystemMemoryStatsTest, ZramIdleMissingReadFileLogsItsOwnLine) {
     };
     hostplatform::setProperty(kCollector, "true");
     for (const auto& [file, line] : cases) {
-        FixtureTree tree("memstorage/device");
-        tree.remove(kZram + file);
+        FixtureTree fresh("memstorage/device");
+        fresh.remove(kZram + file);
         logcapture::clear();
         const Vistrel::ZramIdleStats* z = stats.getZramIdleMemStats();
         EXPECT_EQ(logcapture::entries(),

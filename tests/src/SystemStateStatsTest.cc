@@ -80,21 +80,15 @@ struct SystemStateStatsBatchOfThree : testing::Test {
     FakeClock clock;
 };
 
-TEST_F(SystemStateStatsBatchOfThree, EveryThirdSampleCompletesABatch) {
+TEST_F(SystemStateStatsBatchOfThree, EveryThirdSampleCompletesABatchAndTheNextStartsANewOne) {
     clock.elapsed = 1999999;
     EXPECT_FALSE(stats.sample(clock));
     clock.elapsed = 5000000000;
     EXPECT_FALSE(stats.sample(clock));
-    const auto done = stats.sample(clock);
-    ASSERT_TRUE(done);
-    EXPECT_EQ(done->name, "SystemStateStats");
-    EXPECT_EQ(done->detail, "AggregatedDonStates");
+    EXPECT_EQ(testing_support::textOf(stats.sample(clock)), "SystemStateStats/AggregatedDonStates");
     EXPECT_EQ(stats.getEventStartTime(), 1) << "start of the batch, 1999999 ns truncated to ms";
     EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{0b101}));
-}
 
-TEST_F(SystemStateStatsBatchOfThree, NextSampleStartsANewBatch) {
-    for (int i = 0; i < 3; ++i) stats.sample(clock);
     clock.elapsed = 7000000000;
     EXPECT_FALSE(stats.sample(clock));  // the next batch starts and replaces the states
     EXPECT_EQ(stats.getEventStartTime(), 7000);
@@ -102,16 +96,6 @@ TEST_F(SystemStateStatsBatchOfThree, NextSampleStartsANewBatch) {
     EXPECT_FALSE(stats.sample(clock));
     EXPECT_TRUE(stats.sample(clock));
     EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{0b100}));
-}
-
-TEST(SystemStateStatsBatches, BatchOfOneNotifiesEverySample) {
-    SystemStateStats stats(1, 1, 1000);
-    stats.setPowerManager(std::make_unique<ScriptedPowerManager>(std::vector<bool>{1, 0}));
-    FakeClock clock;
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_TRUE(stats.sample(clock));
-        EXPECT_EQ(stats.getDonStates(), (std::vector<int64_t>{i % 2 == 0 ? 1 : 0}));
-    }
 }
 
 TEST(SystemStateStatsBatches, LargeBatchCounterWrapsLikeThe32BitFormula) {
@@ -172,7 +156,6 @@ TEST(SystemStateStatsPowerManager, AcquireInstallsADefaultThroughTheVirtualSlot)
     EXPECT_TRUE(stats.seen);
     EXPECT_EQ(destroyed, 1) << "the manager it replaces";
     EXPECT_TRUE(stats.sample(clock)) << "the default manager answers";
-    EXPECT_STREQ(stats.name(), "SystemStateStats");
 }
 
 }  // namespace

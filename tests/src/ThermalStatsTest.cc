@@ -17,6 +17,7 @@ namespace {
 using logcapture::error;
 using logcapture::info;
 using testing_support::FakeThermal;
+using testing_support::textOf;
 using Vistrel::ThermalStats;
 using Call = FakeThermal::Call;
 using Fault = FakeThermal::Fault;
@@ -31,10 +32,6 @@ const logcapture::Entry kTempsRefused =
         error("Temps were not successfully read from the thermal HAL");
 const logcapture::Entry kDevicesRefused =
         error("Cooling devices were not successfully read from the thermal HAL");
-
-std::string text(const std::optional<Vistrel::Notification>& n) {
-    return n ? n->name + " / " + n->detail : "none";
-}
 
 TEST(ThermalStatsWithoutHal, EveryCallReportsTheMissingServiceAndNothingIsRecorded) {
     ThermalStats stats;
@@ -63,12 +60,6 @@ struct ThermalStatsConnected : testing::Test {
     }
     void TearDown() override { hostplatform::clearServices(); }
 
-    void sampleWith(std::vector<float> values) {
-        for (float v : values) {
-            hal->temperatures = {FakeThermal::temperature("cpu", Type::CPU, v)};
-            stats.sampleHAL();
-        }
-    }
     Vistrel::SampledData cpu() { return stats.temperatureStats.at("cpu"); }
 
     android::sp<FakeThermal> hal = new FakeThermal;
@@ -157,7 +148,10 @@ TEST_F(ThermalStatsConnected, SnapshotWithoutAnObtainableSampleLeavesTheRecord) 
 }
 
 TEST_F(ThermalStatsConnected, RingsWrapAfterTwelveAndLateSensorsKeepTheirZeros) {
-    sampleWith({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
+    for (float v = 1; v <= 12; ++v) {
+        hal->temperatures = {FakeThermal::temperature("cpu", Type::CPU, v)};
+        stats.sampleHAL();
+    }
     EXPECT_EQ(std::make_pair(stats.sampleCount, stats.sampleIndex), std::make_pair(12, 0));
     ASSERT_TRUE(stats.snapshot(clock, false));
     EXPECT_EQ(cpu().current, 12) << "slot 11 when the next write goes to slot 0";
@@ -197,12 +191,12 @@ TEST_F(ThermalStatsConnected, HeartbeatEvery120SecondsFromTheSecondClockReading)
     clock.now = 119900000000;
     EXPECT_FALSE(stats.sample(clock));
     clock.now = 120 * kSecondNs;
-    EXPECT_EQ(text(stats.sample(clock)), "ThermalHeartbeat / 120 seconds");
+    EXPECT_EQ(textOf(stats.sample(clock)), "ThermalHeartbeat/120 seconds");
 
     testing_support::SteppingClock stepping;
     stepping.step = kSecondNs / 2;
     stepping.now = 245 * kSecondNs + kSecondNs * 9 / 10;  // 125.9 s after the last heartbeat
-    EXPECT_EQ(text(stats.sample(stepping)), "ThermalHeartbeat / 125 seconds");
+    EXPECT_EQ(textOf(stats.sample(stepping)), "ThermalHeartbeat/125 seconds");
     EXPECT_EQ(stats.lastHeartbeatNs, 246 * kSecondNs + kSecondNs * 4 / 10);
 
     clock.now = stats.lastHeartbeatNs + 120 * kSecondNs;  // due, but a forced snapshot takes it

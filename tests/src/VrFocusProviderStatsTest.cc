@@ -40,7 +40,11 @@ protected:
         deviceNs = phase * kPhaseNs;
         sim::sdk::settle();
     }
-    static void enable() { hostplatform::setProperty("enable_fg_apps_cpu_events", "true"); }
+    // Acquires `focus` with foreground applications enabled; its router pushes to `pushes`.
+    bool acquireEnabled() {
+        hostplatform::setProperty("enable_fg_apps_cpu_events", "true");
+        return focus.acquireResources(pushes.router(), clock);
+    }
     static void setHooks(bool sim::sdk::Hooks::*hook) {
         sim::sdk::Hooks hooks;
         if (hook != nullptr) hooks.*hook = true;
@@ -53,28 +57,26 @@ protected:
     std::atomic<int64_t> deviceNs{0};
     testing_support::FakeClock clock;
     Pushes pushes;
+    testing_support::SampleCounting<VrFocusProviderStats> focus;
 };
 
 TEST_F(VrFocusTest, PropertyUnsetOrFalseMeansNotEnabledAndNothingLoaded) {
     for (const char* value : {static_cast<const char*>(nullptr), "false"}) {
         if (value != nullptr) hostplatform::setProperty("enable_fg_apps_cpu_events", value);
-        VrFocusProviderStats focus;
-        EXPECT_TRUE(focus.acquireResources(pushes.router(), clock));
-        EXPECT_EQ(focus.foregroundApps, "NOT_ENABLED");
+        VrFocusProviderStats disabled;
+        EXPECT_TRUE(disabled.acquireResources(pushes.router(), clock));
+        EXPECT_EQ(disabled.foregroundApps, "NOT_ENABLED");
         clock.now = 77;
-        EXPECT_TRUE(focus.snapshot(clock, true));
-        EXPECT_EQ(focus.foregroundApps, "NOT_ENABLED");
-        EXPECT_EQ(focus.snapshotTimeNs, 0);
-        EXPECT_TRUE(focus.releaseResources());
-        EXPECT_FALSE(focus.sampleRate().has_value());
+        EXPECT_TRUE(disabled.snapshot(clock, true));
+        EXPECT_EQ(disabled.foregroundApps, "NOT_ENABLED");
+        EXPECT_EQ(disabled.snapshotTimeNs, 0);
+        EXPECT_TRUE(disabled.releaseResources());
     }
     EXPECT_TRUE(logcapture::entries().empty()) << "the SDK module is never loaded";
 }
 
 TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas) {
-    enable();
-    VrFocusProviderStats focus;
-    ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
+    ASSERT_TRUE(acquireEnabled());
     enterPhase(0);
     EXPECT_EQ(pushes.delivered().size(), 0u) << "an empty first report is not a change";
 
@@ -96,7 +98,6 @@ TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas)
     ASSERT_TRUE(focus.snapshot(clock, false));
     EXPECT_EQ(focus.foregroundApps, "");
 
-    const void* listenerToken = pushes.token.get();
     EXPECT_EQ(pushes.token.use_count(), 2) << "the listener holds a copy of the router";
     EXPECT_TRUE(focus.releaseResources());
     EXPECT_EQ(pushes.token.use_count(), 1) << "the listener is deleted after unregistering";
@@ -105,43 +106,25 @@ TEST_F(VrFocusTest, ChangedListsArePushedAndSnapshotsCopyThemWithTrailingCommas)
     EXPECT_EQ(seen.destroyCalls[0].version, 5);
     EXPECT_EQ(seen.registeredListeners, 0);
     EXPECT_EQ(seen.outstandingAllocations, 0) << "every array and string went back to the module";
-    EXPECT_NE(listenerToken, nullptr);
 }
 
-// Reports that repeat the list do not push; order matters. Drives a second listener directly,
-// reading the process-wide manager that acquireResources() created.
-TEST_F(VrFocusTest, OnlyAListThatDiffersInContentOrOrderIsPushed) {
-    enable();
-    VrFocusProviderStats focus;
-    ASSERT_TRUE(focus.acquireResources([](auto&&...) {}, clock));
+// A report that repeats the list does not push (a list in another order does: see above). Drives
+// a second listener directly, reading the process-wide manager that acquireResources() created.
+TEST_F(VrFocusTest, ARepeatedListIsNotPushedAgain) {
+    ASSERT_TRUE(acquireEnabled());
     Pushes direct;
     VrTopActivityListener listener(direct.router());
-    const auto report = [&](int phase) {
-        deviceNs = phase * kPhaseNs;
-        sim::sdk::settle();  // the manager's own view follows the script
-        listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
-    };
-    report(0);
-    EXPECT_EQ(direct.delivered().size(), 0u);
-    report(1);
-    report(1);
-    EXPECT_EQ(direct.delivered().size(), 1u) << "the same list in the same order again";
+    enterPhase(1);  // the manager's own view follows the script
+    listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
+    listener.onTopActivityChanged(Platkit::String("x/.Main"), {});
+    EXPECT_EQ(direct.delivered().size(), 1u);
     EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"a", "b"}));
-    report(2);
-    EXPECT_EQ(direct.delivered().size(), 2u);
-    EXPECT_EQ(listener.getForegroundApps(), (std::vector<std::string>{"b", "a"}));
-    report(3);
-    report(3);
-    EXPECT_EQ(direct.delivered().size(), 3u);
-    EXPECT_TRUE(listener.getForegroundApps().empty());
     EXPECT_TRUE(focus.releaseResources());
 }
 
 TEST_F(VrFocusTest, ForceSamplesThroughTheVirtualInterfaceAndAMissingManagerFailsTheSnapshot) {
-    enable();
     setHooks(&sim::sdk::Hooks::createReturnsNull);
-    testing_support::SampleCounting<VrFocusProviderStats> focus;
-    EXPECT_FALSE(focus.acquireResources(pushes.router(), clock));
+    EXPECT_FALSE(acquireEnabled());
     EXPECT_EQ(logged(ANDROID_LOG_ERROR, "Could not connect to VR Focus Manager"), 1u);
     focus.foregroundApps = "kept";
     EXPECT_FALSE(focus.snapshot(clock, true));
@@ -154,10 +137,8 @@ TEST_F(VrFocusTest, ForceSamplesThroughTheVirtualInterfaceAndAMissingManagerFail
 }
 
 TEST_F(VrFocusTest, ARefusedRegistrationKeepsTheManager) {
-    enable();
     setHooks(&sim::sdk::Hooks::refuseRegistration);
-    VrFocusProviderStats focus;
-    EXPECT_FALSE(focus.acquireResources(pushes.router(), clock));
+    EXPECT_FALSE(acquireEnabled());
     EXPECT_EQ(logged(ANDROID_LOG_ERROR, "Failed to register listener"), 1u);
     EXPECT_TRUE(focus.snapshot(clock, false)) << "the manager is kept";
     EXPECT_EQ(focus.foregroundApps, "");
@@ -171,9 +152,7 @@ TEST_F(VrFocusTest, ARefusedRegistrationKeepsTheManager) {
 // the release: such a late report reads the released manager without a lock, and finds none (run
 // under ThreadSanitizer, which sees any race between that read and the release).
 TEST_F(VrFocusTest, ARefusedUnregistrationReleasesTheManagerAndLeaksTheListener) {
-    enable();
-    VrFocusProviderStats focus;
-    ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
+    ASSERT_TRUE(acquireEnabled());
     enterPhase(1);
     ASSERT_EQ(pushes.delivered().size(), 1u);
     Pushes late;
@@ -198,9 +177,7 @@ TEST_F(VrFocusTest, ARefusedUnregistrationReleasesTheManagerAndLeaksTheListener)
 // The module's thread reports changes while the host thread snapshots (run under
 // ThreadSanitizer).
 TEST_F(VrFocusTest, ConcurrentReportsAndSnapshots) {
-    enable();
-    VrFocusProviderStats focus;
-    ASSERT_TRUE(focus.acquireResources(pushes.router(), clock));
+    ASSERT_TRUE(acquireEnabled());
     std::atomic<bool> snapshotting{false};
     std::atomic<bool> done{false};
     std::thread driver([&] {

@@ -1,7 +1,8 @@
 // A host clock for tests (three independent readings that tests set directly), a stepping
-// variant, and a provider wrapper that counts its samples.
+// variant, a provider wrapper that counts its samples, and the text of a notification.
 #pragma once
 
+#include <string>
 #include <utility>
 
 #include "Provider.h"
@@ -38,5 +39,10 @@ struct SampleCounting : P {
     }
     int samples = 0;
 };
+
+// "name/detail" of a notification, "" for none.
+inline std::string textOf(const std::optional<Vistrel::Notification>& n) {
+    return n ? n->name + "/" + n->detail : "";
+}
 
 }  // namespace testing_support

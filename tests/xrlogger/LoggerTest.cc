@@ -7,28 +7,21 @@
 
 namespace {
 
-struct Mapping {
-    int32_t severity;
-    int priority;
-};
-
-class LoggerPriority : public ::testing::TestWithParam<Mapping> {};
-
-TEST_P(LoggerPriority, MapsSeverityToAndroidPriority) {
-    logcapture::clear();
-    xrlogger::Log(static_cast<xrlogger::LoggingSeverity>(GetParam().severity), "Vistrel", "message");
-    ASSERT_EQ(logcapture::entries().size(), 1u);
-    EXPECT_EQ(logcapture::entries()[0].priority, GetParam().priority);
-}
-
 // Debug (3) is never produced; anything outside 0..4 (compared unsigned) is UNKNOWN (0).
-INSTANTIATE_TEST_SUITE_P(
-        AllSeverities, LoggerPriority,
-        ::testing::Values(Mapping{0, ANDROID_LOG_VERBOSE}, Mapping{1, ANDROID_LOG_INFO},
-                          Mapping{2, ANDROID_LOG_WARN}, Mapping{3, ANDROID_LOG_ERROR},
-                          Mapping{4, ANDROID_LOG_FATAL}, Mapping{5, ANDROID_LOG_UNKNOWN},
-                          Mapping{100, ANDROID_LOG_UNKNOWN}, Mapping{-1, ANDROID_LOG_UNKNOWN},
-                          Mapping{INT32_MIN, ANDROID_LOG_UNKNOWN}));
+TEST(Logger, MapsSeverityToAndroidPriority) {
+    const std::pair<int32_t, int> mappings[] = {
+            {0, ANDROID_LOG_VERBOSE},        {1, ANDROID_LOG_INFO},
+            {2, ANDROID_LOG_WARN},           {3, ANDROID_LOG_ERROR},
+            {4, ANDROID_LOG_FATAL},          {5, ANDROID_LOG_UNKNOWN},
+            {100, ANDROID_LOG_UNKNOWN},      {-1, ANDROID_LOG_UNKNOWN},
+            {INT32_MIN, ANDROID_LOG_UNKNOWN}};
+    for (const auto& [severity, priority] : mappings) {
+        logcapture::clear();
+        xrlogger::Log(static_cast<xrlogger::LoggingSeverity>(severity), "Vistrel", "message");
+        ASSERT_EQ(logcapture::entries().size(), 1u) << severity;
+        EXPECT_EQ(logcapture::entries()[0].priority, priority) << severity;
+    }
+}
 
 TEST(Logger, PassesTheTextThrough) {
     logcapture::clear();
