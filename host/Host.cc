@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "ProviderCall.h"
+#include "TextValues.h"
 
 namespace host {
 namespace {
@@ -57,7 +58,10 @@ Host::Host(HostClock& clock, Output& output, sim::Headset& headset,
       longestPeriodNs_(snapshotEveryNs),
       summary_(namesOf(providers_)),
       snapshotAtNs_(providers_.size(), kNever),
-      samplesSinceRecord_(providers_.size(), 0) {
+      samplesSinceRecord_(providers_.size(), 0),
+      acquired_(providers_.size(), false),
+      sampled_(providers_.size(), false),
+      recorded_(providers_.size(), false) {
     output_.setProviderNames(namesOf(providers_));
     for (size_t i = 0; i < providers_.size(); ++i)
         locks_.push_back(std::make_unique<ProviderLock>());
@@ -86,6 +90,7 @@ void Host::acquireAll() {
             enqueuePush(i, pushed, detail, force);
         };
         const bool ok = p.acquireResources(router, clock_);
+        acquired_[i] = ok;
         json fields = {{"ok", ok}, {"periodMs", nullptr}};
         if (period) {
             fields["periodMs"] = period->count();
@@ -133,6 +138,7 @@ void Host::sampleOne(size_t index, int64_t atNs) {
         notification = hosted.provider->sample(clock_);
     }
     summary_.countSample(index);
+    sampled_[index] = true;
     ++samplesSinceRecord_[index];
     if (hosted.reading) {
         std::optional<json> read;
@@ -184,6 +190,7 @@ void Host::snapshotOne(size_t index, bool force) {
     snapshotAtNs_[index] = stepNs_;
     if (!refreshed) return;
     samplesSinceRecord_[index] = 0;
+    recorded_[index] = true;
     const std::string name = hosted.provider->name();
     output_.write(name, "record", record, name);
 }
@@ -201,21 +208,40 @@ json Host::readRecord(size_t index, ProviderLock& lock) {
 
 void Host::snapshotPeriodic() {
     for (size_t i = 0; i < providers_.size(); ++i) {
-        if (!providers_[i].snapshotAfter && !snapshotThisStep(i)) snapshotOne(i, false);
+        const HostedProvider& hosted = providers_[i];
+        if (hosted.snapshotAfter || snapshotThisStep(i)) continue;
+        if (hosted.readsInSample && !sampled_[i]) continue;  // nothing to publish yet
+        snapshotOne(i, false);
     }
 }
 
 void Host::snapshotAtEnd() {
     for (size_t i = 0; i < providers_.size(); ++i) {
+        const HostedProvider& hosted = providers_[i];
         if (snapshotThisStep(i)) continue;
-        if (providers_[i].snapshotAfter) {
+        if (hosted.snapshotAfter) {
             // Its record covers the intervals between the readings since its last record.
             if (samplesSinceRecord_[i] >= 2) snapshotOne(i, false);
             continue;
         }
-        // One that has been neither sampled nor snapshotted takes a reading first.
-        snapshotOne(i, samplesSinceRecord_[i] == 0 && snapshotAtNs_[i] == kNever);
+        // One without a record yet takes a reading first, unless a reading out of its period
+        // would end its batch of states early.
+        snapshotOne(i, !recorded_[i] && hosted.firstRecord.afterNs == 0);
     }
+}
+
+std::string Host::whyNoRecord(size_t index, int64_t startNs, int64_t runNs) const {
+    if (!acquired_[index]) return "its acquire failed";
+    const HostedProvider::FirstRecord& first = providers_[index].firstRecord;
+    if (runNs < first.afterNs) {
+        const int64_t atNs = startNs > std::numeric_limits<int64_t>::max() - first.afterNs
+                                     ? std::numeric_limits<int64_t>::max()
+                                     : startNs + first.afterNs;
+        return first.waitsFor + " at " + formatDeviceTime(atNs) + " of device time";
+    }
+    const int64_t failed = summary_.rows()[index].snapshotsFailed;
+    if (failed == 0) return "it was not snapshotted";
+    return "none of its " + std::to_string(failed) + " snapshots refreshed it";
 }
 
 void Host::enqueuePush(size_t provider, const std::string& name, const std::string& detail,
@@ -360,6 +386,10 @@ int Host::run(int64_t durationNs) {
     headset_.settle();
     drainPushes();
     snapshotAtEnd();
+    for (size_t i = 0; i < providers_.size(); ++i) {
+        if (!recorded_[i])
+            summary_.setNoRecord(i, whyNoRecord(i, startNs, clock_.deviceNs() - startNs));
+    }
     releaseAll();
     output_.endTimeline();
     summary_.print(output_, clock_.deviceNs() - startNs, longestPeriodNs_);

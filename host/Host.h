@@ -13,9 +13,13 @@
 // its own notification, or periodically when the run ends then). A provider the host snapshots
 // after its own notification (HostedProvider::snapshotAfter: its record covers the readings of
 // the period that notification ends) is left out of the periodic snapshots, and of the final one
-// unless it has been sampled twice since its last record. Snapshots are unforced, but for those
-// that answer a forced push and the final snapshot of a provider that has been neither sampled
-// nor snapshotted (so that its record holds a reading). The simulated headset's threads (the HALs'
+// unless it has been sampled twice since its last record; one whose snapshot publishes what its
+// samples read (HostedProvider::readsInSample) is left out of the periodic snapshots until its
+// first sample. Snapshots are unforced, but for those that answer a forced push and the final
+// snapshot of a provider that has given no record yet (so that its record holds a reading),
+// unless its records wait for a batch of its own samples (HostedProvider::firstRecord). A provider
+// that gives no record in the whole run gets the reason in its summary row (RunSummary::Counts::
+// noRecord). The simulated headset's threads (the HALs'
 // callback thread, the SDK modules' threads) are let catch up whenever device time reaches the next
 // instant and before pushes are handled, so a push shows at the device time it was made and
 // simulated runs are deterministic.
@@ -113,6 +117,8 @@ private:
     void snapshotPeriodic();
     void snapshotAtEnd();
     void snapshotOne(size_t index, bool force);
+    // Why the run, `runNs` of device time from `startNs`, gave no record of the provider.
+    std::string whyNoRecord(size_t index, int64_t startNs, int64_t runNs) const;
     bool snapshotThisStep(size_t index) const { return snapshotAtNs_[index] == stepNs_; }
     // The record the host prints after a successful snapshot; with export on, also renders and
     // keeps the provider's families and passes them on (exportRecords). Holding its lock.
@@ -143,6 +149,9 @@ private:
     int64_t stepNs_ = 0;                 // the device time of the step being run
     std::vector<int64_t> snapshotAtNs_;  // the step of each provider's last snapshot
     std::vector<int64_t> samplesSinceRecord_;
+    std::vector<bool> acquired_;  // whether acquireResources succeeded
+    std::vector<bool> sampled_;   // at least once
+    std::vector<bool> recorded_;  // a snapshot refreshed its record at least once
     std::vector<std::unique_ptr<ProviderLock>> locks_;  // by provider index
     bool exportRecords_ = false;
     RenderedRecord rendered_;

@@ -86,7 +86,9 @@ std::string helpFooter() {
            "       a command-line error: nothing ran\n"
            "  " +
            std::to_string(kWriteErrorStatus) +
-           "      the timeline or the trace could not be written (a full disk, a closed pipe)\n"
+           "      a write error on stdout, the JSON lines, the trace, the summary or the "
+           "OpenMetrics file\n"
+           "          (a full disk, a closed pipe, a file-size limit)\n"
            "  128+N   stopped by signal N: SIGINT, SIGTERM or SIGHUP end the run in order, a "
            "second one at once\n";
 }
@@ -534,9 +536,12 @@ Problem checkExport(const Arguments& a, RunConfig& c) {
     return std::nullopt;
 }
 
-// Options that only say where output goes, left out of the run's description.
+// Options that only say where output goes (files, the metrics endpoint's address and its
+// credentials), left out of the run's description.
 bool isOutputPath(const std::string& option) {
-    return option == "--summary" || option == "--trace";
+    static const char* const kOutputs[] = {"--summary", "--trace", "--openmetrics",
+                                           "--metrics-listen", "--metrics-auth"};
+    return std::find(std::begin(kOutputs), std::end(kOutputs), option) != std::end(kOutputs);
 }
 
 nlohmann::ordered_json describeRun(const CLI::App& app, const RunConfig& c) {
@@ -564,6 +569,19 @@ ParseExit usageExit(const std::string& message) {
             "vistrel-host: " + message + "\nRun with --help for more information.\n"};
 }
 
+// An option given as "--name=" with nothing after '=' (which the parser would take as "--name"
+// followed by the next argument as its value).
+Problem emptyInlineValue(int argc, const char* const* argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (argument == "--") break;
+        if (argument.rfind("--", 0) == 0 && argument.find('=') == argument.size() - 1) {
+            return argument.substr(0, argument.size() - 1) + ": the value is empty";
+        }
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* argv,
@@ -573,6 +591,7 @@ std::variant<RunConfig, ParseExit> parseOptions(int argc, const char* const* arg
             "Reference host for libvistrelprovider: drives every provider against a "
             "simulated headset and prints a timeline."};
     declareOptions(app, a);
+    if (const Problem empty = emptyInlineValue(argc, argv)) return usageExit(*empty);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -23,7 +23,8 @@ namespace host {
 
 // Exit statuses of vistrel-host, besides 0 and 128 + the signal that stopped a run.
 inline constexpr int kUsageErrorStatus = 2;
-inline constexpr int kWriteErrorStatus = 74;  // EX_IOERR: the timeline or the trace failed
+// EX_IOERR: a write error on stdout, the JSON lines, the trace, the summary or the OpenMetrics file.
+inline constexpr int kWriteErrorStatus = 74;
 
 struct RunConfig {
     enum class Timing { Simulated, Real };
@@ -38,7 +39,8 @@ struct RunConfig {
     bool printSamples = false;  // a "sample" line with what each sample read (HostedProvider)
     // The run as given, for the summary file and the first JSON line: "mode", "durationNs",
     // "snapshotEveryNs", "sampler", "properties" (every property set) and "options" (each option
-    // on the command line with its values, output paths left out).
+    // on the command line with its values, left out those that only say where output goes:
+    // --trace, --summary, --openmetrics, --metrics-listen, --metrics-auth).
     nlohmann::ordered_json description;
 
     // Provider class names to run, in the host's order; empty runs every provider.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <map>
 #include <memory>
 #include <type_traits>
@@ -22,6 +23,9 @@ namespace host {
 namespace {
 
 using json = nlohmann::ordered_json;
+
+constexpr int64_t kNsPerMs = 1000000;
+constexpr int64_t kNsPerSecond = 1000 * kNsPerMs;
 
 // Owns a provider and renders its record fields as the host reads them after a snapshot: as
 // JSON, and as metric families by the provider's table in export/ProviderMetrics.cc.
@@ -71,6 +75,11 @@ HostedProvider systemState(const ProviderOptions& o) {
         return metrics::render(*batch, options);
     };
     hosted.tracks = {};  // packed bit words: the fetch lines show them
+    int64_t batchNs;
+    if (__builtin_mul_overflow(o.donSamplePeriodMs * kNsPerMs, o.donStatesPerAggregate, &batchNs)) {
+        batchNs = std::numeric_limits<int64_t>::max();
+    }
+    hosted.firstRecord = {batchNs, "its first batch of don states ends"};
     return hosted;
 }
 
@@ -139,6 +148,7 @@ HostedProvider battery(const ProviderOptions& o) {
             },
             o.metrics);
     hosted.tracks = {"level", "isCharging", "currentMa/last", "voltageMv/last", "chargeCounterMah"};
+    hosted.readsInSample = true;  // its current and voltage rings
     auto* p = static_cast<Vistrel::BatteryStats*>(hosted.provider.get());
     hosted.reading = [p, isNew = NewSlot()]() mutable -> std::optional<json> {
         if (!isNew(p->ringCount, p->ringIndex)) return std::nullopt;
@@ -222,6 +232,7 @@ HostedProvider processMemory(const ProviderOptions& o) {
             },
             o.metrics);
     hosted.tracks = {"processNames", "topByRss/*/vmRssKb"};
+    hosted.readsInSample = true;  // its scan of the processes
     return hosted;
 }
 
@@ -299,6 +310,7 @@ HostedProvider systemMemory(const ProviderOptions& o) {
     hosted.tracks = {"memAvailableKb", "memUsedKb",    "psiSomeAvg10", "psiSomeAvg60",
                      "psiSomeAvg300",  "psiFullAvg10", "psiFullAvg60", "psiFullAvg300"};
     // sample() itself reads meminfo and PSI into these fields; a snapshot only publishes them.
+    hosted.readsInSample = true;
     auto* p = static_cast<Vistrel::SystemMemoryStats*>(hosted.provider.get());
     hosted.reading = [p]() -> std::optional<json> {
         if (!p->sampleValid) return std::nullopt;
@@ -423,6 +435,9 @@ HostedProvider cpu(const ProviderOptions& o) {
         return n.name == "ProcessCpuHeartbeat";
     };
     hosted.tracks = {"names", "topByMeanRate/*/meanRate", "features/*/meanRate"};
+    // Its first sample comes 240 s after acquiring, the next ones every 10 s: the host asks for a
+    // record covering two readings.
+    hosted.firstRecord = {250 * kNsPerSecond, "a record needs two readings; its second comes"};
     return hosted;
 }
 

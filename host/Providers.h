@@ -50,6 +50,18 @@ struct HostedProvider {
     // Whether the host snapshots the provider (and prints its record) right after routing one of
     // its own notifications, e.g. CpuStats' "ProcessCpuHeartbeat"; empty: never.
     std::function<bool(const Vistrel::Notification&)> snapshotAfter;
+    // Whether its snapshot only publishes what its samples read, so that one before its first
+    // sample fails (ProcessMemoryStats logs an error then): the host's periodic snapshots wait
+    // for that sample.
+    bool readsInSample = false;
+    // When its own rules first let it give a record (a complete batch of states, two readings of
+    // a heartbeat's last minute): `afterNs` of device time after it was acquired, and what it
+    // waits for, completed with " at <device time>" ("its first batch of don states ends");
+    // afterNs 0: at once. A record waiting for a batch is never forced.
+    struct FirstRecord {
+        int64_t afterNs = 0;
+        std::string waitsFor;
+    } firstRecord;
 };
 
 // Every provider the host knows, by class name, in the order the host drives them.

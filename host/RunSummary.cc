@@ -37,7 +37,7 @@ json perHour(int64_t cpuNs, int64_t deviceNs, bool shortRun) {
 json rowJson(const RunSummary::Counts& c, int64_t deviceNs, bool shortRun) {
     json logs = json::object();
     for (const auto& [priority, count] : c.logs) logs[std::string(1, priority)] = count;
-    return json{{"samples", c.samples},
+    json row = {{"samples", c.samples},
                 {"notifications", c.notifications},
                 {"pushes", c.pushes},
                 {"snapshotsOk", c.snapshotsOk},
@@ -48,6 +48,8 @@ json rowJson(const RunSummary::Counts& c, int64_t deviceNs, bool shortRun) {
                 {"oneOffCpuMs", c.oneOffCpuNs / kNsPerMs},
                 {"steadyCpuMs", (c.cpuNs - c.oneOffCpuNs) / kNsPerMs},
                 {"cpuMsPerDeviceHour", perHour(c.cpuNs - c.oneOffCpuNs, deviceNs, shortRun)}};
+    if (!c.noRecord.empty()) row["noRecord"] = c.noRecord;
+    return row;
 }
 
 // The CPU of all providers together: total, one-off, steady, steady per device hour and its share
@@ -131,6 +133,11 @@ void RunSummary::addCall(size_t provider, int64_t cpuNs, bool oneOff) {
     ++counts_[provider].calls;
     counts_[provider].cpuNs += cpuNs;
     if (oneOff) counts_[provider].oneOffCpuNs += cpuNs;
+}
+
+void RunSummary::setNoRecord(size_t provider, const std::string& reason) {
+    threadsafety::MutexLock lock(mutex_);
+    counts_[provider].noRecord = reason;
 }
 
 std::vector<RunSummary::Counts> RunSummary::rows() const {

@@ -40,6 +40,9 @@ public:
         int64_t calls = 0;
         int64_t cpuNs = 0;        // every call
         int64_t oneOffCpuNs = 0;  // acquire, release and destruction
+        // Why the run gave no record of the provider ("its first batch of don states ends at
+        // 1:00:00.000 of device time"); empty when it gave one.
+        std::string noRecord;
     };
 
     explicit RunSummary(const std::vector<std::string>& providers);
@@ -52,6 +55,7 @@ public:
     void countLog(size_t provider, char priority) EXCLUDES(mutex_);
     // `oneOff`: an acquire, release or destruction call.
     void addCall(size_t provider, int64_t cpuNs, bool oneOff) EXCLUDES(mutex_);
+    void setNoRecord(size_t provider, const std::string& reason) EXCLUDES(mutex_);
 
     // Every provider's counts, in the host's order, then the row of log lines made outside
     // provider calls when there were any.

@@ -13,7 +13,7 @@ std::unique_ptr<SummaryFile> SummaryFile::open(const std::string& path, std::str
         *error = "cannot write summary file '" + path + "': " + strerror(errno);
         return nullptr;
     }
-    return std::unique_ptr<SummaryFile>(new SummaryFile(out));
+    return std::unique_ptr<SummaryFile>(new SummaryFile(out, path));
 }
 
 SummaryFile::~SummaryFile() {
@@ -31,7 +31,7 @@ void SummaryFile::keep(const Line& line) {
 }
 
 bool SummaryFile::write(const json& run, const RunSummary& summary, int64_t deviceNs,
-                        int64_t longestPeriodNs) {
+                        int64_t longestPeriodNs, std::string* error) {
     json document = {{"run", run}};
     document.update(summary.toJson(deviceNs, longestPeriodNs));
     {
@@ -42,10 +42,13 @@ bool SummaryFile::write(const json& run, const RunSummary& summary, int64_t devi
         }
     }
     const std::string text = document.dump(2) + "\n";
-    const bool written = fputs(text.c_str(), out_) >= 0;
-    const bool closed = fclose(out_) == 0;
+    const bool written = fputs(text.c_str(), out_) >= 0 && fflush(out_) == 0;
+    int failure = written ? 0 : errno;
+    if (fclose(out_) != 0 && failure == 0) failure = errno;
     out_ = nullptr;
-    return written && closed;
+    if (failure == 0) return true;
+    *error = "cannot write summary file '" + path_ + "': " + strerror(failure);
+    return false;
 }
 
 }  // namespace host

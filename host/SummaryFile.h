@@ -35,15 +35,17 @@ public:
 
     // Keeps each provider's latest record from the lines `output` writes from now on.
     void follow(Output& output);
-    // Writes the document for a run of `deviceNs` and closes the file; false when writing failed.
+    // Writes the document for a run of `deviceNs` and closes the file; false with the reason in
+    // `*error` when writing failed.
     bool write(const nlohmann::ordered_json& run, const RunSummary& summary, int64_t deviceNs,
-               int64_t longestPeriodNs);
+               int64_t longestPeriodNs, std::string* error);
 
 private:
-    explicit SummaryFile(FILE* out) : out_(out) {}
+    SummaryFile(FILE* out, std::string path) : out_(out), path_(std::move(path)) {}
     void keep(const Line& line) EXCLUDES(mutex_);
 
     FILE* out_;  // null once written
+    const std::string path_;
     threadsafety::Mutex mutex_;
     std::map<std::string, nlohmann::ordered_json> lastRecords_ GUARDED_BY(mutex_);
 };

@@ -1,5 +1,8 @@
 #include "Trace.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -9,6 +12,20 @@ namespace {
 using json = nlohmann::ordered_json;
 
 constexpr int kHostPid = 1;
+constexpr char kHeader[] = "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n";
+constexpr char kEnd[] = "\n]}\n";
+
+// Writes all of `text`; false with errno set when a write fails.
+bool writeAll(int fd, const std::string& text) {
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n == 0) errno = EIO;
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
 
 std::vector<std::string> splitPath(const std::string& pattern) {
     std::vector<std::string> parts;
@@ -89,14 +106,14 @@ Counters recordCounters(const json& record, const std::vector<std::string>& patt
 }
 
 TraceWriter::TraceWriter(
-        FILE* out, std::string path,
+        int fd, std::string path,
         const std::vector<std::pair<std::string, std::vector<std::string>>>& providers,
         ErrorListener onWriteError)
-    : out_(out), path_(std::move(path)), onWriteError_(std::move(onWriteError)) {
+    : fd_(fd), path_(std::move(path)), onWriteError_(std::move(onWriteError)) {
     int pid = kHostPid;
     for (const auto& [name, patterns] : providers) providers_[name] = {++pid, patterns};
     threadsafety::MutexLock lock(mutex_);
-    fputs("{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n", out_);
+    pending_ = kHeader;
     emitLocked(json{
             {"ph", "M"}, {"name", "process_name"}, {"pid", kHostPid}, {"args", {{"name", "host"}}}});
     for (const auto& entry : providers) {
@@ -105,7 +122,7 @@ TraceWriter::TraceWriter(
                         {"pid", pidOf(entry.first)},
                         {"args", {{"name", entry.first}}}});
     }
-    flushLocked();
+    writePendingLocked();
 }
 
 TraceWriter::~TraceWriter() {
@@ -116,12 +133,12 @@ std::unique_ptr<TraceWriter> TraceWriter::open(
         const std::string& path,
         const std::vector<std::pair<std::string, std::vector<std::string>>>& providers,
         ErrorListener onWriteError, std::string* error) {
-    FILE* out = fopen(path.c_str(), "we");
-    if (out == nullptr) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) {
         *error = "cannot write trace file '" + path + "': " + strerror(errno);
         return nullptr;
     }
-    return std::make_unique<TraceWriter>(out, path, providers, std::move(onWriteError));
+    return std::make_unique<TraceWriter>(fd, path, providers, std::move(onWriteError));
 }
 
 void TraceWriter::close() {
@@ -136,15 +153,33 @@ void TraceWriter::closeIfIdle() {
 }
 
 void TraceWriter::closeLocked() {
-    if (out_ == nullptr) return;
-    if (!failed_) fputs("\n]}\n", out_);
-    const bool closed = fclose(out_) == 0;
-    out_ = nullptr;
+    if (fd_ < 0) return;
+    if (!failed_ && !writeAll(fd_, kEnd)) failLocked();
+    if (failed_) endAtWholeEventLocked();
+    const bool closed = ::close(fd_) == 0;
+    fd_ = -1;
     if (!closed) failLocked();
 }
 
-void TraceWriter::flushLocked() {
-    if (!failed_ && fflush(out_) != 0) failLocked();
+void TraceWriter::endAtWholeEventLocked() {
+    for (const off_t at : {whole_, wholeBefore_}) {
+        // Cutting the file back frees the space the failed write took (a pipe cannot be cut).
+        const std::string end = at == 0 ? std::string(kHeader) + kEnd : kEnd;
+        if (ftruncate(fd_, at) == 0 && lseek(fd_, at, SEEK_SET) == at && writeAll(fd_, end)) {
+            return;
+        }
+    }
+}
+
+void TraceWriter::writePendingLocked() {
+    if (failed_) return;
+    if (!writeAll(fd_, pending_)) {
+        failLocked();
+        return;
+    }
+    wholeBefore_ = whole_;
+    whole_ += static_cast<off_t>(pending_.size());
+    pending_.clear();
 }
 
 void TraceWriter::failLocked() {
@@ -159,16 +194,16 @@ int TraceWriter::pidOf(const std::string& owner) const {
 }
 
 void TraceWriter::emitLocked(const json& event) {
-    fputs(first_ ? "" : ",\n", out_);
+    if (!first_) pending_ += ",\n";
     first_ = false;
-    fputs(event.dump().c_str(), out_);
+    pending_ += event.dump();
 }
 
 void TraceWriter::add(const Line& line) {
     threadsafety::MutexLock lock(mutex_);
-    if (out_ == nullptr || failed_) return;
+    if (fd_ < 0 || failed_) return;
     addLocked(line);
-    flushLocked();
+    writePendingLocked();
 }
 
 void TraceWriter::addLocked(const Line& line) {

@@ -13,8 +13,9 @@
 // (HostedProvider::tracks); notifications, pushes and host events are instant events.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <map>
 #include <memory>
@@ -39,15 +40,18 @@ namespace host {
 std::vector<std::pair<std::string, double>> recordCounters(const nlohmann::ordered_json& record,
                                                            const std::vector<std::string>& patterns);
 
-// Writes a trace file line by line, flushed after each, so that a failing write (a full disk) is
-// told at once and a process that ends abruptly can still close the file. Thread-safe.
+// Writes a trace file line by line, each straight to the file, so that a failing write (a full
+// disk, a file-size limit) is told at once and a process that ends abruptly can still close the
+// file. After a failed write the file is cut back to its last whole event (which frees what the
+// failed write took) and closed there, so it stays one JSON document. Thread-safe.
 class TraceWriter {
 public:
     using ErrorListener = std::function<void(const std::string&)>;
 
-    // `providers` in the host's order, each with its track patterns. `onWriteError` is told
-    // once, with what failed, when a write to the file fails; nothing more is written then.
-    TraceWriter(FILE* out, std::string path,
+    // Writes to `fd`, which it owns, named `path` in messages. `providers` in the host's order,
+    // each with its track patterns. `onWriteError` is told once, with what failed, when a write
+    // to the file fails; no more events are written then.
+    TraceWriter(int fd, std::string path,
                 const std::vector<std::pair<std::string, std::vector<std::string>>>& providers,
                 ErrorListener onWriteError);
     // close()
@@ -71,14 +75,24 @@ public:
 
 private:
     void addLocked(const Line& line) REQUIRES(mutex_);
+    // Appends the event to the text not written yet.
     void emitLocked(const nlohmann::ordered_json& event) REQUIRES(mutex_);
-    void flushLocked() REQUIRES(mutex_);
+    // Writes the text not written yet: whole events only.
+    void writePendingLocked() REQUIRES(mutex_);
     void closeLocked() REQUIRES(mutex_);
+    // After a failed write: ends the document after the last whole event written, or, when that
+    // cannot be written either, after the one before.
+    void endAtWholeEventLocked() REQUIRES(mutex_);
     void failLocked() REQUIRES(mutex_);
     int pidOf(const std::string& owner) const;
 
     threadsafety::Mutex mutex_;
-    FILE* out_ GUARDED_BY(mutex_);  // null once closed
+    int fd_ GUARDED_BY(mutex_);  // -1 once closed
+    std::string pending_ GUARDED_BY(mutex_);
+    // Bytes of the file that hold whole events (the header included), after the last write and
+    // after the one before.
+    off_t whole_ GUARDED_BY(mutex_) = 0;
+    off_t wholeBefore_ GUARDED_BY(mutex_) = 0;
     bool first_ GUARDED_BY(mutex_) = true;
     bool failed_ GUARDED_BY(mutex_) = false;
     const std::string path_;

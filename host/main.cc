@@ -7,14 +7,15 @@
 //
 // Every run ends with a summary table per provider. Exit status (Options.h lists them for
 // --help): 0; 2 for command-line errors (including values the providers do not accept); 128 + the
-// signal after SIGINT, SIGTERM or SIGHUP; kWriteErrorStatus when the timeline or the trace
-// cannot be written.
+// signal after SIGINT, SIGTERM or SIGHUP; kWriteErrorStatus after a write error on stdout, the
+// JSON lines, the trace, the summary or the OpenMetrics file.
 #include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 
 #include "Headset.h"
@@ -55,8 +56,8 @@ void searchSdkModulesIn(const std::string& dir, char** argv) {
               << strerror(errno) << "\n";
 }
 
-// The first write error of a run (the timeline on stdout, the trace file): one line on stderr,
-// and the run ends with the status kWriteErrorStatus. Thread-safe.
+// The first write error of a run (the timeline on stdout, the trace, summary or OpenMetrics
+// file): one line on stderr, and the run ends with the status kWriteErrorStatus. Thread-safe.
 class WriteErrors {
 public:
     void report(const std::string& what) EXCLUDES(mutex_) {
@@ -83,13 +84,19 @@ private:
     host::Host* host_ GUARDED_BY(mutex_) = nullptr;
 };
 
-// Opens the trace file and makes it observe every timeline line; null after a usage error.
-std::unique_ptr<host::TraceWriter> openTrace(const std::string& path,
-                                             const std::vector<host::HostedProvider>& providers,
-                                             host::Output& output, WriteErrors& errors) {
-    std::vector<std::pair<std::string, std::vector<std::string>>> tracks;
+using TraceTracks = std::vector<std::pair<std::string, std::vector<std::string>>>;
+
+// Each provider's name with the track patterns of its records.
+TraceTracks traceTracks(const std::vector<host::HostedProvider>& providers) {
+    TraceTracks tracks;
     for (const auto& hosted : providers)
         tracks.emplace_back(hosted.provider->name(), hosted.tracks);
+    return tracks;
+}
+
+// Opens the trace file and makes it observe every timeline line; null after a usage error.
+std::unique_ptr<host::TraceWriter> openTrace(const std::string& path, const TraceTracks& tracks,
+                                             host::Output& output, WriteErrors& errors) {
     std::string error;
     auto trace = host::TraceWriter::open(
             path, tracks, [&errors](const std::string& what) { errors.report(what); }, &error);
@@ -99,6 +106,17 @@ std::unique_ptr<host::TraceWriter> openTrace(const std::string& path,
     }
     output.observe([writer = trace.get()](const host::Line& line) { writer->add(line); });
     return trace;
+}
+
+// Removes the simulated kernel files of a process about to end at once, whose headset cannot
+// remove them; tried again while the driving thread may still be adding a file to the tree.
+void removeTree(const std::string& directory) {
+    if (directory.empty()) return;
+    std::error_code error;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        std::filesystem::remove_all(directory, error);
+        if (!error) return;
+    }
 }
 
 // Builds the run the configuration describes, runs it and returns the exit status.
@@ -120,26 +138,14 @@ int run(const host::RunConfig& config) {
     if (!config.printSamples) {
         for (auto& hosted : providers) hosted.reading = nullptr;
     }
+    const TraceTracks tracks = traceTracks(providers);
+    // They observe the output: declared before the host, they outlive every line it writes.
     std::unique_ptr<host::TraceWriter> trace;
-    if (!config.tracePath.empty() &&
-        !(trace = openTrace(config.tracePath, providers, output, writeErrors))) {
-        return host::kUsageErrorStatus;
-    }
     std::unique_ptr<host::SummaryFile> summaryFile;
-    if (!config.summaryPath.empty()) {
-        std::string error;
-        if (!(summaryFile = host::SummaryFile::open(config.summaryPath, &error))) {
-            return usageError(error);
-        }
-        summaryFile->follow(output);
-    }
-    if (config.json) output.writeUnfiltered("host", "run", config.description);
     host::Host host(clock, output, headset, std::move(providers), config.snapshotEveryNs);
-    host::TimelineLog log(output, host.summary(), config.logPriority);
-    for (const int64_t at : config.fireThrottlingAtNs) {
-        host.callHookAt(at, "ThermalStats", "fireThrottlingNotification");
-    }
 #if VISTREL_WITH_EXPORT
+    // The endpoint's address and the OpenMetrics file first: when one is refused, nothing else
+    // has been made or printed.
     std::string error;
     const auto exporting =
             metrics::HostExport::start(config.exporting, host, config.durationNs, real, &error);
@@ -148,24 +154,48 @@ int run(const host::RunConfig& config) {
         return host::kUsageErrorStatus;
     }
 #endif
+    if (!config.tracePath.empty() &&
+        !(trace = openTrace(config.tracePath, tracks, output, writeErrors))) {
+        return host::kUsageErrorStatus;
+    }
+    if (!config.summaryPath.empty()) {
+        std::string summaryError;
+        if (!(summaryFile = host::SummaryFile::open(config.summaryPath, &summaryError))) {
+            return usageError(summaryError);
+        }
+        summaryFile->follow(output);
+    }
+    if (config.json) output.writeUnfiltered("host", "run", config.description);
+    host::TimelineLog log(output, host.summary(), config.logPriority);
+    for (const int64_t at : config.fireThrottlingAtNs) {
+        host.callHookAt(at, "ThermalStats", "fireThrottlingNotification");
+    }
     writeErrors.stop(host);
     stopSignals.deliverTo([&host](int signal) { host.requestStop(128 + signal); },
-                          [&trace](int signal) {
+                          [&trace, tree = headset.kernelTreeDirectory()](int signal) {
                               // Every timeline line is flushed as it is written: what is left
                               // is the end of the trace, unless a write to it is under way.
                               if (trace) trace->closeIfIdle();
+                              removeTree(tree);
                               _exit(128 + signal);
                           });
     const int64_t startNs = clock.deviceNs();
     int status = host.run(config.durationNs);
     stopSignals.finish();
+    for (const auto& row : host.summary().rows()) {
+        if (row.noRecord.empty()) continue;
+        fprintf(stderr, "vistrel-host: %s: no record; %s\n", row.provider.c_str(),
+                row.noRecord.c_str());
+    }
     if (trace) trace->close();
 #if VISTREL_WITH_EXPORT
     if (!exporting->finish(&error)) writeErrors.report(error);
 #endif
-    if (summaryFile && !summaryFile->write(config.description, host.summary(),
-                                           clock.deviceNs() - startNs, host.longestPeriodNs())) {
-        writeErrors.report("cannot write summary file '" + config.summaryPath + "'");
+    std::string summaryError;
+    if (summaryFile &&
+        !summaryFile->write(config.description, host.summary(), clock.deviceNs() - startNs,
+                            host.longestPeriodNs(), &summaryError)) {
+        writeErrors.report(summaryError);
     }
     if (status == 0 && writeErrors.failed()) status = host::kWriteErrorStatus;
     return status;
@@ -181,7 +211,9 @@ int main(int argc, char** argv) {
     }
     const auto& config = std::get<host::RunConfig>(parsed);
     searchSdkModulesIn(config.sdkDir, argv);
-    // A closed pipe is a write error like any other (EPIPE), not a silent end.
+    // A closed pipe and a file-size limit are write errors like any other (EPIPE, EFBIG), not a
+    // silent end.
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
     return run(config);
 }

@@ -4,13 +4,14 @@
 #   scripts/lab.sh N                  N headsets in real time: each a vistrel-host with its own
 #                                     metrics endpoint and --seed, scraped by Prometheus
 #   scripts/lab.sh N --backfill 24h   a simulated day per headset (--openmetrics), loaded with
-#                                     promtool, served by Prometheus
+#                                     promtool, served by Prometheus: every headset's day ends
+#                                     when the script started
 #
 # Options: --scrape-every D (default 5s), --snapshot-every D (the hosts'; default 15s live, 5m
 # backfilled), --port P (Prometheus's; default a free one), --keep (leave the lab's directory).
 # Every headset is labelled device="headset-NN"; Prometheus loads export/alerts.yml. The script
-# prints Prometheus's URL and example queries, then runs until Ctrl-C (or SIGTERM), which stops
-# everything it started: nothing is left running or listening.
+# prints Prometheus's URL and example queries, then runs until Ctrl-C (or SIGTERM or SIGHUP), which
+# stops everything it started: nothing is left running or listening.
 # VISTREL_HOST names the host binary (default: build/default/host/vistrel-host, built if missing).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -42,6 +43,22 @@ done
 [ -z "$port" ] || [[ "$port" =~ ^[1-9][0-9]{0,4}$ ]] || { echo "lab: bad --port" >&2; exit 2; }
 snapshot_every="${snapshot_every:-$([ -n "$backfill" ] && echo 5m || echo 15s)}"
 
+# The RFC 3339 time of device time 0 of a backfilled run of $1 (the host's duration grammar) that
+# ends now: one for every headset, so that all their runs end when the script started.
+start_time_of() {
+  python3 - "$1" <<'EOF'
+import datetime, re, sys
+units = {"ms": 0.001, "s": 1, "m": 60, "h": 3600, "d": 86400}
+terms = re.findall(r"(\d+)(ms|s|m|h|d)", sys.argv[1])
+if not terms or "".join(n + u for n, u in terms) != sys.argv[1]:
+    sys.exit(f"lab: bad --backfill duration '{sys.argv[1]}'")
+span = datetime.timedelta(seconds=sum(int(n) * units[u] for n, u in terms))
+print((datetime.datetime.now(datetime.timezone.utc) - span).isoformat(timespec="milliseconds"))
+EOF
+}
+start_time=""
+[ -z "$backfill" ] || start_time=$(start_time_of "$backfill") || exit 2
+
 host="${VISTREL_HOST:-build/default/host/vistrel-host}"
 if [ ! -x "$host" ]; then
   echo "lab: building the reference host" >&2
@@ -54,9 +71,11 @@ done
 lab=$(mktemp -d "${TMPDIR:-/tmp}/vistrel-lab.XXXXXX")
 pids=()
 
-# Stops every process the lab started (SIGTERM, then SIGKILL after 10 s) and waits for each.
+# Stops every process the lab started (SIGTERM, then SIGKILL after 10 s) and waits for each. They
+# run in sessions of their own, so that a Ctrl-C reaches the script alone and each of them gets
+# one stop signal (a second one would end a host at once).
 stop_all() {
-  trap - EXIT INT TERM
+  trap - EXIT INT TERM HUP
   [ "${#pids[@]}" -eq 0 ] || kill -TERM "${pids[@]}" 2>/dev/null || true
   for _ in $(seq 100); do
     alive=()
@@ -71,6 +90,7 @@ stop_all() {
 trap stop_all EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
+trap 'exit 129' HUP
 
 name_of() { printf 'headset-%02d' "$1"; }
 
@@ -104,7 +124,7 @@ headset_options() {
 
 start_live_headsets() {
   for i in $(seq "$count"); do
-    "$host" --real 100000h $(headset_options "$i") --sampler simulated \
+    setsid "$host" --real 100000h $(headset_options "$i") --sampler simulated \
       --snapshot-every "$snapshot_every" --metrics-listen 127.0.0.1:0 --log-level warn \
       >/dev/null 2>"$lab/$(name_of "$i").err" &
     pids+=("$!")
@@ -123,9 +143,10 @@ backfill_headsets() {
   local running=0
   echo "lab: simulating $backfill of $count headsets" >&2
   for i in $(seq "$count"); do
-    "$host" --simulate "$backfill" $(headset_options "$i") --snapshot-every "$snapshot_every" \
-      --openmetrics "$lab/$(name_of "$i").om" --device "$(name_of "$i")" --log-level warn \
-      >/dev/null 2>"$lab/$(name_of "$i").err" &
+    setsid "$host" --simulate "$backfill" $(headset_options "$i") --snapshot-every "$snapshot_every" \
+      --openmetrics "$lab/$(name_of "$i").om" --device "$(name_of "$i")" --start-time "$start_time" \
+      --log-level warn >/dev/null 2>"$lab/$(name_of "$i").err" &
+    pids+=("$!")
     running=$((running + 1))
     if [ "$running" -ge "$(nproc)" ]; then wait -n; running=$((running - 1)); fi
   done
@@ -143,7 +164,7 @@ EOF
 if [ -n "$backfill" ]; then backfill_headsets; else start_live_headsets; fi
 
 port="${port:-$(free_port)}"
-prometheus --config.file="$lab/prometheus.yml" --storage.tsdb.path="$lab/data" \
+setsid prometheus --config.file="$lab/prometheus.yml" --storage.tsdb.path="$lab/data" \
   --storage.tsdb.retention.time=100y --web.listen-address="127.0.0.1:$port" --log.level=warn \
   >"$lab/prometheus.log" 2>&1 &
 pids+=("$!")

@@ -83,6 +83,8 @@ public:
     // The simulated battery; null with the sysfs battery.
     SimHealth* health() { return health_.get(); }
     ThermalHal& thermal() { return *thermal_; }
+    // The directory of the simulated kernel files (KernelTree.h); "" without them.
+    std::string kernelTreeDirectory() const { return tree_ ? tree_->directory() : ""; }
 
     // Lets the simulated threads catch up with the device time now: the SDK modules' threads make
     // the reports they owe for what happened up to now, and every callback the simulated HALs have

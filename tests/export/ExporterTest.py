@@ -11,7 +11,8 @@
   backfill  a simulated run's --openmetrics file loaded by promtool into a fresh data directory
             and served by prometheus: a query at a past device time returns that time's record
   bad-input a port in use, bad addresses, an unwritable --openmetrics path, --metrics-top 0 and
-            bad auth files: one "vistrel-host: " line first, exit status 2, no crash
+            bad auth files: one "vistrel-host: " line first, exit status 2, no crash, nothing on
+            stdout and no trace or summary file made
   lab       scripts/lab.sh 2: both targets up, then Ctrl-C leaves nothing running or listening
 
 Every server a case starts listens on 127.0.0.1 and is stopped when the case ends, pass or fail;
@@ -278,10 +279,14 @@ def bad_input(case):
             (["--start-time", "2024-02-30T00:00:00Z", "--openmetrics", "x"], "--start-time must be"),
             (["--device", "d"], "describe the --openmetrics file"),
         ]:
-            run = case.run_host(["--simulate", "1m"] + args, timeout=30)
+            outputs = [os.path.join(case.dir, name) for name in ("trace.json", "summary.json")]
+            run = case.run_host(["--simulate", "1m", "--json", "--trace", outputs[0], "--summary",
+                                 outputs[1]] + args, timeout=30)
             first = run.stderr.splitlines()[0] if run.stderr else ""
             check(run.returncode == 2 and first.startswith("vistrel-host: ") and expected in first,
                   f"{args}: exit {run.returncode}, stderr {run.stderr!r}")
+            made = [path for path in outputs if os.path.exists(path)]
+            check(run.stdout == "" and not made, f"{args}: stdout {run.stdout!r}, made {made}")
 
 
 def descendants(pid):

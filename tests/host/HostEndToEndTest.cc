@@ -1,6 +1,8 @@
 // Runs the reference host binary against the simulated headset and checks its timeline.
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -124,6 +126,8 @@ TEST(HostEndToEnd, CommandLineErrorsExitWithStatus2AndAMessage) {
             {"--providers ''", "", "--providers: the value is empty"},
             {"--simulate ''", "", "--simulate: the value is empty"},
             {"--trace ''", "", "--trace: the value is empty"},
+            {"--trace= --json", "", "--trace: the value is empty"},
+            {"--prop= --simulate 1m", "", "--prop: the value is empty"},
             {"--only ''", "", "--only: the value is empty"},
             {"--providers ZramStats,", "", "empty name in --providers 'ZramStats,'"},
             {"--hide HealthInfo --hide Nothing", "", "unknown name 'Nothing' in --hide"},
@@ -163,29 +167,78 @@ TEST(HostEndToEnd, AStoppedRealRunReleasesSummarizesAndClosesItsTrace) {
     }
 }
 
-// A closed pipe, a full disk: one line on stderr, status 74, and a trace that is whole.
+// A second stop signal ends the process at once (or the run, when it is ending already): either
+// way no simulated kernel file is left.
+TEST(HostEndToEnd, ASecondStopSignalLeavesNoSimulatedKernelFiles) {
+    const std::string out = testing::TempDir() + "stopped-twice.jsonl";
+    std::remove(out.c_str());
+    const HostRun run = runHost("--real 1h --json --kernel-files simulated > " + out +
+                                " & until grep -q acquire " + out +
+                                " 2>/dev/null; do sleep 0.1; done; kill -INT $!; kill -TERM $!; "
+                                "wait $!; s=$?; ls -d /dev/shm/vistrel-headset-$!-* 2>&1; exit $s");
+    EXPECT_THAT(run.status, testing::AnyOf(130, 143));
+    EXPECT_THAT(run.output, testing::HasSubstr("No such file")) << "the tree is left";
+}
+
+// A closed pipe, a full disk, a file-size limit: one line on stderr, status 74, and a trace that
+// is whole.
 TEST(HostEndToEnd, AnOutputThatCannotBeWrittenEndsTheRunWithStatus74) {
     const std::string trace = testing::TempDir() + "write-error-trace.json";
+    const std::string limited = testing::TempDir() + "write-error-limited.json";
     const std::string pipe = testing::TempDir() + "write-error-pipe";
     std::remove(pipe.c_str());
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const std::tuple<std::string, int, std::string> cases[] = {
+    constexpr rlim_t kNoLimit = RLIM_INFINITY;
+    const std::tuple<std::string, rlim_t, int, std::string> cases[] = {
             {"--json --trace " + trace + " 2>&1 >" + pipe + " & head -1 " + pipe +
                      " >/dev/null; wait $!",
-             74, "cannot write the timeline: Broken pipe"},
-            {"--simulate 1h --trace /dev/full", 74,
+             kNoLimit, 74, "cannot write the timeline: Broken pipe"},
+            {"--simulate 1h --trace /dev/full", kNoLimit, 74,
              "cannot write trace file '/dev/full': No space left on device"},
-            {"--simulate 1h 2>&1 >/dev/full; exit $?", 74,
+            {"--simulate 1h 2>&1 >/dev/full; exit $?", kNoLimit, 74,
              "cannot write the timeline: No space left on device"},
-            {"--trace /no/such/dir/trace.json", 2, "cannot write trace file"},
+            {"--simulate 4h --trace " + limited + " 2>&1 >/dev/null; exit $?", 16384, 74,
+             "cannot write trace file '" + limited + "': File too large"},
+            {"--trace /no/such/dir/trace.json", kNoLimit, 2, "cannot write trace file"},
     };
-    for (const auto& [arguments, status, message] : cases) {
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    for (const auto& [arguments, fileSizeLimit, status, message] : cases) {
+        rlimit limit = saved;  // inherited by the host, not written to by this test meanwhile
+        limit.rlim_cur = std::min(fileSizeLimit, saved.rlim_max);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
         const HostRun run = runHost(arguments);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &saved), 0);
         EXPECT_EQ(run.status, status) << arguments;
         EXPECT_EQ(occurrences(run.output, message), 1u) << arguments << "\n" << run.output;
     }
-    std::ifstream traceFile(trace);
-    EXPECT_TRUE(json::parse(traceFile, nullptr, false).contains("traceEvents"));
+    for (const std::string& path : {trace, limited}) {
+        std::ifstream traceFile(path);
+        EXPECT_TRUE(json::parse(traceFile, nullptr, false).contains("traceEvents")) << path;
+    }
+}
+
+// Snapshots more frequent than the providers' periods find no provider without a reading, and a
+// run too short for a provider's own rules says why it gives no record of that provider.
+TEST(HostEndToEnd, NoSnapshotFailsForWantOfASampleAndARecordlessProviderSaysWhy) {
+    const std::pair<std::string, json> cases[] = {
+            {"--simulate 20m --snapshot-every 1m --don-states 5", json::object()},
+            {"--simulate 10m",
+             {{"SystemStateStats",
+               "its first batch of don states ends at 1:00:00.000 of device time"}}},
+    };
+    for (const auto& [arguments, reasons] : cases) {
+        const HostRun run = runHost(arguments + " --json");
+        ASSERT_EQ(run.status, 0) << run.output;
+        json said = json::object();
+        for (const auto& line : run.lines) {
+            EXPECT_NE(line.value("priority", ""), "E") << line.dump();
+            if (line.contains("noRecord"))
+                said[line["source"].get<std::string>()] = line["noRecord"];
+        }
+        EXPECT_EQ(said, reasons) << arguments;
+        EXPECT_EQ(occurrences(run.output, ": no record; "), reasons.size()) << "one line on stderr";
+    }
 }
 
 // Lines written from several threads, and the summary, in device-time order; a run shorter than
